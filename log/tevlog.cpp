@@ -1,0 +1,1 @@
+#include "log/tevlog.h"

@@ -1,0 +1,3 @@
+#ifndef TEV_LOG_TEVLOG_H
+#define TEV_LOG_TEVLOG_H
+#endif
