@@ -1,3 +1,77 @@
+// The trace log: plain text, streamed with <<, in one file under /tmp.
+//
+//   tev::log << "Creating Task: " << name << tev::endl;
+//
+// There is one in the process, tev::log. It carries no time stamps, levels or prefixes: what is streamed is what lands
+// in the file. Only tev::endl flushes.
+//
+// Threads: every operator call is one step under one lock, so pieces of two threads may alternate but never mix. A
+// thread that is cancelled, also asynchronously, finishes the step it is in and leaves the lock free. Streaming stays
+// harmless after the static destructors have run: nothing is written any more.
 #ifndef TEV_LOG_TEVLOG_H
 #define TEV_LOG_TEVLOG_H
+
+#include <fstream>
+#include <string>
+
+namespace tev {
+
+class tevlog {
+public:
+  /// Creates or empties the file `filename` (kept whole, whatever its length) and owns the stream on it. The log starts
+  /// disabled. A file that cannot be opened is not an error: what is written is lost. Throws std::bad_alloc.
+  explicit tevlog(const char* filename);
+
+  /// Closes the file, if this object still owns one.
+  virtual ~tevlog();
+
+  tevlog(const tevlog&) = delete;
+
+  /// Takes over `other`'s file, name and flag and leaves `other` without a file; the file held so far is closed.
+  /// Assigning a log to itself changes nothing. Throws std::bad_alloc, in which case nothing has changed.
+  tevlog& operator=(tevlog& other);
+
+  /// Whether output is written.
+  bool IsEnabled() const;
+
+private:
+  friend class LogStep;
+
+  bool writable() const { return _stream != nullptr && _enabled; }
+  void closeStream();
+
+  std::string _filename;
+  std::ofstream* _stream; ///< owned; null after the file went to another log
+  bool _enabled;
+};
+
+/// The trace log of the process. Before main it is on "/tmp/transient.log", disabled; initlog gives it its real file.
+extern tevlog log;
+
+/// Switches tev::log to a new file, created or emptied. The log is disabled afterwards. When memory runs out nothing
+/// changes and nothing is reported. Other exceptions pass through.
+void initlog(const char* filename);
+
+tevlog& enable(tevlog& out);
+tevlog& disable(tevlog& out);
+
+/// Ends the line with one newline character and flushes.
+tevlog& endl(tevlog& out);
+
+/// The base of the integers and pointers that follow. Without effect on a disabled log.
+tevlog& hex(tevlog& out);
+tevlog& dec(tevlog& out);
+
+tevlog& operator<<(tevlog& out, tevlog& (*manipulator)(tevlog&));
+tevlog& operator<<(tevlog& out, char value);
+tevlog& operator<<(tevlog& out, const char* text); ///< a null text writes nothing
+tevlog& operator<<(tevlog& out, unsigned int value);
+tevlog& operator<<(tevlog& out, long value);
+tevlog& operator<<(tevlog& out, int value);
+
+/// The pointer's numeric value as an unsigned integer in the current base, without a prefix.
+tevlog& operator<<(tevlog& out, void* pointer);
+
+} // namespace tev
+
 #endif

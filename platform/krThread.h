@@ -15,8 +15,8 @@ KrThreadId krThreadSpawn(const char* name, int priority, int stackSize, KrThread
                          intptr_t a3, intptr_t a4, intptr_t a5, intptr_t a6, intptr_t a7, intptr_t a8, intptr_t a9,
                          intptr_t a10);
 KrThreadId krThreadSpawn_with_attr(const char* name, int priority, const pthread_attr_t* attributes,
-                                   KrThreadEntry entry, intptr_t a1, intptr_t a2, intptr_t a3, intptr_t a4,
-                                   intptr_t a5, intptr_t a6, intptr_t a7, intptr_t a8, intptr_t a9, intptr_t a10);
+                                   KrThreadEntry entry, intptr_t a1, intptr_t a2, intptr_t a3, intptr_t a4, intptr_t a5,
+                                   intptr_t a6, intptr_t a7, intptr_t a8, intptr_t a9, intptr_t a10);
 KrThreadId krThreadSpawn_joinable(const char* name, int priority, int stackSize, KrThreadEntry entry, intptr_t a1,
                                   intptr_t a2, intptr_t a3, intptr_t a4, intptr_t a5, intptr_t a6, intptr_t a7,
                                   intptr_t a8, intptr_t a9, intptr_t a10);

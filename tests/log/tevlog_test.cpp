@@ -1,0 +1,167 @@
+#include "log/tevlog.h"
+
+#include <cstdlib>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <new>
+#include <pthread.h>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+// When positive, counts down with each allocation; the one that reaches zero fails.
+int allocationsUntilFailure = 0;
+
+std::string contentOf(const std::string& path) {
+  std::ifstream in(path);
+  std::ostringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
+
+class TraceLog : public ::testing::Test {
+protected:
+  void SetUp() override {
+    char pattern[] = "/tmp/tevlog-test.XXXXXX";
+    ASSERT_NE(mkdtemp(pattern), nullptr);
+    _dir = pattern;
+  }
+  void TearDown() override { ASSERT_EQ(std::system(("rm -rf " + _dir).c_str()), 0); }
+  std::string path(const std::string& name) const { return _dir + "/" + name; }
+
+private:
+  std::string _dir;
+};
+
+} // namespace
+
+void* operator new(std::size_t size) {
+  if (allocationsUntilFailure > 0 && --allocationsUntilFailure == 0) throw std::bad_alloc();
+  if (void* block = std::malloc(size)) return block;
+  throw std::bad_alloc();
+}
+void operator delete(void* block) noexcept { std::free(block); }
+void operator delete(void* block, std::size_t) noexcept { std::free(block); }
+
+TEST_F(TraceLog, WritesEveryKindOfValueInTheBaseLastSet) {
+  const std::string file = path("a.log");
+  tev::tevlog log(file.c_str());
+  log << "lost" << tev::hex << 1 << tev::endl; // disabled: no text, no change of base
+  log << tev::enable << 'c' << ' ' << 255 << ' ' << -5 << ' ' << 4294967295u << ' ' << -7L << tev::endl;
+  log << tev::hex << 4294967295u << ' ' << reinterpret_cast<void*>(255) << ' ' << -1 << tev::dec << ' '
+      << reinterpret_cast<void*>(255) << tev::endl;
+  log << static_cast<const char*>(nullptr) << "still alive" << tev::endl;
+  EXPECT_EQ(contentOf(file), "c 255 -5 4294967295 -7\nffffffff ff ffffffff 255\nstill alive\n");
+  log << "buffered";
+  EXPECT_EQ(contentOf(file).find("buffered"), std::string::npos) << "only endl flushes";
+  log << tev::disable << "dropped" << tev::endl;
+  EXPECT_FALSE(log.IsEnabled());
+  log << tev::enable << tev::endl;
+  EXPECT_NE(contentOf(file).find("buffered\n"), std::string::npos);
+}
+
+TEST_F(TraceLog, AssignmentHandsTheFileOver) {
+  const std::string first = path("first"), second = path("second");
+  tev::tevlog a(first.c_str());
+  a << tev::enable << "one" << tev::endl << "unflushed";
+  {
+    tev::tevlog b(second.c_str());
+    b << tev::enable << "two" << tev::endl;
+    a = b;
+    EXPECT_EQ(contentOf(first), "one\nunflushed") << "the file held before is closed, so flushed";
+    b << "nowhere" << tev::endl;
+  }
+  tev::tevlog& same = a;
+  a = same;
+  a << "three" << tev::endl;
+  EXPECT_EQ(contentOf(second), "two\nthree\n");
+  EXPECT_TRUE(a.IsEnabled());
+}
+
+TEST_F(TraceLog, InitlogStartsAnEmptyDisabledFileOfAnyNameLength) {
+  EXPECT_EQ(contentOf("/tmp/transient.log"), "");
+  const std::string longName = path(std::string(200, 'n'));
+  std::ofstream(longName) << "of an earlier run";
+  tev::initlog(longName.c_str());
+  tev::log << "before enable" << tev::endl << tev::enable << "start" << tev::endl;
+  EXPECT_EQ(contentOf(longName), "start\n");
+  tev::initlog(path("next").c_str());
+  EXPECT_FALSE(tev::log.IsEnabled());
+  tev::initlog("/nonexistent/directory/log");
+  tev::log << tev::enable << "lost" << tev::endl; // silently
+}
+
+TEST_F(TraceLog, InitlogWithoutMemoryChangesNothing) {
+  const std::string file = path("kept.log"), other = path(std::string(100, 'o'));
+  tev::initlog(file.c_str());
+  tev::log << tev::enable;
+  int failures = 0;
+  for (int nth = 1;; ++nth) {
+    allocationsUntilFailure = nth;
+    tev::initlog(other.c_str());
+    const bool failed = allocationsUntilFailure == 0;
+    allocationsUntilFailure = 0;
+    if (!failed) break;
+    ++failures;
+    EXPECT_TRUE(tev::log.IsEnabled());
+    tev::log << nth << tev::endl;
+  }
+  EXPECT_GE(failures, 4) << "object, name, stream and its buffer all need memory";
+  EXPECT_EQ(contentOf(file).substr(0, 4), "1\n2\n");
+  EXPECT_FALSE(tev::log.IsEnabled());
+}
+
+TEST_F(TraceLog, TwoThreadsNeverMixWithinOnePiece) {
+  const std::string file = path("threads.log");
+  tev::tevlog log(file.c_str());
+  log << tev::enable;
+  constexpr int lines = 5000;
+  auto writer = [&log](const char* piece) {
+    for (int i = 0; i < lines; ++i)
+      log << piece << tev::endl;
+  };
+  std::thread other(writer, "<bbbbbbbbbbbbbbbbbbbb>");
+  writer("<aaaaaaaaaaaaaaaaaaaa>");
+  other.join();
+  std::string text = contentOf(file), pieces;
+  size_t newlines = 0;
+  for (char c : text)
+    (c == '\n') ? static_cast<void>(++newlines) : pieces.push_back(c);
+  EXPECT_EQ(newlines, 2u * lines);
+  ASSERT_EQ(pieces.size(), 2u * lines * 22u);
+  for (size_t i = 0; i < pieces.size(); i += 22) {
+    const std::string piece = pieces.substr(i, 22);
+    ASSERT_TRUE(piece == "<aaaaaaaaaaaaaaaaaaaa>" || piece == "<bbbbbbbbbbbbbbbbbbbb>") << piece;
+  }
+}
+
+namespace {
+
+tev::tevlog* floodedLog = nullptr;
+
+// What a cancelled thread runs: nothing here has a destructor.
+void* flood(void*) {
+  (void)pthread_setcanceltype(PTHREAD_CANCEL_ASYNCHRONOUS, nullptr);
+  for (;;)
+    *floodedLog << "a line of the flood " << 1 << tev::endl;
+}
+
+} // namespace
+
+TEST_F(TraceLog, ACancelledThreadLeavesTheLogFree) {
+  tev::tevlog log(path("flood.log").c_str());
+  log << tev::enable;
+  floodedLog = &log;
+  for (int round = 0; round < 100; ++round) {
+    pthread_t thread;
+    ASSERT_EQ(pthread_create(&thread, nullptr, flood, nullptr), 0);
+    usleep(static_cast<useconds_t>(200 + round * 7));
+    ASSERT_EQ(pthread_cancel(thread), 0);
+    ASSERT_EQ(pthread_join(thread, nullptr), 0);
+    log << round << tev::endl; // would hang on a lock left behind
+  }
+}
