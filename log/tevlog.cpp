@@ -22,14 +22,17 @@ template <class Step>
 }
 
 // Runs one step under the lock with cancellation disabled. This frame owns nothing with a destructor: it is the one
-// that an asynchronous cancellation may unwind.
+// that an asynchronous cancellation may unwind. The type changes with the state, because a cancellation that was sent
+// while it was still enabled arrives as a signal a moment later, and the C library then looks at the type alone. The
+// four calls fail only for values that do not exist.
 template <class Step>
 void uninterrupted(Step step) {
-  int before = PTHREAD_CANCEL_ENABLE;
-  // Fails only for a state that does not exist.
-  (void)pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before);
+  int type = PTHREAD_CANCEL_DEFERRED, state = PTHREAD_CANCEL_ENABLE;
+  (void)pthread_setcanceltype(PTHREAD_CANCEL_DEFERRED, &type);
+  (void)pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &state);
   locked(step);
-  (void)pthread_setcancelstate(before, nullptr);
+  (void)pthread_setcancelstate(state, nullptr);
+  (void)pthread_setcanceltype(type, nullptr);
 }
 
 } // namespace

@@ -18,6 +18,28 @@
 
 namespace kr {
 
+/// Disables cancellation on the calling thread and returns how it was. Nests, and costs next to nothing where
+/// cancellation is already disabled. The type changes with the state: a cancellation that was sent while it was still
+/// enabled arrives as a signal a moment later, and the C library then looks at the type alone.
+struct CancelSetting {
+  int type;
+  int state;
+};
+
+inline CancelSetting disableCancellation() {
+  CancelSetting before = {PTHREAD_CANCEL_DEFERRED, PTHREAD_CANCEL_ENABLE};
+  // Both calls fail only for values that do not exist.
+  (void)pthread_setcanceltype(PTHREAD_CANCEL_DEFERRED, &before.type);
+  (void)pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before.state);
+  return before;
+}
+
+/// Takes back disableCancellation. A cancellation that arrived meanwhile takes effect here, if it is enabled again.
+inline void restoreCancellation(const CancelSetting& before) {
+  (void)pthread_setcancelstate(before.state, nullptr);
+  (void)pthread_setcanceltype(before.type, nullptr);
+}
+
 template <class Work>
 [[gnu::noinline]] auto uncancelledBody(Work& work) {
   return work();
@@ -28,16 +50,14 @@ template <class Work>
 template <class Work>
 inline auto uncancelled(Work work) {
   static_assert(std::is_trivially_destructible_v<Work>, "capture by reference or by trivial value");
-  int before = PTHREAD_CANCEL_ENABLE;
-  // pthread_setcancelstate fails only for a state that does not exist.
-  (void)pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before);
+  const CancelSetting before = disableCancellation();
   if constexpr (std::is_void_v<decltype(work())>) {
     uncancelledBody(work);
-    (void)pthread_setcancelstate(before, nullptr);
+    restoreCancellation(before);
   } else {
     auto result = uncancelledBody(work);
     static_assert(std::is_trivially_destructible_v<decltype(result)>);
-    (void)pthread_setcancelstate(before, nullptr);
+    restoreCancellation(before);
     return result;
   }
 }

@@ -1,0 +1,40 @@
+// An attribute file of the board.
+#ifndef TEV_COMMANDS_NODE_H
+#define TEV_COMMANDS_NODE_H
+
+#include <cstddef>
+#include <string>
+
+/// An open node. The destructor closes it. A descriptor below 1 counts as a failed open.
+class Node {
+public:
+  static constexpr size_t readSizeMax = 15; ///< no node is read further than this
+
+  /// Opens `path`, which is absolute, with the flags of open(2).
+  Node(const char* path, int flags);
+  ~Node();
+  Node(const Node&) = delete;
+  Node& operator=(const Node&) = delete;
+
+  bool isOpen() const { return _fd > 0; }
+
+  /// Reads once, at most `size` bytes (up to readSizeMax), and returns the text up to its first zero byte. A failed
+  /// read gives the empty text.
+  std::string read(size_t size) const;
+
+  /// Writes `text` with its exact length in one call. What the driver makes of it is the driver's business: a refusal
+  /// is not reported.
+  void write(const std::string& text) const;
+
+private:
+  int _fd;
+};
+
+/// The number that `text` begins with, decimal or hexadecimal, or 0 if it begins with none.
+int decimalIn(const std::string& text);
+unsigned int hexIn(const std::string& text);
+
+/// The word as a number by atoi's rules, except that it is cut to the range of an int where atoi leaves that open.
+int wordToInt(const std::string& word);
+
+#endif

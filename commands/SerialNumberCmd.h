@@ -1,0 +1,15 @@
+#ifndef TEV_COMMANDS_SERIALNUMBERCMD_H
+#define TEV_COMMANDS_SERIALNUMBERCMD_H
+
+#include "shell/CmdFunctor.h"
+
+/// `serialnum`: shows or sets the serial number in the identity EEPROM, by a board tool.
+class SerialNumberCmd : public CmdFunctor {
+public:
+  bool operator()(const ArgVec& args) override;
+  const char* getkey() override;
+  const char* getlong() override;
+  const char* getshort() override;
+};
+
+#endif

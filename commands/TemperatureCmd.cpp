@@ -1,0 +1,79 @@
+#include "commands/TemperatureCmd.h"
+
+#include "commands/Console.h"
+#include "commands/Node.h"
+
+#include <fcntl.h>
+#include <iostream>
+
+namespace {
+
+constexpr const char* temperatureNode = "/sys/bus/i2c/devices/1-004c/temperature";
+constexpr const char* setpointNode = "/sys/bus/i2c/devices/1-004c/setpoint";
+constexpr const char* alertNode = "/sys/class/gpio/gpio27/value"; // active low
+constexpr int rawToCelsius = 11;                                  // raw + 11 = degrees Celsius
+constexpr size_t setpointWriteSize = 2;
+
+void setSetpoint(const std::string& word) {
+  const Node setpoint(setpointNode, O_RDWR);
+  if (!setpoint.isOpen()) {
+    printLine(std::cerr, "error: couldn't find node [" + std::string(setpointNode) + "] on the system");
+    return;
+  }
+  // The driver takes two bytes: a shorter text ends in a zero byte, a longer one is cut.
+  std::string raw = std::to_string(static_cast<long long>(wordToInt(word)) - rawToCelsius);
+  raw.resize(setpointWriteSize, '\0');
+  setpoint.write(raw);
+}
+
+std::string celsius(const std::string& raw) {
+  return std::to_string(decimalIn(raw) + rawToCelsius) + " degrees Celsius";
+}
+
+void showStatus() {
+  const Node alert(alertNode, O_RDONLY);
+  const Node temperature(temperatureNode, O_RDONLY);
+  const Node setpoint(setpointNode, O_RDONLY);
+  if (!alert.isOpen() || !temperature.isOpen() || !setpoint.isOpen()) {
+    printLine(std::cerr, "error: couldn't determine the temperature/fan status");
+    return;
+  }
+  const bool alerting = alert.read(2).substr(0, 1) == "0";
+  const std::string rawTemperature = temperature.read(3);
+  const std::string rawSetpoint = setpoint.read(3);
+  printLine(std::cout, std::string("temperature alert status: *** ") + (alerting ? "on" : "off") + " ***");
+  printLine(std::cout, "temperature: " + celsius(rawTemperature));
+  printLine(std::cout, "temperature high point setting: " + celsius(rawSetpoint));
+}
+
+} // namespace
+
+bool TemperatureCmd::operator()(const ArgVec& args) {
+  if (args.size() <= 2) {
+    showStatus();
+  } else if (args[1] == "setpoint") {
+    setSetpoint(args[2]);
+  } else {
+    printLine(std::cerr, "error: subcmd [" + args[1] + "] is not supported.");
+  }
+  return false;
+}
+
+const char* TemperatureCmd::getkey() { return "temperature"; }
+
+const char* TemperatureCmd::getlong() {
+  return "  syntax:  temperature [setpoint <value>]\n"
+         "\n"
+         "  description:\n"
+         "    To GET the current temperature, just enter 'temperature'.\n"
+         "    To SET the set-point for triggering a temperature \n"
+         "    alert, enter 'temperature setpoint <value>.\n"
+         "    The temperature values are in Celcius.\n"
+         "       'value' is an integer in the range of [0..100] (Celcius).\n"
+         "\n"
+         "  examples:\n"
+         "    tev-cli> temperature              ### displays temperature and alert status\n"
+         "    tev-cli> temperature setpoint 40  ### sets the temperature alarm threshold to 40\n";
+}
+
+const char* TemperatureCmd::getshort() { return "get/set temperature configuration"; }

@@ -1,0 +1,15 @@
+#ifndef TEV_COMMANDS_VLANCMD_H
+#define TEV_COMMANDS_VLANCMD_H
+
+#include "shell/CmdFunctor.h"
+
+/// `vlan`: switches the VLAN mode of the Ethernet switch.
+class VlanCmd : public CmdFunctor {
+public:
+  bool operator()(const ArgVec& args) override;
+  const char* getkey() override;
+  const char* getlong() override;
+  const char* getshort() override;
+};
+
+#endif

@@ -1,0 +1,58 @@
+#include "shell/Shell.h"
+
+#include "commands/Console.h"
+#include "shell/CmdMap.h"
+
+#include <exception>
+#include <iostream>
+
+const char* const prompt = "tev-cli> ";
+CmdHistory history;
+
+namespace {
+
+constexpr std::streamsize lineBufferSize = 128; // 127 characters and the terminator
+constexpr const char* delimiters = " \t";
+
+// Looks word 0 up and calls its command; true asks for the line to be remembered.
+bool runCommand(const ArgVec& words, std::ostream& out) {
+  const auto found = gCmdMap.find(words.front());
+  if (found == gCmdMap.end()) {
+    printLine(out, "command: [" + words.front() + "] is not implemented ");
+    return false;
+  }
+  return (*found->second)(words);
+}
+
+// Runs the line in `buffer`, or the remembered one if that is empty.
+void runLine(const char* buffer, ArgVec& words, std::ostream& out) {
+  try {
+    const std::string line = buffer[0] != '\0' ? buffer : history.last();
+    splitLine(line, words);
+    if (!words.empty() && runCommand(words, out)) history.add(line);
+  } catch (const std::exception& failure) { // out of memory, in practice: the line is lost, the shell is not
+    std::cerr << "error: " << failure.what() << std::endl;
+  }
+}
+
+} // namespace
+
+void splitLine(const std::string& line, ArgVec& words) {
+  words.clear();
+  size_t start = line.find_first_not_of(delimiters);
+  while (start != std::string::npos) {
+    const size_t end = line.find_first_of(delimiters, start);
+    words.push_back(line.substr(start, end - start));
+    start = line.find_first_not_of(delimiters, end);
+  }
+}
+
+void runPromptLoop(std::istream& in, std::ostream& out) {
+  char buffer[lineBufferSize] = {};
+  ArgVec words;
+  out << prompt << std::flush;
+  while (in.getline(buffer, lineBufferSize)) {
+    runLine(buffer, words, out);
+    out << prompt << std::flush;
+  }
+}

@@ -1,0 +1,116 @@
+#include "shell/CmdHistory.h"
+#include "shell/CmdMap.h"
+#include "shell/Shell.h"
+#include "shell/Terminal.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <pty.h>
+#include <sstream>
+#include <stdexcept>
+#include <termios.h>
+#include <unistd.h>
+
+namespace {
+
+// A command that notes its lines and answers as it is told.
+class NotingCmd : public CmdFunctor {
+public:
+  bool operator()(const ArgVec& args) override {
+    calls.push_back(args);
+    if (args.size() > 1 && args[1] == "throw") throw std::runtime_error("thrown");
+    return args.size() > 1 && args[1] == "remember";
+  }
+  const char* getkey() override { return "note"; }
+  const char* getlong() override { return ""; }
+  const char* getshort() override { return ""; }
+
+  std::vector<ArgVec> calls;
+};
+
+class PromptLoop : public ::testing::Test {
+protected:
+  PromptLoop() { gCmdMap["note"] = &command; }
+  std::string run(const std::string& input) {
+    std::istringstream in(input);
+    std::ostringstream out;
+    runPromptLoop(in, out);
+    return out.str();
+  }
+  NotingCmd command;
+};
+
+} // namespace
+
+TEST(SplitLine, GivesTheWordsBetweenBlanksAndTabs) {
+  const std::vector<std::pair<std::string, ArgVec>> cases = {
+      {"", {}},
+      {" \t ", {}},
+      {"a", {"a"}},
+      {"  help\t\tlong ", {"help", "long"}},
+      {"a b\tc", {"a", "b", "c"}},
+      {"a\r", {"a\r"}},
+      {"'a b' \\ c\v", {"'a", "b'", "\\", "c\v"}},
+  };
+  ArgVec words = {"of", "the", "line", "before"};
+  for (const auto& [line, expected] : cases) {
+    splitLine(line, words);
+    EXPECT_EQ(words, expected) << "[" << line << "]";
+  }
+}
+
+TEST(CmdHistory, HoldsTheNewestLineOnly) {
+  CmdHistory first;
+  EXPECT_EQ(first.last(), "");
+  first.add("one");
+  first.add("two");
+  CmdHistory copy(first), assigned;
+  assigned = first;
+  first.add("");
+  EXPECT_EQ(first.last(), "");
+  EXPECT_EQ(copy.last(), "two");
+  EXPECT_EQ(assigned.last(), "two");
+}
+
+TEST_F(PromptLoop, AnEmptyLineRunsTheRememberedOneAgain) {
+  EXPECT_EQ(run("\nnote  remember \nnote other\n\nunknown\n\n"),
+            "tev-cli> tev-cli> tev-cli> tev-cli> tev-cli> command: [unknown] is not implemented \ntev-cli> tev-cli> ");
+  const ArgVec remembered = {"note", "remember"}, other = {"note", "other"};
+  EXPECT_EQ(command.calls, (std::vector<ArgVec>{remembered, other, remembered, remembered}));
+  EXPECT_EQ(history.last(), "note  remember ") << "as read, not the words joined";
+}
+
+TEST_F(PromptLoop, ACommandThatThrowsDoesNotEndTheShell) {
+  EXPECT_EQ(run("note throw\nnote again\n"), "tev-cli> tev-cli> tev-cli> ");
+  EXPECT_EQ(command.calls.size(), 2u);
+}
+
+TEST(Registry, HoldsEveryCommandUnderItsOwnKey) {
+  initmap();
+  EXPECT_EQ(gCmdMap.size(), 7u);
+  for (const auto& [key, object] : gCmdMap) {
+    EXPECT_EQ(key, object->getkey());
+    const std::string longText = object->getlong();
+    EXPECT_EQ(longText.substr(0, 11 + key.size()), "  syntax:  " + key);
+    EXPECT_EQ(longText.back(), '\n') << key;
+  }
+}
+
+TEST(Terminal, OnlyTheEraseCharacterChanges) {
+  int master = -1, slave = -1;
+  ASSERT_EQ(openpty(&master, &slave, nullptr, nullptr, nullptr), 0);
+  struct termios before, after;
+  ASSERT_EQ(tcgetattr(slave, &before), 0);
+  ASSERT_NE(before.c_cc[VERASE], 8);
+  eraseWithBackspace(slave);
+  ASSERT_EQ(tcgetattr(slave, &after), 0);
+  EXPECT_EQ(after.c_cc[VERASE], 8);
+  before.c_cc[VERASE] = 8;
+  EXPECT_EQ(after.c_iflag, before.c_iflag);
+  EXPECT_EQ(after.c_oflag, before.c_oflag);
+  EXPECT_EQ(after.c_cflag, before.c_cflag);
+  EXPECT_EQ(after.c_lflag, before.c_lflag);
+  EXPECT_EQ(std::vector<cc_t>(after.c_cc, after.c_cc + NCCS), std::vector<cc_t>(before.c_cc, before.c_cc + NCCS));
+  close(master);
+  close(slave);
+}
