@@ -1,0 +1,246 @@
+#include "sim/Board.h"
+#include "sim/Eeprom.h"
+#include "sim/Quoting.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <optional>
+
+namespace sim {
+
+namespace {
+
+constexpr size_t PAGE = 4096; // sysfs takes no more in one write
+constexpr unsigned VLAN_REGISTER = 0x05;
+constexpr unsigned VLAN_MODE_BIT = 0x80;
+
+// The number at the front of a text, as drivers read it.
+std::optional<int> numberIn(std::string_view text) {
+  const std::string terminated(text);
+  char* end = nullptr;
+  const long value = strtol(terminated.c_str(), &end, 10);
+  if (end == terminated.c_str()) return std::nullopt;
+  return static_cast<int>(std::clamp(value, -100000L, 100000L));
+}
+
+// Makes a driver's store operation out of a setter for numbers.
+template <class Setter>
+std::function<int(std::string_view)> takeNumber(Setter set) {
+  return [set](std::string_view text) {
+    const std::optional<int> number = numberIn(text);
+    if (!number) return EINVAL;
+    set(*number);
+    return 0;
+  };
+}
+
+std::string line(int number) { return std::to_string(number) + "\n"; }
+
+std::string hexByte(unsigned value) {
+  char text[8];
+  (void)snprintf(text, sizeof text, "%02x\n", value & 0xffU);
+  return text;
+}
+
+} // namespace
+
+const std::vector<std::string>& boardPaths() {
+  static const std::vector<std::string> paths = [] {
+    BoardLog unused;
+    const Board board({}, unused);
+    std::vector<std::string> all;
+    for (const Node& node : board.nodes())
+      all.push_back(node.path);
+    for (const char* tool : TOOL_NAMES)
+      all.push_back(std::string(TOOL_FOLDER) + tool);
+    return all;
+  }();
+  return paths;
+}
+
+Board::Board(const Setup& setup, BoardLog& log) : mSetup(setup), mLog(log) {
+  addThermalNodes();
+  addOtherNodes();
+  for (Node& node : mNodes) {
+    if (node.show) node.text = node.shown = node.show();
+  }
+  applyFaults();
+}
+
+void Board::addThermalNodes() {
+  const std::string chip = "/sys/bus/i2c/devices/1-004c/";
+  Node temperature{chip + "temperature", 0444, ""};
+  temperature.take = takeNumber([this](int raw) { mThermal.setTemperature(raw); });
+  temperature.show = [this] { return line(mThermal.temperature()); };
+  Node setPoint{chip + "setpoint", 0644, ""};
+  setPoint.take = takeNumber([this](int raw) { mThermal.setSetPoint(raw); });
+  setPoint.show = [this] { return line(mThermal.setPoint()); };
+  Node speed{chip + "speed", 0644, ""};
+  speed.take = takeNumber([this](int setting) { mThermal.setFan(setting); });
+  speed.show = [this] { return line(mThermal.fan()); };
+  Node low{chip + "tachcount_lsb", 0444, ""};
+  low.show = [this] { return hexByte(static_cast<unsigned>(mThermal.tachCount())); };
+  Node high{chip + "tachcount_msb", 0444, ""};
+  high.show = [this] { return hexByte(static_cast<unsigned>(mThermal.tachCount()) >> 8U); };
+  Node alert{"/sys/class/gpio/gpio27/value", 0444, ""};
+  alert.show = [this] { return mThermal.alert() ? "0\n" : "1\n"; }; // active low
+  for (Node* node : {&temperature, &setPoint, &speed, &low, &high, &alert})
+    mNodes.push_back(std::move(*node));
+}
+
+void Board::addOtherNodes() {
+  Node streaming{"/sys/class/gpio/gpio26/value", 0644, ""};
+  streaming.take = [this](std::string_view text) {
+    if (text.empty() || (text[0] != '0' && text[0] != '1')) return EINVAL;
+    mStreaming = text[0] == '1';
+    return 0;
+  };
+  streaming.show = [this] { return mStreaming ? "1\n" : "0\n"; };
+  mNodes.push_back(std::move(streaming));
+  mNodes.push_back({"/sys/bus/i2c/devices/2-0020/format", 0444, "hdmi\n"});
+  Node smi{"/sys/module/ksz8864/drivers/smi", 0600, ""};
+  smi.take = [this](std::string_view text) { return takeSwitchCommands(text); };
+  smi.show = [this] {
+    char text[32];
+    (void)snprintf(text, sizeof text, "0x%02x 0x%02x\n", VLAN_REGISTER, mSwitchRegisters[VLAN_REGISTER]);
+    return std::string(text);
+  };
+  mNodes.push_back(std::move(smi));
+  Node identity{EEPROM_NODE, 0600, eeprom::factoryContents()};
+  identity.binary = true;
+  mNodes.push_back(std::move(identity));
+}
+
+// A first text counts for the model too where it makes sense there, and stands as it is until the model has another.
+void Board::applyFaults() {
+  const Faults& faults = mSetup.faults;
+  for (Node& node : mNodes) {
+    const auto first = faults.firstTexts.find(node.path);
+    if (first == faults.firstTexts.end()) continue;
+    node.text = first->second;
+    if (node.binary) node.text.resize(eeprom::SIZE, '\0');
+    if (node.take) (void)node.take(node.text); // a text without sense to the model is what the test wants to show
+    if (node.show) node.shown = node.show();
+  }
+  mAlert = mThermal.alert();
+  refresh();
+  for (Node& node : mNodes) {
+    if (faults.readOnly.count(node.path) > 0) node.mode &= ~mode_t{0222};
+    node.failWrite = faults.failWrite.count(node.path) > 0;
+  }
+  const auto missing = [&](const Node& node) { return faults.missing.count(node.path) > 0; };
+  mNodes.erase(std::remove_if(mNodes.begin(), mNodes.end(), missing), mNodes.end());
+}
+
+// Brings the shown texts up to date with the model.
+void Board::refresh() {
+  for (Node& node : mNodes) {
+    if (!node.show) continue;
+    std::string text = node.show();
+    if (text != node.shown) node.text = node.shown = std::move(text);
+  }
+  if (mThermal.alert() != mAlert) {
+    mAlert = !mAlert;
+    mLog.add(mAlert ? "alert on" : "alert off");
+  }
+  if (((mSwitchRegisters[VLAN_REGISTER] & VLAN_MODE_BIT) != 0) != mVlanMode) {
+    mVlanMode = !mVlanMode;
+    mLog.add(mVlanMode ? "vlan mode on" : "vlan mode off");
+  }
+}
+
+// Plain files do not keep writes apart, so one text may hold several commands.
+int Board::takeSwitchCommands(std::string_view text) {
+  constexpr std::string_view VERB = "write ";
+  for (size_t at = 0; at < text.size();) {
+    const size_t next = std::min(text.find(VERB, at + 1), text.size());
+    const std::string command(text.substr(at, next - at));
+    unsigned reg = 0;
+    unsigned value = 0;
+    int entry[4] = {};
+    if (sscanf(command.c_str(), "write 0x%x 0x%x", &reg, &value) == 2 && reg < mSwitchRegisters.size()) {
+      mSwitchRegisters[reg] = value & 0xffU;
+    } else if (sscanf(command.c_str(), "write vlan %d %d %d %d", &entry[0], &entry[1], &entry[2], &entry[3]) != 4) {
+      return EINVAL;
+    }
+    at = next;
+  }
+  return 0;
+}
+
+int Board::open(size_t index, int flags) {
+  const Node& node = mNodes[index];
+  const int access = flags & O_ACCMODE;
+  // The superuser passes permission bits, but sysfs still refuses what the driver has no operation for.
+  const bool refused = access != O_RDONLY && (node.mode & 0222U) == 0;
+  if (mSetup.logReads || refused) {
+    const char* names[] = {"O_RDONLY", "O_WRONLY", "O_RDWR"};
+    mLog.add("open " + node.path + " " + names[access % 3] + (refused ? " -> EACCES" : ""));
+  }
+  return refused ? EACCES : 0;
+}
+
+std::string_view Board::read(size_t index, size_t offset, size_t size) {
+  const Node& node = mNodes[index];
+  const std::string_view text = std::string_view(node.text).substr(std::min(offset, node.text.size()), size);
+  if (mSetup.logReads && !text.empty()) mLog.add("read " + node.path + " " + quoted(text));
+  return text;
+}
+
+ssize_t Board::write(size_t index, size_t offset, std::string_view bytes) {
+  Node& node = mNodes[index];
+  bytes = bytes.substr(0, PAGE);
+  int error = 0;
+  if (node.failWrite) {
+    error = EIO;
+  } else if (node.binary && offset >= node.text.size()) {
+    error = EFBIG;
+  } else if (node.binary) {
+    bytes = bytes.substr(0, node.text.size() - offset);
+  }
+  std::string line = "write " + node.path;
+  if (node.binary) line += " @" + std::to_string(offset);
+  line += " " + quoted(bytes);
+  if (error == 0 && node.binary) {
+    node.text.replace(offset, bytes.size(), bytes);
+  } else if (error == 0 && node.take) {
+    error = node.take(bytes);
+  }
+  if (error != 0) line += std::string(" -> ") + strerrorname_np(error);
+  mLog.add(line);
+  if (error != 0) return -error;
+  if (node.show) node.text = node.shown = node.show();
+  refresh();
+  return static_cast<ssize_t>(bytes.size());
+}
+
+std::string Board::runTool(std::string_view name, const std::vector<std::string>& arguments) {
+  std::string line = "tool " + std::string(name);
+  for (const std::string& argument : arguments)
+    line += " " + quoted(argument);
+  const auto fault = mSetup.faults.tools.find(std::string(name));
+  const char* outcome = "ok";
+  if (fault != mSetup.faults.tools.end()) outcome = fault->second == ToolFault::FAIL ? "fail" : "silent";
+  if (fault != mSetup.faults.tools.end()) line += std::string(" -> ") + outcome;
+  mLog.add(line);
+  return outcome;
+}
+
+void Board::advance(double seconds) {
+  if (mSetup.frozen) return;
+  mThermal.advance(seconds);
+  refresh();
+}
+
+std::string Board::dump() const {
+  std::string out;
+  for (const Node& node : mNodes)
+    out += node.path + " " + quoted(node.text) + "\n";
+  return out;
+}
+
+} // namespace sim

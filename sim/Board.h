@@ -1,0 +1,90 @@
+// The board: its nodes, what stands behind them, and what its log tells. How the nodes come to be files is the business
+// of a NodeServer.
+#ifndef TEV_SIM_BOARD_H
+#define TEV_SIM_BOARD_H
+
+#include "sim/BoardLog.h"
+#include "sim/Faults.h"
+#include "sim/ThermalModel.h"
+
+#include <array>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <sys/types.h>
+#include <vector>
+
+namespace sim {
+
+constexpr char TOOL_FOLDER[] = "/mnt/tev/sys/bin/";
+constexpr std::array<const char*, 4> TOOL_NAMES = {"eeprom-read-macs-arm-none", "eeprom-write-macs-arm-none",
+                                                   "eeprom-read-serialnum-arm-none", "eeprom-write-serialnum-arm-none"};
+constexpr char EEPROM_NODE[] = "/sys/bus/i2c/devices/1-0050/eeprom";
+
+/// The paths of all nodes and tools of the board.
+const std::vector<std::string>& boardPaths();
+
+/// One attribute file with the manners of sysfs.
+struct Node {
+  std::string path;
+  mode_t mode;            // permission bits; a node without write bits refuses to be opened for writing by anyone
+  std::string text;       // what a read gives
+  bool binary = false;    // fixed size, and the position in the file counts
+  bool failWrite = false; // each write fails with EIO
+  std::function<int(std::string_view)> take = nullptr; // puts a text into what stands behind the node; 0 or errno
+  std::function<std::string()> show = nullptr;         // the driver's text; without it, `text` is all there is
+  std::string shown = {};                              // what `show` gave last
+};
+
+class Board {
+public:
+  struct Setup {
+    Faults faults;
+    bool frozen = false; // the temperature stays where it is
+    bool logReads = false;
+  };
+
+  /// `log` must outlive the board.
+  Board(const Setup& setup, BoardLog& log);
+  Board(const Board&) = delete; // the nodes' operations point to the board
+  Board& operator=(const Board&) = delete;
+
+  /// The nodes that exist, in a fixed order. An index into them names a node in the calls below.
+  const std::vector<Node>& nodes() const { return mNodes; }
+
+  /// Opens a node with the access mode and flags of open(2): 0, or EACCES where the node's mode forbids it.
+  int open(size_t node, int flags);
+  /// At most `size` bytes from position `offset` on.
+  std::string_view read(size_t node, size_t offset, size_t size);
+  /// One write(2): what it returns, or a negative errno. The log line is complete when this returns.
+  ssize_t write(size_t node, size_t offset, std::string_view bytes);
+
+  /// A board tool starts with these arguments. What it has to do is told by the result: "ok", "fail", "silent".
+  std::string runTool(std::string_view name, const std::vector<std::string>& arguments);
+
+  /// Lets time pass for the model.
+  void advance(double seconds);
+
+  /// One line `PATH "text"` per node.
+  std::string dump() const;
+
+private:
+  void addThermalNodes();
+  void addOtherNodes();
+  void applyFaults();
+  void refresh();
+  int takeSwitchCommands(std::string_view text);
+
+  Setup mSetup;
+  BoardLog& mLog;
+  ThermalModel mThermal;
+  std::array<unsigned, 256> mSwitchRegisters = {};
+  std::vector<Node> mNodes;
+  bool mStreaming = false;
+  bool mAlert = false;
+  bool mVlanMode = false;
+};
+
+} // namespace sim
+
+#endif

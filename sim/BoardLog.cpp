@@ -1,0 +1,37 @@
+#include "sim/BoardLog.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+
+namespace sim {
+
+namespace {
+
+std::string timeNow() {
+  timespec now = {};
+  tm local = {};
+  (void)clock_gettime(CLOCK_REALTIME, &now); // cannot fail with this clock
+  if (localtime_r(&now.tv_sec, &local) == nullptr) return "";
+  char text[32];
+  (void)snprintf(text, sizeof text, "%02d:%02d:%02d.%03ld ", local.tm_hour, local.tm_min, local.tm_sec,
+                 now.tv_nsec / 1000000);
+  return text;
+}
+
+} // namespace
+
+void BoardLog::add(const std::string& line) {
+  const std::string text = (mWithTimes ? timeNow() : "") + line + "\n";
+  for (Descriptor& file : mFiles) {
+    if (!file) continue;
+    const ssize_t written = write(file.get(), text.data(), text.size());
+    if (written == static_cast<ssize_t>(text.size())) continue;
+    (void)fprintf(stderr, "tev-sim: cannot write the board's log: %s\n",
+                  written < 0 ? strerror(errno) : "no room for the whole line");
+    file = Descriptor();
+  }
+}
+
+} // namespace sim

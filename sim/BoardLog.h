@@ -1,0 +1,30 @@
+// The board's log: one line for each event that reached the board.
+#ifndef TEV_SIM_BOARDLOG_H
+#define TEV_SIM_BOARDLOG_H
+
+#include "sim/Descriptor.h"
+
+#include <string>
+#include <vector>
+
+namespace sim {
+
+class BoardLog {
+public:
+  explicit BoardLog(bool withTimes = false) : mWithTimes(withTimes) {}
+
+  /// From now on lines also go to `file`, which must have been opened for appending. The first failure to write is
+  /// told on standard error; the log then goes on without that file.
+  void addFile(Descriptor file) { mFiles.push_back(std::move(file)); }
+
+  /// Writes one line. It is complete in every file when the call returns.
+  void add(const std::string& line);
+
+private:
+  std::vector<Descriptor> mFiles;
+  bool mWithTimes;
+};
+
+} // namespace sim
+
+#endif

@@ -1,0 +1,201 @@
+#include "sim/BoardProcess.h"
+#include "sim/BoardSocket.h"
+#include "sim/Failure.h"
+#include "sim/Launch.h"
+#include "sim/Layout.h"
+#include "sim/NodeServer.h"
+
+#include <chrono>
+#include <climits>
+#include <cstdlib>
+#include <fcntl.h>
+#include <poll.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/prctl.h>
+#include <sys/sendfile.h>
+#include <sys/signalfd.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+
+namespace sim {
+
+namespace {
+
+constexpr char LOG_INSIDE[] = "/var/log/board.log";
+
+// All folders that the board has, empty and private.
+void layFolders(const Options& options) {
+  check(unshare(CLONE_NEWNS), "mount namespace");
+  check(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr), "mount namespace");
+  // In a container the old /proc may have to stay. It does: only the process numbers in it are not the command's.
+  (void)mount("proc", "/proc", "proc", MS_NOSUID | MS_NODEV | MS_NOEXEC, nullptr);
+  layFolder("/opt/tev", 0755);
+  makeFolders("/opt/tev/user");
+  layFolder("/mnt/tev", 0755);
+  makeFolders("/mnt/tev/sys/bin");
+  layFolder("/var/log", 0755);
+  if (options.tmp != Tmp::HOST) mountMemory("/tmp", 01777, options.tmp == Tmp::READ_ONLY);
+}
+
+void installTools(const Descriptor& program, const std::set<std::string>& missing) {
+  struct stat about = {};
+  check(fstat(program.get(), &about), "tev-board-tool");
+  const std::string first = "/mnt/tev/sys/board-tool";
+  const Descriptor copy(check(open(first.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0755), first));
+  for (off_t left = about.st_size; left > 0;) {
+    left -= check(sendfile(copy.get(), program.get(), nullptr, static_cast<size_t>(left)), first);
+  }
+  for (const char* name : TOOL_NAMES) {
+    const std::string path = std::string(TOOL_FOLDER) + name;
+    if (missing.count(path) == 0) check(link(first.c_str(), path.c_str()), path);
+  }
+}
+
+std::unique_ptr<NodeServer> makeNodes(NodeKind kind, Board& board, BoardLog& log) {
+  if (kind != NodeKind::FILES) {
+    try {
+      return makeFuseNodes(board);
+    } catch (const std::runtime_error& error) {
+      if (kind == NodeKind::FUSE) throw;
+      log.add(std::string("note: nodes are plain files here (") + error.what() +
+              "): seen when closed, several writes as one, a shorter text keeps the tail of the longer one");
+    }
+  }
+  return makeFileNodes(board);
+}
+
+Words answer(Board& board, const Words& question) {
+  if (question[0] == "tool" && question.size() >= 2) {
+    return {board.runTool(question[1], {question.begin() + 2, question.end()})};
+  }
+  return {"unknown question"};
+}
+
+// Everything that runs once the board is set up.
+class Session {
+public:
+  Session(Board& board, NodeServer& nodes, const Descriptor& channel);
+  /// Lives until the process `command` has ended; its exit status.
+  int run(pid_t command);
+
+private:
+  bool reap(); // true when the command has ended
+  void passSignals();
+  void advance();
+
+  Board& mBoard;
+  NodeServer& mNodes;
+  BoardSocket mSocket;
+  const Descriptor& mChannel;
+  Descriptor mChildren;
+  pid_t mCommand = -1;
+  int mStatus = 0;
+  std::chrono::steady_clock::time_point mLast = std::chrono::steady_clock::now();
+};
+
+Session::Session(Board& board, NodeServer& nodes, const Descriptor& channel)
+    : mBoard(board), mNodes(nodes), mSocket([&board](const Words& question) { return answer(board, question); }),
+      mChannel(channel) {
+  sigset_t child;
+  (void)sigemptyset(&child); // cannot fail, like the next
+  (void)sigaddset(&child, SIGCHLD);
+  mChildren = Descriptor(check(signalfd(-1, &child, SFD_CLOEXEC | SFD_NONBLOCK), "signalfd"));
+}
+
+int Session::run(pid_t command) {
+  mCommand = command;
+  while (!reap()) {
+    std::vector<pollfd> waits = {
+        {mNodes.descriptor(), POLLIN, 0}, {mChildren.get(), POLLIN, 0}, {mChannel.get(), POLLIN, 0}};
+    mSocket.addTo(waits);
+    if (poll(waits.data(), waits.size(), 500) < 0 && errno != EINTR) throw failure("poll");
+    signalfd_siginfo news = {};
+    while (read(mChildren.get(), &news, sizeof news) > 0) {
+    } // reap() looks for itself
+    advance();
+    if (waits[0].revents != 0) mNodes.serve();
+    if (waits[2].revents != 0) passSignals();
+    mSocket.serve(waits);
+  }
+  mNodes.serve(); // what the command did last
+  return mStatus;
+}
+
+bool Session::reap() {
+  int status = 0;
+  pid_t child = 0;
+  while ((child = waitpid(-1, &status, WNOHANG | WUNTRACED)) > 0) {
+    if (child != mCommand) continue;
+    if (WIFSTOPPED(status)) {
+      const int number = WSTOPSIG(status);
+      (void)send(mChannel.get(), &number, sizeof number, MSG_NOSIGNAL); // fails only when tev-sim is gone, see below
+    } else {
+      mStatus = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+      return true;
+    }
+  }
+  return false;
+}
+
+void Session::passSignals() {
+  int number = 0;
+  if (recv(mChannel.get(), &number, sizeof number, 0) == sizeof number) {
+    (void)kill(mCommand, number); // fails only when it has ended already
+  } else {
+    _exit(128 + SIGKILL); // tev-sim was killed; everything here goes with process 1
+  }
+}
+
+void Session::advance() {
+  const auto now = std::chrono::steady_clock::now();
+  mBoard.advance(std::chrono::duration<double>(now - mLast).count());
+  mLast = now;
+  mNodes.publish();
+}
+
+void writeDump(const Board& board, const Descriptor& file) {
+  const std::string text = board.dump();
+  if (write(file.get(), text.data(), text.size()) != static_cast<ssize_t>(text.size())) throw failure("--dump");
+}
+
+} // namespace
+
+int runBoard(const Options& options, Surroundings surroundings) {
+  // The namespaces end with this process; it must not outlive tev-sim, even when that is killed.
+  check(prctl(PR_SET_PDEATHSIG, SIGKILL), "prctl");
+  const std::string folder = programFolder();
+  const Descriptor tool(check(open((folder + "/tev-board-tool").c_str(), O_RDONLY | O_CLOEXEC), "tev-board-tool"));
+  std::vector<std::string> words = options.command;
+  if (words.empty()) words = {folder + "/../shell/tev-cli"};
+  const Program program = options.probe ? Program() : findProgram(words[0]);
+  const std::string workingFolder = currentFolder();
+
+  layFolders(options);
+  BoardLog log(options.logTimes);
+  if (surroundings.log) log.addFile(std::move(surroundings.log));
+  log.addFile(Descriptor(check(open(LOG_INSIDE, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644), LOG_INSIDE)));
+  installTools(tool, options.board.faults.missing);
+  Board board(options.board, log);
+  const std::unique_ptr<NodeServer> nodes = makeNodes(options.nodes, board, log);
+  Session session(board, *nodes, surroundings.channel);
+  if (options.probe) return 0;
+
+  // Further processes of the board start here, before the command can ask for them.
+  const pid_t command = check(fork(), "fork");
+  if (command == 0) {
+    returnToFolder(workingFolder);
+    for (int fd = 0; fd < 3; ++fd) {
+      if (surroundings.closed[fd]) (void)close(fd); // it was only held open for us
+    }
+    if (sigprocmask(SIG_SETMASK, &surroundings.signalMask, nullptr) != 0) _exit(125);
+    startProgram(program, words);
+  }
+  leaveStreams();
+  const int status = session.run(command);
+  if (surroundings.dump) writeDump(board, surroundings.dump);
+  return status;
+}
+
+} // namespace sim

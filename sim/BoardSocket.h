@@ -1,0 +1,45 @@
+// How other processes talk to the running board: the board tools inside it, and views of it from other terminals.
+#ifndef TEV_SIM_BOARDSOCKET_H
+#define TEV_SIM_BOARDSOCKET_H
+
+#include "sim/Descriptor.h"
+
+#include <functional>
+#include <poll.h>
+#include <string>
+#include <vector>
+
+namespace sim {
+
+/// A question or an answer: words, the first of which says what it is about.
+using Words = std::vector<std::string>;
+
+/// The board's end. The socket has an abstract name made from the number of the board's mount namespace: processes
+/// inside find it without being told, it leaves no file, and those outside see it in /proc/net/unix.
+class BoardSocket {
+public:
+  using Answer = std::function<Words(const Words& question)>;
+
+  /// Opens the socket of the mount namespace that the caller is in. Throws std::runtime_error.
+  explicit BoardSocket(Answer answer);
+
+  /// Adds what has to be waited for.
+  void addTo(std::vector<pollfd>& waits) const;
+  /// Serves those of `ready` that are the socket's own. Questions of other users are dropped.
+  void serve(const std::vector<pollfd>& ready);
+
+private:
+  void acceptClient();
+  bool serveClient(int fd); // false when the client is done
+
+  Answer mAnswer;
+  Descriptor mListener;
+  std::vector<Descriptor> mClients;
+};
+
+/// Asks the board whose mount namespace the caller is in. Throws std::runtime_error when there is no answer.
+Words askBoard(const Words& question);
+
+} // namespace sim
+
+#endif

@@ -1,0 +1,26 @@
+// What cannot be done on this machine.
+#ifndef TEV_SIM_FAILURE_H
+#define TEV_SIM_FAILURE_H
+
+#include <cerrno>
+#include <cstring>
+#include <stdexcept>
+#include <string>
+
+namespace sim {
+
+/// An exception that says `what` and the reason in errno. Thrown while the board is set up, caught in main.
+inline std::runtime_error failure(const std::string& what) {
+  return std::runtime_error(what + ": " + strerror(errno)); // one thread only
+}
+
+/// `result` of a system call, unless it is negative: then the failure() of `what`.
+template <class Result>
+Result check(Result result, const std::string& what) {
+  if (result < 0) throw failure(what);
+  return result;
+}
+
+} // namespace sim
+
+#endif

@@ -1,0 +1,24 @@
+// What a test asks to be different about the board.
+#ifndef TEV_SIM_FAULTS_H
+#define TEV_SIM_FAULTS_H
+
+#include <map>
+#include <set>
+#include <string>
+
+namespace sim {
+
+enum class ToolFault { FAIL, SILENT };
+
+/// All paths are full paths of nodes, in `missing` also of board tools.
+struct Faults {
+  std::map<std::string, std::string> firstTexts;
+  std::set<std::string> missing;
+  std::set<std::string> readOnly;
+  std::set<std::string> failWrite;
+  std::map<std::string, ToolFault> tools; // by the tool's name
+};
+
+} // namespace sim
+
+#endif

@@ -1,0 +1,199 @@
+// The nodes as a file system of our own. The kernel hands over each open, read and write as it was made, so the board
+// sees exact bytes, and a node can refuse what its driver would refuse.
+#include "sim/Descriptor.h"
+#include "sim/Failure.h"
+#include "sim/NodeServer.h"
+
+#define FUSE_USE_VERSION 35
+#include <fuse_lowlevel.h>
+
+#include <cstdlib>
+#include <fcntl.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+
+namespace sim {
+
+namespace {
+
+constexpr double FOREVER = 1e9; // the tree does not change, so the kernel may remember it
+constexpr size_t PAGE = 4096;   // what sysfs says about the size of a text
+
+// The folders and nodes in one list; the number of an entry in it, plus one, is its inode number.
+struct Entry {
+  std::string name;
+  fuse_ino_t parent;
+  int node; // index of the board's node, -1 for a folder
+};
+
+class FuseNodes : public NodeServer {
+public:
+  explicit FuseNodes(Board& board);
+  FuseNodes(const FuseNodes&) = delete;
+  FuseNodes& operator=(const FuseNodes&) = delete;
+  ~FuseNodes() override;
+
+  int descriptor() const override { return fuse_session_fd(mSession); }
+  void serve() override;
+  void publish() override {} // each read asks the board
+
+private:
+  static FuseNodes& self(fuse_req_t request) { return *static_cast<FuseNodes*>(fuse_req_userdata(request)); }
+  static fuse_lowlevel_ops operations();
+
+  void addPath(const std::string& path, int node);
+  fuse_ino_t find(fuse_ino_t parent, const std::string& name) const;
+  struct stat attributes(fuse_ino_t inode) const;
+  size_t nodeOf(fuse_ino_t inode) const { return static_cast<size_t>(mEntries[inode - 1].node); }
+  void list(fuse_req_t request, fuse_ino_t folder, size_t size, off_t offset) const;
+
+  Board& mBoard;
+  std::vector<Entry> mEntries = {{"/sys", FUSE_ROOT_ID, -1}};
+  fuse_session* mSession = nullptr;
+  fuse_buf mBuffer = {};
+};
+
+FuseNodes::FuseNodes(Board& board) : mBoard(board) {
+  for (size_t i = 0; i < board.nodes().size(); ++i)
+    addPath(board.nodes()[i].path, static_cast<int>(i));
+
+  Descriptor device(check(open("/dev/fuse", O_RDWR | O_NONBLOCK | O_CLOEXEC), "/dev/fuse"));
+  const std::string number = std::to_string(device.get());
+  const std::string data = "fd=" + number + ",rootmode=40000,user_id=0,group_id=0,allow_other";
+  check(mount("tev-board", "/sys", "fuse", MS_NOSUID | MS_NODEV, data.c_str()), "/sys (fuse)");
+
+  char name[] = "tev-sim";
+  char* arguments[] = {name, nullptr};
+  fuse_args args = {1, arguments, 0};
+  const fuse_lowlevel_ops known = operations();
+  mSession = fuse_session_new(&args, &known, sizeof known, this);
+  if (mSession == nullptr) throw std::runtime_error("/sys (fuse): the library makes no session");
+  // With this form of the name the library takes over a device that is mounted already.
+  if (fuse_session_mount(mSession, ("/dev/fd/" + number).c_str()) != 0) {
+    fuse_session_destroy(mSession);
+    throw std::runtime_error("/sys (fuse): the library does not take the device");
+  }
+  device.release(); // the session closes it
+}
+
+FuseNodes::~FuseNodes() {
+  fuse_session_unmount(mSession);
+  fuse_session_destroy(mSession);
+  free(mBuffer.mem);
+}
+
+void FuseNodes::addPath(const std::string& path, int node) {
+  fuse_ino_t parent = FUSE_ROOT_ID;
+  for (size_t begin = sizeof "/sys/" - 1; begin <= path.size();) {
+    const size_t end = std::min(path.find('/', begin), path.size());
+    const std::string name = path.substr(begin, end - begin);
+    fuse_ino_t entry = find(parent, name);
+    if (entry == 0) {
+      mEntries.push_back({name, parent, end == path.size() ? node : -1});
+      entry = mEntries.size();
+    }
+    parent = entry;
+    begin = end + 1;
+  }
+}
+
+fuse_ino_t FuseNodes::find(fuse_ino_t parent, const std::string& name) const {
+  for (size_t i = 1; i < mEntries.size(); ++i) {
+    if (mEntries[i].parent == parent && mEntries[i].name == name) return i + 1;
+  }
+  return 0;
+}
+
+struct stat FuseNodes::attributes(fuse_ino_t inode) const {
+  struct stat out = {};
+  out.st_ino = inode;
+  out.st_nlink = 1;
+  if (mEntries[inode - 1].node < 0) {
+    out.st_mode = S_IFDIR | 0755;
+  } else {
+    const Node& node = mBoard.nodes()[nodeOf(inode)];
+    out.st_mode = S_IFREG | node.mode;
+    out.st_size = static_cast<off_t>(node.binary ? node.text.size() : PAGE);
+  }
+  return out;
+}
+
+void FuseNodes::list(fuse_req_t request, fuse_ino_t folder, size_t size, off_t offset) const {
+  std::vector<fuse_ino_t> inodes = {folder, mEntries[folder - 1].parent};
+  for (size_t i = 1; i < mEntries.size(); ++i) {
+    if (mEntries[i].parent == folder) inodes.push_back(i + 1);
+  }
+  std::vector<char> out(size);
+  size_t used = 0;
+  for (auto i = static_cast<size_t>(offset); i < inodes.size(); ++i) {
+    const struct stat about = attributes(inodes[i]);
+    const char* name = i == 0 ? "." : i == 1 ? ".." : mEntries[inodes[i] - 1].name.c_str();
+    const size_t needed =
+        fuse_add_direntry(request, out.data() + used, size - used, name, &about, static_cast<off_t>(i + 1));
+    if (needed > size - used) break;
+    used += needed;
+  }
+  fuse_reply_buf(request, out.data(), used);
+}
+
+// A reply fails only when its caller was killed meanwhile, so nothing is done about that.
+fuse_lowlevel_ops FuseNodes::operations() {
+  fuse_lowlevel_ops ops = {};
+  ops.init = [](void*, fuse_conn_info* connection) {
+    connection->want &= ~static_cast<unsigned>(FUSE_CAP_SPLICE_READ); // texts are short: no pipes between
+  };
+  ops.lookup = [](fuse_req_t request, fuse_ino_t parent, const char* name) {
+    fuse_entry_param found = {};
+    found.ino = self(request).find(parent, name);
+    found.attr_timeout = found.entry_timeout = FOREVER;
+    if (found.ino != 0) found.attr = self(request).attributes(found.ino);
+    fuse_reply_entry(request, &found); // number 0: there is no such name
+  };
+  ops.getattr = [](fuse_req_t request, fuse_ino_t inode, fuse_file_info*) {
+    const struct stat about = self(request).attributes(inode);
+    fuse_reply_attr(request, &about, FOREVER);
+  };
+  // Truncating an attribute file, as a shell's > does, changes nothing.
+  ops.setattr = [](fuse_req_t request, fuse_ino_t inode, struct stat*, int, fuse_file_info*) {
+    const struct stat about = self(request).attributes(inode);
+    fuse_reply_attr(request, &about, FOREVER);
+  };
+  ops.open = [](fuse_req_t request, fuse_ino_t inode, fuse_file_info* file) {
+    const int error = self(request).mBoard.open(self(request).nodeOf(inode), file->flags);
+    file->direct_io = 1; // each read and write comes through as it is
+    error == 0 ? fuse_reply_open(request, file) : fuse_reply_err(request, error);
+  };
+  ops.read = [](fuse_req_t request, fuse_ino_t inode, size_t size, off_t offset, fuse_file_info*) {
+    FuseNodes& nodes = self(request);
+    const std::string_view text = nodes.mBoard.read(nodes.nodeOf(inode), static_cast<size_t>(offset), size);
+    fuse_reply_buf(request, text.data(), text.size());
+  };
+  ops.write = [](fuse_req_t request, fuse_ino_t inode, const char* bytes, size_t size, off_t offset, fuse_file_info*) {
+    FuseNodes& nodes = self(request);
+    const ssize_t written = nodes.mBoard.write(nodes.nodeOf(inode), static_cast<size_t>(offset), {bytes, size});
+    written < 0 ? fuse_reply_err(request, static_cast<int>(-written))
+                : fuse_reply_write(request, static_cast<size_t>(written));
+  };
+  ops.readdir = [](fuse_req_t request, fuse_ino_t folder, size_t size, off_t offset, fuse_file_info*) {
+    self(request).list(request, folder, size, offset);
+  };
+  ops.create = [](fuse_req_t request, fuse_ino_t, const char*, mode_t, fuse_file_info*) {
+    fuse_reply_err(request, EACCES);
+  };
+  return ops;
+}
+
+void FuseNodes::serve() {
+  for (;;) {
+    const int size = fuse_session_receive_buf(mSession, &mBuffer);
+    if (size == -EINTR) continue;
+    if (size <= 0) return; // -EAGAIN: nothing is waiting; otherwise the mount is gone, and with it all callers
+    fuse_session_process_buf(mSession, &mBuffer);
+  }
+}
+
+} // namespace
+
+std::unique_ptr<NodeServer> makeFuseNodes(Board& board) { return std::make_unique<FuseNodes>(board); }
+
+} // namespace sim

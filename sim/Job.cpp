@@ -1,0 +1,54 @@
+#include "sim/Job.h"
+#include "sim/Descriptor.h"
+#include "sim/Failure.h"
+
+#include <csignal>
+#include <poll.h>
+#include <sys/signalfd.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+
+namespace sim {
+
+namespace {
+
+// Stops this process as if the signal had been for it; returns when it has been continued.
+void stopBy(int number) {
+  sigset_t one;
+  (void)sigemptyset(&one); // these cannot fail: the sets and numbers are valid
+  (void)sigaddset(&one, number);
+  (void)raise(number);
+  (void)sigprocmask(SIG_UNBLOCK, &one, nullptr);
+  (void)sigprocmask(SIG_BLOCK, &one, nullptr);
+}
+
+} // namespace
+
+int waitForBoard(pid_t board, int channel) {
+  sigset_t all;
+  (void)sigfillset(&all);
+  const Descriptor signals(check(signalfd(-1, &all, SFD_CLOEXEC | SFD_NONBLOCK), "signalfd"));
+  pollfd waits[] = {{signals.get(), POLLIN, 0}, {channel, POLLIN, 0}};
+  for (;;) {
+    int status = 0;
+    if (check(waitpid(board, &status, WNOHANG), "waitpid") == board) {
+      return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    }
+    if (poll(waits, 2, -1) < 0 && errno != EINTR) throw failure("poll");
+    signalfd_siginfo info = {};
+    while (read(signals.get(), &info, sizeof info) == sizeof info) {
+      const auto number = static_cast<int>(info.ssi_signo);
+      if (number == SIGCHLD || info.ssi_code == SI_KERNEL) continue;
+      (void)send(channel, &number, sizeof number, MSG_NOSIGNAL); // fails only when the board has ended
+    }
+    int number = 0;
+    if (waits[1].revents == 0) continue;
+    if (recv(channel, &number, sizeof number, MSG_DONTWAIT) == sizeof number) {
+      stopBy(number);
+    } else {
+      waits[1].fd = -1; // the board is ending
+    }
+  }
+}
+
+} // namespace sim

@@ -1,0 +1,104 @@
+#include "sim/Launch.h"
+#include "sim/Failure.h"
+
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
+#include <sys/stat.h>
+
+namespace sim {
+
+namespace {
+
+bool sameFile(const struct stat& a, const struct stat& b) { return a.st_dev == b.st_dev && a.st_ino == b.st_ino; }
+
+bool isHidden(const Program& program) {
+  struct stat opened = {};
+  struct stat visible = {};
+  if (fstat(program.file.get(), &opened) != 0) return true;
+  return stat(program.path.c_str(), &visible) != 0 || !sameFile(opened, visible);
+}
+
+} // namespace
+
+Program findProgram(const std::string& name) {
+  std::vector<std::string> candidates;
+  if (name.find('/') != name.npos) {
+    candidates.push_back(name);
+  } else {
+    const char* const variable = getenv("PATH");
+    const std::string folders = variable != nullptr ? variable : "/usr/bin:/bin";
+    for (size_t at = 0; at <= folders.size();) {
+      const size_t end = std::min(folders.find(':', at), folders.size());
+      candidates.push_back((end == at ? "." : folders.substr(at, end - at)) + "/" + name);
+      at = end + 1;
+    }
+  }
+  Program program{name, Descriptor(), ENOENT};
+  for (const std::string& path : candidates) {
+    struct stat about = {};
+    if (stat(path.c_str(), &about) != 0) {
+      if (errno != ENOENT && errno != ENOTDIR) program.error = errno;
+    } else if (!S_ISREG(about.st_mode) || access(path.c_str(), X_OK) != 0) {
+      program.error = EACCES;
+    } else {
+      Descriptor file(open(path.c_str(), O_PATH | O_CLOEXEC));
+      if (file) return {path, std::move(file), 0};
+      program.error = errno;
+    }
+  }
+  return program;
+}
+
+void startProgram(const Program& program, const std::vector<std::string>& words) {
+  std::vector<char*> arguments;
+  for (const std::string& word : words)
+    arguments.push_back(const_cast<char*>(word.c_str())); // exec leaves them alone
+  arguments.push_back(nullptr);
+  int error = program.error;
+  if (program.file) {
+    const int fd = program.file.get();
+    if (!isHidden(program)) {
+      (void)execv(program.path.c_str(), arguments.data());
+    } else {
+      (void)execveat(fd, "", arguments.data(), environ, AT_EMPTY_PATH);
+      // A script's interpreter opens the script by the descriptor's number.
+      if (errno == ENOENT && fcntl(fd, F_SETFD, 0) == 0) {
+        (void)execveat(fd, "", arguments.data(), environ, AT_EMPTY_PATH);
+      }
+    }
+    error = errno;
+  }
+  (void)fprintf(stderr, "tev-sim: cannot start %s: %s\n", words[0].c_str(), strerror(error));
+  _exit(error == ENOENT ? 127 : 126);
+}
+
+std::string programFolder() {
+  char path[PATH_MAX];
+  const ssize_t size = check(readlink("/proc/self/exe", path, sizeof path), "/proc/self/exe");
+  const std::string text(path, static_cast<size_t>(size));
+  return text.substr(0, text.rfind('/'));
+}
+
+std::string currentFolder() {
+  char path[PATH_MAX];
+  return getcwd(path, sizeof path) != nullptr ? path : "";
+}
+
+void returnToFolder(const std::string& path) {
+  struct stat present = {};
+  struct stat visible = {};
+  if (stat(".", &present) != 0 || stat(path.c_str(), &visible) != 0 || !sameFile(present, visible)) return;
+  (void)chdir(path.c_str()); // otherwise it stays where it is
+}
+
+void leaveStreams() {
+  const Descriptor nothing(open("/dev/null", O_RDWR | O_CLOEXEC));
+  // Without /dev/null they stay open, which only a command that closes its own could notice.
+  if (!nothing) return;
+  (void)dup2(nothing.get(), STDIN_FILENO);
+  (void)dup2(nothing.get(), STDOUT_FILENO);
+}
+
+} // namespace sim

@@ -1,0 +1,39 @@
+// Finding and starting the command, also when a mount of the board hides it.
+#ifndef TEV_SIM_LAUNCH_H
+#define TEV_SIM_LAUNCH_H
+
+#include "sim/Descriptor.h"
+
+#include <string>
+#include <vector>
+
+namespace sim {
+
+struct Program {
+  std::string path;
+  Descriptor file; // stays valid when `path` does not
+  int error = 0;   // why there is no file
+};
+
+/// Looks `name` up like a shell does: as a path if it has a slash, else in PATH.
+Program findProgram(const std::string& name);
+
+/// Becomes the program. Does not return: a failure is told and ends the process with status 126 or 127.
+[[noreturn]] void startProgram(const Program& program, const std::vector<std::string>& words);
+
+/// The folder of the running executable. Throws std::runtime_error.
+std::string programFolder();
+
+/// The working folder's path, empty if it has none.
+std::string currentFolder();
+
+/// Enters the working folder through its path again, so that the process stands on the present mounts. Where a mount
+/// hides that folder the process stays in it: relative names go on working.
+void returnToFolder(const std::string& path);
+
+/// Gives up standard input and output, so that only the command holds them.
+void leaveStreams();
+
+} // namespace sim
+
+#endif

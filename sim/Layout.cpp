@@ -1,0 +1,92 @@
+#include "sim/Layout.h"
+#include "sim/Descriptor.h"
+#include "sim/Failure.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <memory>
+#include <sys/mount.h>
+#include <sys/stat.h>
+
+namespace sim {
+
+namespace {
+
+bool isFolder(const std::string& path) {
+  struct stat about = {};
+  return stat(path.c_str(), &about) == 0 && S_ISDIR(about.st_mode);
+}
+
+std::string parentOf(const std::string& path) { return path.substr(0, path.rfind('/')); }
+
+// Puts the entry `name` of the covered folder into `folder`, which now has the memory file system.
+void bindAgain(int covered, const std::string& folder, const std::string& name) {
+  struct stat about = {};
+  check(fstatat(covered, name.c_str(), &about, AT_SYMLINK_NOFOLLOW), folder + "/" + name);
+  const std::string target = folder + "/" + name;
+  if (S_ISLNK(about.st_mode)) {
+    std::string text(static_cast<size_t>(about.st_size) + 1, '\0');
+    text.resize(static_cast<size_t>(check(readlinkat(covered, name.c_str(), text.data(), text.size()), target)));
+    check(symlink(text.c_str(), target.c_str()), target);
+    return;
+  }
+  if (S_ISDIR(about.st_mode)) {
+    check(mkdir(target.c_str(), 0755), target);
+  } else {
+    const Descriptor file(check(open(target.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644), target));
+  }
+  const std::string source = "/proc/self/fd/" + std::to_string(covered) + "/" + name;
+  check(mount(source.c_str(), target.c_str(), nullptr, MS_BIND | MS_REC, nullptr), target);
+}
+
+void coverFolder(const std::string& folder) {
+  if (folder.empty()) throw std::runtime_error("the board's folders would need a new top folder of the machine");
+  const Descriptor covered(check(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC), folder));
+  const std::unique_ptr<DIR, int (*)(DIR*)> entries(opendir(folder.c_str()), closedir);
+  if (!entries) throw failure(folder);
+  struct stat about = {};
+  check(fstat(covered.get(), &about), folder);
+  mountMemory(folder, about.st_mode & 07777U);
+  errno = 0;
+  while (const dirent* entry = readdir(entries.get())) {
+    const std::string name = entry->d_name;
+    if (name != "." && name != "..") bindAgain(covered.get(), folder, name);
+    errno = 0;
+  }
+  if (errno != 0) throw failure(folder);
+}
+
+} // namespace
+
+void mountMemory(const std::string& path, unsigned mode, bool readOnly) {
+  char data[32];
+  (void)snprintf(data, sizeof data, "mode=%04o", mode);
+  const unsigned long flags = MS_NODEV | (readOnly ? MS_RDONLY : 0);
+  check(mount("tev-board", path.c_str(), "tmpfs", flags, data), path + " (tmpfs)");
+}
+
+void makeFolders(const std::string& path) {
+  for (size_t end = path.find('/', 1); end != path.npos; end = path.find('/', end + 1)) {
+    const std::string folder = path.substr(0, end);
+    if (mkdir(folder.c_str(), 0755) != 0 && errno != EEXIST) throw failure(folder);
+  }
+  if (mkdir(path.c_str(), 0755) != 0 && errno != EEXIST) throw failure(path);
+}
+
+void layFolder(const std::string& path, unsigned mode) {
+  if (!isFolder(path)) {
+    std::string existing = parentOf(path);
+    while (!existing.empty() && !isFolder(existing))
+      existing = parentOf(existing);
+    coverFolder(existing);
+    makeFolders(path);
+  }
+  mountMemory(path, mode);
+}
+
+void makeReadOnly(const std::string& path) {
+  check(mount(path.c_str(), path.c_str(), nullptr, MS_BIND, nullptr), path);
+  check(mount(nullptr, path.c_str(), nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr), path);
+}
+
+} // namespace sim

@@ -1,0 +1,25 @@
+// Private folders and files in a mount namespace.
+#ifndef TEV_SIM_LAYOUT_H
+#define TEV_SIM_LAYOUT_H
+
+#include <string>
+
+namespace sim {
+
+/// Makes a private, empty memory file system appear at `path`, with the other entries beside it as before. Where `path`
+/// does not exist on the machine, nothing is created there: its nearest existing folder is covered by a memory file
+/// system into which that folder's own entries are bound again. `mode` as for mkdir(2). Throws std::runtime_error.
+void layFolder(const std::string& path, unsigned mode);
+
+/// Mounts an empty memory file system of this mode over a folder that exists. Throws std::runtime_error.
+void mountMemory(const std::string& path, unsigned mode, bool readOnly = false);
+
+/// Creates the folders on the way to `path`, and `path`. Throws std::runtime_error.
+void makeFolders(const std::string& path);
+
+/// Forbids writing to a file that exists, for this mount namespace. Throws std::runtime_error.
+void makeReadOnly(const std::string& path);
+
+} // namespace sim
+
+#endif

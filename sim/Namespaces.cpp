@@ -1,0 +1,36 @@
+#include "sim/Namespaces.h"
+#include "sim/Descriptor.h"
+#include "sim/Failure.h"
+
+#include <fcntl.h>
+#include <sched.h>
+
+namespace sim {
+
+namespace {
+
+constexpr int OWN = CLONE_NEWIPC | CLONE_NEWPID;
+
+void writeFile(const char* path, const std::string& text) {
+  const Descriptor file(check(open(path, O_WRONLY | O_CLOEXEC), path));
+  check(write(file.get(), text.data(), text.size()), path);
+}
+
+void mapSelfToRoot(uid_t user, gid_t group) {
+  writeFile("/proc/self/setgroups", "deny"); // the kernel wants this before a group may be mapped
+  writeFile("/proc/self/uid_map", "0 " + std::to_string(user) + " 1");
+  writeFile("/proc/self/gid_map", "0 " + std::to_string(group) + " 1");
+}
+
+} // namespace
+
+void enterNamespaces() {
+  const uid_t user = geteuid();
+  const gid_t group = getegid();
+  if (unshare(OWN) == 0) return;
+  if (errno != EPERM) throw failure("the kernel refuses new namespaces");
+  if (unshare(OWN | CLONE_NEWUSER) != 0) throw failure("the kernel refuses new namespaces to this user");
+  mapSelfToRoot(user, group);
+}
+
+} // namespace sim

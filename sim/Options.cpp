@@ -1,0 +1,173 @@
+#include "sim/Options.h"
+#include "sim/Quoting.h"
+
+#include <algorithm>
+#include <functional>
+#include <optional>
+
+namespace sim {
+
+const char* const HELP = R"(usage: tev-sim [options] [-- command ...]
+
+Runs a command on a stand-in for the board: what the command finds under /sys, /mnt/tev, /opt/tev and /var/log is a
+small model of the board that exists for this command only. Without a command it runs the tev-cli of the build tree.
+The terminal belongs to the command, and tev-sim ends with the command's exit status (128 + n for a signal n). When
+it ends, also when it is killed, all is gone; the machine itself is never changed.
+
+Watching the board (what reached it is also in /var/log/board.log as the command sees it):
+  --log FILE              write the board's log to FILE as well
+  --log-reads             tell opening and reading of nodes too, not only writing
+  --log-times             begin each line of the log with the time of day
+  --dump FILE             at the end write each node's text to FILE, one line each: PATH "text"
+
+Making the board different (PATH is a node or tool of the board, or an ending that only one of them has: setpoint):
+  --frozen                the temperature stays; alert line and tachometer still follow what is written
+  --node PATH=TEXT        first text of a node, with C escapes: temperature=29\n
+  --missing PATH          there is no such node or board tool
+  --read-only PATH        opening the node for writing is refused
+  --fail-write PATH       each write to the node fails with an input/output error
+  --tool NAME=fail        the board tool prints an error and ends with status 1
+  --tool NAME=silent      the board tool does and prints nothing
+  --private-tmp           an empty /tmp for this command only
+  --read-only-tmp         an empty /tmp in which nothing can be created
+
+Other:
+  --nodes fuse|files      how the nodes are made: by a file system of tev-sim's own, which sees each write, or as plain
+                          files that are watched; without this option files are used only where /dev/fuse is refused
+  --probe                 run no command; tell whether tev-sim can work on this machine
+  --help                  this text
+
+Exit status of tev-sim itself: 2 wrong options, 125 the machine refuses what the board needs (the reason is printed),
+126 the command cannot be started, 127 there is no such command.
+)";
+
+namespace {
+
+bool endsWith(const std::string& text, const std::string& ending) {
+  return text.size() >= ending.size() && text.compare(text.size() - ending.size(), ending.size(), ending) == 0;
+}
+
+// The full path for one that may be cut short at its front; otherwise sets `error`.
+std::string fullPath(const std::string& path, std::string& error) {
+  std::vector<std::string> found;
+  for (const std::string& known : boardPaths()) {
+    if (known == path || endsWith(known, "/" + path)) found.push_back(known);
+  }
+  if (found.size() == 1) return found[0];
+  error = found.empty() ? "the board has no " + path : path + " is not clear: " + found[0] + " or " + found[1];
+  return "";
+}
+
+struct Option {
+  const char* name;
+  bool hasValue;
+  std::function<std::string(Options&, const std::string& value)> apply; // empty, or what is wrong
+};
+
+// Makes an option out of a flag.
+template <class Set>
+Option flag(const char* name, Set set) {
+  return {name, false, [set](Options& options, const std::string&) {
+            set(options);
+            return std::string();
+          }};
+}
+
+// Makes an option out of a set of paths.
+Option pathOption(const char* name, std::set<std::string> Faults::*paths) {
+  return {name, true, [paths](Options& options, const std::string& value) {
+            std::string error;
+            (options.board.faults.*paths).insert(fullPath(value, error));
+            return error;
+          }};
+}
+
+std::string setFirstText(Options& options, const std::string& value) {
+  const size_t equals = value.find('=');
+  if (equals == value.npos) return "--node wants PATH=TEXT";
+  const std::optional<std::string> text = unescaped(std::string_view(value).substr(equals + 1));
+  if (!text) return "--node has an escape that C does not know: " + value;
+  std::string error;
+  options.board.faults.firstTexts[fullPath(value.substr(0, equals), error)] = *text;
+  return error;
+}
+
+std::string setTool(Options& options, const std::string& value) {
+  const size_t equals = value.find('=');
+  const std::string name = value.substr(0, equals);
+  const std::string fault = equals == value.npos ? "" : value.substr(equals + 1);
+  if (std::find(TOOL_NAMES.begin(), TOOL_NAMES.end(), name) == TOOL_NAMES.end()) return "there is no tool " + name;
+  if (fault != "fail" && fault != "silent") return "--tool wants NAME=fail or NAME=silent";
+  options.board.faults.tools[name] = fault == "fail" ? ToolFault::FAIL : ToolFault::SILENT;
+  return "";
+}
+
+std::string setNodeKind(Options& options, const std::string& value) {
+  if (value != "fuse" && value != "files") return "--nodes wants fuse or files";
+  options.nodes = value == "fuse" ? NodeKind::FUSE : NodeKind::FILES;
+  return "";
+}
+
+Option textOption(const char* name, std::string Options::*text) {
+  return {name, true, [text](Options& options, const std::string& value) {
+            options.*text = value;
+            return std::string();
+          }};
+}
+
+const std::vector<Option>& knownOptions() {
+  static const std::vector<Option> known = {
+      textOption("--log", &Options::logFile),
+      textOption("--dump", &Options::dumpFile),
+      {"--node", true, setFirstText},
+      {"--tool", true, setTool},
+      {"--nodes", true, setNodeKind},
+      pathOption("--missing", &Faults::missing),
+      pathOption("--read-only", &Faults::readOnly),
+      pathOption("--fail-write", &Faults::failWrite),
+      flag("--log-reads", [](Options& o) { o.board.logReads = true; }),
+      flag("--log-times", [](Options& o) { o.logTimes = true; }),
+      flag("--frozen", [](Options& o) { o.board.frozen = true; }),
+      flag("--private-tmp", [](Options& o) { o.tmp = std::max(o.tmp, Tmp::PRIVATE); }),
+      flag("--read-only-tmp", [](Options& o) { o.tmp = Tmp::READ_ONLY; }),
+      flag("--probe", [](Options& o) { o.probe = true; }),
+      flag("--help", [](Options& o) { o.help = true; }),
+  };
+  return known;
+}
+
+} // namespace
+
+std::variant<Options, std::string> parseOptions(const std::vector<std::string>& words) {
+  Options options;
+  for (auto word = words.begin(); word != words.end(); ++word) {
+    if (*word == "--") {
+      options.command.assign(word + 1, words.end());
+      if (options.command.empty()) return "there is no command after --";
+      return options;
+    }
+    const size_t equals = word->find('=');
+    const std::string name = word->substr(0, equals);
+    const auto& known = knownOptions();
+    const auto option = std::find_if(known.begin(), known.end(), [&](const Option& o) { return name == o.name; });
+    if (option == known.end()) {
+      return word->compare(0, 1, "-") == 0 ? "unknown option " + *word
+                                           : "unexpected word " + *word + " (a command goes after --)";
+    }
+    std::string value;
+    if (!option->hasValue && equals != word->npos) return name + " takes no value";
+    if (option->hasValue) {
+      if (equals != word->npos) {
+        value = word->substr(equals + 1);
+      } else if (++word != words.end()) {
+        value = *word;
+      } else {
+        return name + " wants a value";
+      }
+    }
+    if (std::string error = option->apply(options, value); !error.empty()) return error;
+  }
+  return options;
+}
+
+} // namespace sim

@@ -1,0 +1,36 @@
+// The command line of tev-sim.
+#ifndef TEV_SIM_OPTIONS_H
+#define TEV_SIM_OPTIONS_H
+
+#include "sim/Board.h"
+
+#include <string>
+#include <variant>
+#include <vector>
+
+namespace sim {
+
+enum class NodeKind { ANY, FUSE, FILES };
+enum class Tmp { HOST, PRIVATE, READ_ONLY };
+
+struct Options {
+  Board::Setup board;
+  NodeKind nodes = NodeKind::ANY;
+  Tmp tmp = Tmp::HOST;
+  std::string logFile; // empty: none
+  std::string dumpFile;
+  bool logTimes = false;
+  bool probe = false;
+  bool help = false;
+  std::vector<std::string> command; // empty: the shell from the build tree
+};
+
+/// The options in `words` (without the program's name), or a line that says what is wrong with them.
+std::variant<Options, std::string> parseOptions(const std::vector<std::string>& words);
+
+/// The text of --help.
+extern const char* const HELP;
+
+} // namespace sim
+
+#endif

@@ -1,0 +1,42 @@
+// Temperature, fan and alert of the board, as the thermal chip would report them.
+#ifndef TEV_SIM_THERMALMODEL_H
+#define TEV_SIM_THERMALMODEL_H
+
+namespace sim {
+
+/// The fan setting gives the speed at once. The temperature drifts towards a balance that lies lower the faster the fan
+/// turns, and the alert is on while the temperature is at or above the set-point. Temperatures are the chip's raw
+/// numbers: degrees Celsius less RAW_OFFSET.
+class ThermalModel {
+public:
+  static constexpr int RAW_OFFSET = 11;
+  static constexpr int MAX_FAN = 63;
+
+  /// Fan setting 0 (off) to MAX_FAN; others are brought to the nearer end.
+  void setFan(int setting);
+  /// One signed byte, like the chip's register; others are brought to the nearer end.
+  void setSetPoint(int raw);
+  void setTemperature(int raw);
+
+  /// Lets `seconds` pass.
+  void advance(double seconds);
+
+  int fan() const { return mFan; }
+  int setPoint() const { return mSetPoint; }
+  /// Whole raw degrees, rounded down.
+  int temperature() const;
+  bool alert() const { return temperature() >= mSetPoint; }
+  /// Clock ticks in one turn of the fan, 0 while it stands; a driver shows it in two bytes.
+  int tachCount() const;
+
+private:
+  double balance() const;
+
+  int mFan = 15;
+  int mSetPoint = 60 - RAW_OFFSET;
+  double mCelsius = balance();
+};
+
+} // namespace sim
+
+#endif

@@ -1,0 +1,94 @@
+// The board tools: one program that goes by its name. They keep their data in the identity EEPROM.
+#include "sim/Board.h"
+#include "sim/BoardSocket.h"
+#include "sim/Eeprom.h"
+#include "sim/Failure.h"
+
+#include <cstdio>
+#include <fcntl.h>
+
+namespace sim {
+
+namespace {
+
+std::string readEeprom(size_t offset, size_t size) {
+  const Descriptor node(check(open(EEPROM_NODE, O_RDONLY | O_CLOEXEC), EEPROM_NODE));
+  std::string bytes(size, '\0');
+  bytes.resize(
+      static_cast<size_t>(check(pread(node.get(), bytes.data(), size, static_cast<off_t>(offset)), EEPROM_NODE)));
+  if (bytes.size() != size) throw std::runtime_error(std::string(EEPROM_NODE) + ": too short");
+  return bytes;
+}
+
+void writeEeprom(size_t offset, const std::string& bytes) {
+  const Descriptor node(check(open(EEPROM_NODE, O_RDWR | O_CLOEXEC), EEPROM_NODE));
+  const ssize_t written =
+      check(pwrite(node.get(), bytes.data(), bytes.size(), static_cast<off_t>(offset)), EEPROM_NODE);
+  if (static_cast<size_t>(written) != bytes.size()) throw std::runtime_error(std::string(EEPROM_NODE) + ": full");
+}
+
+void readMacs() {
+  const std::string bytes = readEeprom(eeprom::MACS_AT, eeprom::MAC_COUNT * sizeof(eeprom::Mac));
+  for (size_t port = 0; port < eeprom::MAC_COUNT; ++port) {
+    eeprom::Mac mac;
+    std::copy_n(bytes.begin() + static_cast<ptrdiff_t>(port * mac.size()), mac.size(), mac.begin());
+    (void)printf("eth%zu %s\n", port, eeprom::formatMac(mac).c_str()); // main looks at the stream
+  }
+}
+
+void writeMacs(const std::string& text) {
+  const std::optional<eeprom::Mac> first = eeprom::parseMac(text);
+  if (!first) throw std::runtime_error("not a MAC address: " + text);
+  std::string bytes;
+  for (unsigned port = 0; port < eeprom::MAC_COUNT; ++port) {
+    const eeprom::Mac mac = eeprom::macAfter(*first, port);
+    bytes.append(mac.begin(), mac.end());
+  }
+  writeEeprom(eeprom::MACS_AT, bytes);
+}
+
+void readSerial() {
+  const std::string field = readEeprom(eeprom::SERIAL_AT, eeprom::SERIAL_SIZE);
+  (void)printf("%.*s\n", static_cast<int>(field.size()), field.c_str());
+}
+
+void writeSerial(const std::string& text) {
+  const std::optional<std::string> field = eeprom::serialField(text);
+  if (!field) throw std::runtime_error("not a serial number of 1 to 16 characters: " + text);
+  writeEeprom(eeprom::SERIAL_AT, *field);
+}
+
+void run(const std::string& name, const Words& arguments) {
+  Words question = {"tool", name};
+  question.insert(question.end(), arguments.begin(), arguments.end());
+  const std::string order = askBoard(question)[0];
+  if (order == "silent") return;
+  if (order != "ok") throw std::runtime_error("the EEPROM does not answer");
+  const bool writes = name.find("-write-") != name.npos;
+  const bool macs = name.find("-macs-") != name.npos;
+  if (arguments.size() != (writes ? 1U : 0U)) {
+    throw std::runtime_error(writes ? "wants one argument" : "wants no argument");
+  }
+  if (writes) {
+    macs ? writeMacs(arguments[0]) : writeSerial(arguments[0]);
+  } else {
+    macs ? readMacs() : readSerial();
+  }
+}
+
+} // namespace
+
+} // namespace sim
+
+int main(int argc, char** argv) {
+  const std::string path = argc > 0 ? argv[0] : "";
+  const std::string name = path.substr(path.rfind('/') + 1);
+  try {
+    sim::run(name, {argv + (argc > 0 ? 1 : 0), argv + argc});
+    if (fflush(stdout) != 0) throw sim::failure("standard output");
+    return 0;
+  } catch (const std::exception& error) {
+    (void)fprintf(stderr, "%s: %s\n", name.c_str(), error.what());
+    return 1;
+  }
+}

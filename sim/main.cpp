@@ -1,0 +1,72 @@
+// tev-sim: runs a command on a stand-in for the board. This process stays outside; its child becomes the board.
+#include "sim/BoardProcess.h"
+#include "sim/Failure.h"
+#include "sim/Job.h"
+#include "sim/Launch.h"
+#include "sim/Namespaces.h"
+
+#include <cstdio>
+#include <fcntl.h>
+#include <sys/socket.h>
+
+namespace sim {
+
+namespace {
+
+constexpr int REFUSED = 125;
+
+// Keeps our own files away from the numbers of the standard streams; true where one was closed.
+void holdStreams(bool (&closed)[3]) {
+  for (int fd = 0; fd < 3; ++fd) {
+    closed[fd] = fcntl(fd, F_GETFD) < 0;
+    if (closed[fd]) check(open("/dev/null", O_RDWR), "/dev/null");
+  }
+}
+
+Descriptor openOutside(const std::string& path, int flags) {
+  if (path.empty()) return Descriptor();
+  return Descriptor(check(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | flags, 0644), path));
+}
+
+int launch(const Options& options) {
+  Surroundings inside;
+  holdStreams(inside.closed);
+  inside.log = openOutside(options.logFile, O_APPEND);
+  inside.dump = openOutside(options.dumpFile, 0);
+  sigset_t all;
+  (void)sigfillset(&all); // cannot fail
+  check(sigprocmask(SIG_BLOCK, &all, &inside.signalMask), "sigprocmask");
+  int ends[2] = {-1, -1};
+  check(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends), "socketpair");
+  Descriptor channel(ends[0]);
+  inside.channel = Descriptor(ends[1]);
+  enterNamespaces();
+  const pid_t board = check(fork(), "fork");
+  if (board == 0) {
+    channel = Descriptor();
+    return runBoard(options, std::move(inside));
+  }
+  inside = Surroundings();
+  leaveStreams();
+  return waitForBoard(board, channel.get());
+}
+
+} // namespace
+
+} // namespace sim
+
+int main(int argc, char** argv) {
+  const auto parsed = sim::parseOptions({argv + 1, argv + argc});
+  if (const std::string* error = std::get_if<std::string>(&parsed)) {
+    (void)fprintf(stderr, "tev-sim: %s\nTry tev-sim --help.\n", error->c_str());
+    return 2;
+  }
+  const auto& options = std::get<sim::Options>(parsed);
+  if (options.help) return fputs(sim::HELP, stdout) < 0 || fflush(stdout) != 0 ? 1 : 0;
+  try {
+    return sim::launch(options);
+  } catch (const std::exception& error) {
+    (void)fprintf(stderr, "tev-sim: %s\n", error.what());
+    return sim::REFUSED;
+  }
+}
