@@ -197,6 +197,8 @@ ssize_t Board::write(size_t index, size_t offset, std::string_view bytes) {
   int error = 0;
   if (node.failWrite) {
     error = EIO;
+  } else if ((node.mode & 0222U) == 0) {
+    error = EACCES; // plain files let the superuser come this far
   } else if (node.binary && offset >= node.text.size()) {
     error = EFBIG;
   } else if (node.binary) {

@@ -53,16 +53,21 @@ void installTools(const Descriptor& program, const std::set<std::string>& missin
   }
 }
 
-std::unique_ptr<NodeServer> makeNodes(NodeKind kind, Board& board, BoardLog& log) {
-  if (kind != NodeKind::FILES) {
+std::unique_ptr<NodeServer> makeNodes(const Options& options, Board& board, BoardLog& log) {
+  std::string reason = "--nodes";
+  if (options.nodes != NodeKind::FILES) {
     try {
       return makeFuseNodes(board);
     } catch (const std::runtime_error& error) {
-      if (kind == NodeKind::FUSE) throw;
-      log.add(std::string("note: nodes are plain files here (") + error.what() +
-              "): seen when closed, several writes as one, a shorter text keeps the tail of the longer one");
+      if (options.nodes == NodeKind::FUSE) throw;
+      reason = error.what();
     }
   }
+  const Faults& faults = options.board.faults;
+  if (!faults.readOnly.empty() || !faults.failWrite.empty()) {
+    throw std::runtime_error("plain files (" + reason + ") cannot refuse to be written");
+  }
+  log.add("note: nodes are plain files (" + reason + "): writes are seen at close, several as one");
   return makeFileNodes(board);
 }
 
@@ -152,7 +157,6 @@ void Session::advance() {
   const auto now = std::chrono::steady_clock::now();
   mBoard.advance(std::chrono::duration<double>(now - mLast).count());
   mLast = now;
-  mNodes.publish();
 }
 
 void writeDump(const Board& board, const Descriptor& file) {
@@ -178,7 +182,7 @@ int runBoard(const Options& options, Surroundings surroundings) {
   log.addFile(Descriptor(check(open(LOG_INSIDE, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644), LOG_INSIDE)));
   installTools(tool, options.board.faults.missing);
   Board board(options.board, log);
-  const std::unique_ptr<NodeServer> nodes = makeNodes(options.nodes, board, log);
+  const std::unique_ptr<NodeServer> nodes = makeNodes(options, board, log);
   Session session(board, *nodes, surroundings.channel);
   if (options.probe) return 0;
 

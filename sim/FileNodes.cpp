@@ -1,13 +1,21 @@
-// The nodes as plain files that are watched, where the machine keeps us from a file system of our own.
+// The nodes as plain files, where the machine keeps us from a file system of our own.
+//
+// The board holds a write lease on each file: who opens one waits in the kernel until the board has let go of it. So
+// the board first takes in what was written to others, brings the file up to date, puts a new leased file in its place
+// for whoever comes next, and only then lets the opener have the old one. When that is closed, what it holds is what
+// was written to the node.
 #include "sim/Descriptor.h"
 #include "sim/Failure.h"
 #include "sim/Layout.h"
 #include "sim/NodeServer.h"
 
 #include <algorithm>
+#include <csignal>
 #include <fcntl.h>
 #include <map>
+#include <sys/epoll.h>
 #include <sys/inotify.h>
+#include <sys/signalfd.h>
 #include <sys/stat.h>
 
 namespace sim {
@@ -18,82 +26,124 @@ class FileNodes : public NodeServer {
 public:
   explicit FileNodes(Board& board);
 
-  int descriptor() const override { return mWatch.get(); }
+  int descriptor() const override { return mEvents.get(); }
   void serve() override;
-  void publish() override;
 
 private:
-  struct File {
-    Descriptor descriptor; // stays open, so that the board's own writes are never reported as a file being closed
-    std::string text;      // what it holds, as far as the board knows
+  struct Given {
+    Descriptor file;
+    size_t node;
+    std::string text; // what it held when it was given away
   };
 
-  void compare(size_t node);
+  void waitFor(const Descriptor& source);
+  void lay(size_t node);
+  void giveAway(size_t node, int wanted);
+  void takeClosed();
+  void compare(const Given& given);
 
   Board& mBoard;
-  Descriptor mWatch;
-  std::vector<File> mFiles;
-  std::map<int, size_t> mNodeOfWatch;
+  Descriptor mEvents;  // readable when one of the next two is
+  Descriptor mOpening; // SIGIO: somebody waits for a leased file
+  Descriptor mClosed;  // inotify: somebody closed a file that was given away
+  std::vector<Descriptor> mLeased;
+  std::map<int, Given> mGiven; // by watch
 };
 
-FileNodes::FileNodes(Board& board) : mBoard(board), mWatch(check(inotify_init1(IN_NONBLOCK | IN_CLOEXEC), "inotify")) {
+FileNodes::FileNodes(Board& board)
+    : mBoard(board), mEvents(check(epoll_create1(EPOLL_CLOEXEC), "epoll")),
+      mClosed(check(inotify_init1(IN_NONBLOCK | IN_CLOEXEC), "inotify")) {
+  sigset_t io;
+  (void)sigemptyset(&io); // cannot fail, like the next
+  (void)sigaddset(&io, SIGIO);
+  mOpening = Descriptor(check(signalfd(-1, &io, SFD_NONBLOCK | SFD_CLOEXEC), "signalfd"));
+  waitFor(mOpening);
+  waitFor(mClosed);
   mountMemory("/sys", 0755);
-  for (const Node& node : board.nodes()) {
-    if (node.failWrite) throw std::runtime_error("failing writes need nodes by fuse");
-    makeFolders(node.path.substr(0, node.path.rfind('/')));
-    const int fd = open(node.path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, node.mode);
-    mFiles.push_back({Descriptor(check(fd, node.path)), ""});
-    const int watch = check(inotify_add_watch(mWatch.get(), node.path.c_str(), IN_CLOSE_WRITE), node.path);
-    mNodeOfWatch[watch] = mFiles.size() - 1;
-    if ((node.mode & 0222U) == 0) makeReadOnly(node.path);
+  mLeased.resize(board.nodes().size());
+  for (size_t i = 0; i < mLeased.size(); ++i) {
+    const std::string& path = board.nodes()[i].path;
+    makeFolders(path.substr(0, path.rfind('/')));
+    lay(i);
   }
-  publish();
 }
 
-void FileNodes::publish() {
-  for (size_t i = 0; i < mFiles.size(); ++i) {
-    File& file = mFiles[i];
-    const std::string& text = mBoard.nodes()[i].text;
-    if (text == file.text) continue;
-    const auto size = static_cast<ssize_t>(text.size());
-    if (pwrite(file.descriptor.get(), text.data(), text.size(), 0) != size ||
-        ftruncate(file.descriptor.get(), size) != 0) {
-      throw failure(mBoard.nodes()[i].path);
-    }
-    file.text = text;
-  }
+void FileNodes::waitFor(const Descriptor& source) {
+  epoll_event event = {};
+  event.events = EPOLLIN;
+  check(epoll_ctl(mEvents.get(), EPOLL_CTL_ADD, source.get(), &event), "epoll");
+}
+
+// Puts a new leased file in a node's place.
+void FileNodes::lay(size_t index) {
+  const Node& node = mBoard.nodes()[index];
+  constexpr char FRESH[] = "/sys/.fresh";
+  Descriptor file(check(open(FRESH, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600), node.path));
+  check(fchmod(file.get(), node.mode), node.path);
+  check(fcntl(file.get(), F_SETLEASE, F_WRLCK), node.path + " (lease)");
+  check(rename(FRESH, node.path.c_str()), node.path);
+  mLeased[index] = std::move(file);
 }
 
 void FileNodes::serve() {
+  signalfd_siginfo news = {};
+  while (read(mOpening.get(), &news, sizeof news) > 0) {
+  } // the leases themselves tell which
+  takeClosed();
+  for (size_t i = 0; i < mLeased.size(); ++i) {
+    const int wanted = fcntl(mLeased[i].get(), F_GETLEASE);
+    if (wanted != F_WRLCK) giveAway(i, wanted);
+  }
+}
+
+void FileNodes::giveAway(size_t index, int wanted) {
+  const bool toWrite = wanted == F_UNLCK;
+  const Node& node = mBoard.nodes()[index];
+  (void)mBoard.open(index, toWrite ? O_RDWR : O_RDONLY); // only for the log: plain files cannot refuse the superuser
+  // A text is replaced as a whole, so a writer gets an empty file. The bytes of a chip are written where they belong.
+  Given given{std::move(mLeased[index]), index, toWrite && !node.binary ? "" : node.text};
+  const int fd = given.file.get();
+  lay(index);
+  const auto size = static_cast<ssize_t>(given.text.size());
+  if (pwrite(fd, given.text.data(), given.text.size(), 0) != size) throw failure(node.path);
+  const std::string path = "/proc/self/fd/" + std::to_string(fd);
+  const int watch = check(inotify_add_watch(mClosed.get(), path.c_str(), IN_CLOSE), node.path);
+  mGiven.insert_or_assign(watch, std::move(given));
+  check(fcntl(fd, F_SETLEASE, F_UNLCK), node.path);
+}
+
+void FileNodes::takeClosed() {
   alignas(inotify_event) char events[4096];
   ssize_t size = 0;
-  while ((size = read(mWatch.get(), events, sizeof events)) > 0) {
+  while ((size = read(mClosed.get(), events, sizeof events)) > 0) {
     for (const char* at = events; at < events + size;) {
       const auto* event = reinterpret_cast<const inotify_event*>(at);
-      const auto node = mNodeOfWatch.find(event->wd);
-      if (node != mNodeOfWatch.end()) compare(node->second);
       at += sizeof *event + event->len;
+      const auto given = mGiven.find(event->wd);
+      if (given == mGiven.end()) continue;
+      if ((event->mask & IN_CLOSE_WRITE) != 0) compare(given->second);
+      // A lease is to be had only if nobody else has the file open.
+      if (fcntl(given->second.file.get(), F_SETLEASE, F_WRLCK) == 0) {
+        (void)inotify_rm_watch(mClosed.get(), event->wd); // goes with the file anyway
+        mGiven.erase(given);
+      }
     }
   }
 }
 
-// Tells the board what is different in the file now.
-void FileNodes::compare(size_t index) {
-  File& file = mFiles[index];
-  const Node& node = mBoard.nodes()[index];
+// Tells the board what is different in a file that was given away.
+void FileNodes::compare(const Given& given) {
+  const Node& node = mBoard.nodes()[given.node];
   std::string now(2 * 4096, '\0');
-  now.resize(static_cast<size_t>(check(pread(file.descriptor.get(), now.data(), now.size(), 0), node.path)));
-  if (now == file.text) return;
-  file.text = now; // publish() puts there what the board makes of it
+  now.resize(static_cast<size_t>(check(pread(given.file.get(), now.data(), now.size(), 0), node.path)));
+  if (node.binary) now.resize(given.text.size(), '\0'); // a chip does not change its size
+  if (now == given.text) return;
+  size_t first = 0;
   if (node.binary) {
-    now.resize(node.text.size(), '\0'); // a chip does not change its size
-    const auto first = std::mismatch(now.begin(), now.end(), node.text.begin()).first;
-    const auto last = std::mismatch(now.rbegin(), now.rend(), node.text.rbegin()).first.base();
-    if (first < last) mBoard.write(index, static_cast<size_t>(first - now.begin()), std::string(first, last));
-  } else {
-    mBoard.write(index, 0, now);
+    first = static_cast<size_t>(std::mismatch(now.begin(), now.end(), given.text.begin()).first - now.begin());
+    now.erase(std::mismatch(now.rbegin(), now.rend(), given.text.rbegin()).first.base(), now.end());
   }
-  publish();
+  (void)mBoard.write(given.node, first, std::string_view(now).substr(first)); // too late to tell the writer
 }
 
 } // namespace

@@ -35,7 +35,6 @@ public:
 
   int descriptor() const override { return fuse_session_fd(mSession); }
   void serve() override;
-  void publish() override {} // each read asks the board
 
 private:
   static FuseNodes& self(fuse_req_t request) { return *static_cast<FuseNodes*>(fuse_req_userdata(request)); }
@@ -67,6 +66,7 @@ FuseNodes::FuseNodes(Board& board) : mBoard(board) {
   fuse_args args = {1, arguments, 0};
   const fuse_lowlevel_ops known = operations();
   mSession = fuse_session_new(&args, &known, sizeof known, this);
+  fuse_opt_free_args(&args);
   if (mSession == nullptr) throw std::runtime_error("/sys (fuse): the library makes no session");
   // With this form of the name the library takes over a device that is mounted already.
   if (fuse_session_mount(mSession, ("/dev/fd/" + number).c_str()) != 0) {

@@ -84,9 +84,4 @@ void layFolder(const std::string& path, unsigned mode) {
   mountMemory(path, mode);
 }
 
-void makeReadOnly(const std::string& path) {
-  check(mount(path.c_str(), path.c_str(), nullptr, MS_BIND, nullptr), path);
-  check(mount(nullptr, path.c_str(), nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr), path);
-}
-
 } // namespace sim

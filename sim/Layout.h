@@ -17,9 +17,6 @@ void mountMemory(const std::string& path, unsigned mode, bool readOnly = false);
 /// Creates the folders on the way to `path`, and `path`. Throws std::runtime_error.
 void makeFolders(const std::string& path);
 
-/// Forbids writing to a file that exists, for this mount namespace. Throws std::runtime_error.
-void makeReadOnly(const std::string& path);
-
 } // namespace sim
 
 #endif

@@ -48,7 +48,9 @@ int launch(const Options& options) {
   }
   inside = Surroundings();
   leaveStreams();
-  return waitForBoard(board, channel.get());
+  // No clean-up after this: whatever starts a process for it (a leak checker does) would fail, because this process
+  // can have children only in the board's namespaces, and those have gone.
+  _exit(waitForBoard(board, channel.get()));
 }
 
 } // namespace
