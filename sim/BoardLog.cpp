@@ -2,8 +2,8 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <ctime>
+#include <system_error>
 
 namespace sim {
 
@@ -28,8 +28,8 @@ void BoardLog::add(const std::string& line) {
     if (!file) continue;
     const ssize_t written = write(file.get(), text.data(), text.size());
     if (written == static_cast<ssize_t>(text.size())) continue;
-    (void)fprintf(stderr, "tev-sim: cannot write the board's log: %s\n",
-                  written < 0 ? strerror(errno) : "no room for the whole line");
+    const std::string why = written < 0 ? std::generic_category().message(errno) : "no room for the whole line";
+    (void)fprintf(stderr, "tev-sim: cannot write the board's log: %s\n", why.c_str());
     file = Descriptor();
   }
 }

@@ -193,7 +193,7 @@ int runBoard(const Options& options, Surroundings surroundings) {
     for (int fd = 0; fd < 3; ++fd) {
       if (surroundings.closed[fd]) (void)close(fd); // it was only held open for us
     }
-    if (sigprocmask(SIG_SETMASK, &surroundings.signalMask, nullptr) != 0) _exit(125);
+    (void)pthread_sigmask(SIG_SETMASK, &surroundings.signalMask, nullptr); // fails only for an unknown first argument
     startProgram(program, words);
   }
   leaveStreams();

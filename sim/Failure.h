@@ -3,15 +3,14 @@
 #define TEV_SIM_FAILURE_H
 
 #include <cerrno>
-#include <cstring>
-#include <stdexcept>
 #include <string>
+#include <system_error>
 
 namespace sim {
 
 /// An exception that says `what` and the reason in errno. Thrown while the board is set up, caught in main.
-inline std::runtime_error failure(const std::string& what) {
-  return std::runtime_error(what + ": " + strerror(errno)); // one thread only
+inline std::system_error failure(const std::string& what) {
+  return std::system_error(errno, std::generic_category(), what);
 }
 
 /// `result` of a system call, unless it is negative: then the failure() of `what`.

@@ -22,6 +22,8 @@ namespace sim {
 
 namespace {
 
+constexpr size_t LONGEST = 8192; // of what a file may hold; the board takes no more than 4096 at once
+
 class FileNodes : public NodeServer {
 public:
   explicit FileNodes(Board& board);
@@ -134,7 +136,7 @@ void FileNodes::takeClosed() {
 // Tells the board what is different in a file that was given away.
 void FileNodes::compare(const Given& given) {
   const Node& node = mBoard.nodes()[given.node];
-  std::string now(2 * 4096, '\0');
+  std::string now(LONGEST, '\0');
   now.resize(static_cast<size_t>(check(pread(given.file.get(), now.data(), now.size(), 0), node.path)));
   if (node.binary) now.resize(given.text.size(), '\0'); // a chip does not change its size
   if (now == given.text) return;

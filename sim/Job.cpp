@@ -3,6 +3,7 @@
 #include "sim/Failure.h"
 
 #include <csignal>
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/signalfd.h>
 #include <sys/socket.h>
@@ -18,8 +19,17 @@ void stopBy(int number) {
   (void)sigemptyset(&one); // these cannot fail: the sets and numbers are valid
   (void)sigaddset(&one, number);
   (void)raise(number);
-  (void)sigprocmask(SIG_UNBLOCK, &one, nullptr);
-  (void)sigprocmask(SIG_BLOCK, &one, nullptr);
+  (void)pthread_sigmask(SIG_UNBLOCK, &one, nullptr);
+  (void)pthread_sigmask(SIG_BLOCK, &one, nullptr);
+}
+
+// A command that manages jobs of its own cannot name our process group, which is not in its namespace, and so cannot
+// give the terminal back to it.
+void takeTerminalBack() {
+  const Descriptor terminal(open("/dev/tty", O_RDWR | O_CLOEXEC));
+  if (!terminal) return;
+  const pid_t group = tcgetpgrp(terminal.get());
+  if (group > 0 && kill(-group, 0) != 0 && errno == ESRCH) (void)tcsetpgrp(terminal.get(), getpgrp());
 }
 
 } // namespace
@@ -32,6 +42,7 @@ int waitForBoard(pid_t board, int channel) {
   for (;;) {
     int status = 0;
     if (check(waitpid(board, &status, WNOHANG), "waitpid") == board) {
+      takeTerminalBack();
       return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
     }
     if (poll(waits, 2, -1) < 0 && errno != EINTR) throw failure("poll");

@@ -27,7 +27,7 @@ Program findProgram(const std::string& name) {
   if (name.find('/') != name.npos) {
     candidates.push_back(name);
   } else {
-    const char* const variable = getenv("PATH");
+    const char* const variable = getenv("PATH"); // NOLINT(concurrency-mt-unsafe): there is one thread
     const std::string folders = variable != nullptr ? variable : "/usr/bin:/bin";
     for (size_t at = 0; at <= folders.size();) {
       const size_t end = std::min(folders.find(':', at), folders.size());
@@ -53,6 +53,7 @@ Program findProgram(const std::string& name) {
 
 void startProgram(const Program& program, const std::vector<std::string>& words) {
   std::vector<char*> arguments;
+  arguments.reserve(words.size() + 1);
   for (const std::string& word : words)
     arguments.push_back(const_cast<char*>(word.c_str())); // exec leaves them alone
   arguments.push_back(nullptr);
@@ -70,7 +71,8 @@ void startProgram(const Program& program, const std::vector<std::string>& words)
     }
     error = errno;
   }
-  (void)fprintf(stderr, "tev-sim: cannot start %s: %s\n", words[0].c_str(), strerror(error));
+  const std::string why = std::generic_category().message(error);
+  (void)fprintf(stderr, "tev-sim: cannot start %s: %s\n", words[0].c_str(), why.c_str());
   _exit(error == ENOENT ? 127 : 126);
 }
 

@@ -2,11 +2,11 @@
 #include "sim/Descriptor.h"
 #include "sim/Failure.h"
 
-#include <dirent.h>
 #include <fcntl.h>
-#include <memory>
+#include <filesystem>
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <vector>
 
 namespace sim {
 
@@ -39,21 +39,26 @@ void bindAgain(int covered, const std::string& folder, const std::string& name) 
   check(mount(source.c_str(), target.c_str(), nullptr, MS_BIND | MS_REC, nullptr), target);
 }
 
+std::vector<std::string> namesIn(const std::string& folder) {
+  std::vector<std::string> names;
+  std::error_code error;
+  for (std::filesystem::directory_iterator entry(folder, error), end; !error && entry != end; entry.increment(error)) {
+    names.push_back(entry->path().filename());
+  }
+  // A folder that may not be listed shows nothing beside the board's own entry.
+  if (error && error != std::errc::permission_denied) throw std::system_error(error, folder);
+  return names;
+}
+
 void coverFolder(const std::string& folder) {
   if (folder.empty()) throw std::runtime_error("the board's folders would need a new top folder of the machine");
-  const Descriptor covered(check(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC), folder));
-  const std::unique_ptr<DIR, int (*)(DIR*)> entries(opendir(folder.c_str()), closedir);
-  if (!entries) throw failure(folder);
+  const Descriptor covered(check(open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC), folder));
+  const std::vector<std::string> names = namesIn(folder);
   struct stat about = {};
   check(fstat(covered.get(), &about), folder);
   mountMemory(folder, about.st_mode & 07777U);
-  errno = 0;
-  while (const dirent* entry = readdir(entries.get())) {
-    const std::string name = entry->d_name;
-    if (name != "." && name != "..") bindAgain(covered.get(), folder, name);
-    errno = 0;
-  }
-  if (errno != 0) throw failure(folder);
+  for (const std::string& name : names)
+    bindAgain(covered.get(), folder, name);
 }
 
 } // namespace

@@ -10,10 +10,12 @@ namespace sim {
 namespace {
 
 constexpr int OWN = CLONE_NEWIPC | CLONE_NEWPID;
+constexpr char REFUSED[] = "the kernel refuses this user a user namespace (see user.max_user_namespaces, "
+                           "kernel.unprivileged_userns_clone, kernel.apparmor_restrict_unprivileged_userns)";
 
 void writeFile(const char* path, const std::string& text) {
-  const Descriptor file(check(open(path, O_WRONLY | O_CLOEXEC), path));
-  check(write(file.get(), text.data(), text.size()), path);
+  const Descriptor file(check(open(path, O_WRONLY | O_CLOEXEC), REFUSED));
+  check(write(file.get(), text.data(), text.size()), REFUSED);
 }
 
 void mapSelfToRoot(uid_t user, gid_t group) {
@@ -29,7 +31,7 @@ void enterNamespaces() {
   const gid_t group = getegid();
   if (unshare(OWN) == 0) return;
   if (errno != EPERM) throw failure("the kernel refuses new namespaces");
-  if (unshare(OWN | CLONE_NEWUSER) != 0) throw failure("the kernel refuses new namespaces to this user");
+  if (unshare(OWN | CLONE_NEWUSER) != 0) throw failure(REFUSED);
   mapSelfToRoot(user, group);
 }
 

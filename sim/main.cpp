@@ -34,8 +34,8 @@ int launch(const Options& options) {
   inside.log = openOutside(options.logFile, O_APPEND);
   inside.dump = openOutside(options.dumpFile, 0);
   sigset_t all;
-  (void)sigfillset(&all); // cannot fail
-  check(sigprocmask(SIG_BLOCK, &all, &inside.signalMask), "sigprocmask");
+  (void)sigfillset(&all);                                     // cannot fail
+  (void)pthread_sigmask(SIG_BLOCK, &all, &inside.signalMask); // fails only for an unknown first argument
   int ends[2] = {-1, -1};
   check(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends), "socketpair");
   Descriptor channel(ends[0]);
@@ -58,14 +58,14 @@ int launch(const Options& options) {
 } // namespace sim
 
 int main(int argc, char** argv) {
-  const auto parsed = sim::parseOptions({argv + 1, argv + argc});
-  if (const std::string* error = std::get_if<std::string>(&parsed)) {
-    (void)fprintf(stderr, "tev-sim: %s\nTry tev-sim --help.\n", error->c_str());
-    return 2;
-  }
-  const auto& options = std::get<sim::Options>(parsed);
-  if (options.help) return fputs(sim::HELP, stdout) < 0 || fflush(stdout) != 0 ? 1 : 0;
   try {
+    const auto parsed = sim::parseOptions({argv + 1, argv + argc});
+    if (const std::string* error = std::get_if<std::string>(&parsed)) {
+      (void)fprintf(stderr, "tev-sim: %s\nTry tev-sim --help.\n", error->c_str());
+      return 2;
+    }
+    const auto& options = std::get<sim::Options>(parsed);
+    if (options.help) return fputs(sim::HELP, stdout) < 0 || fflush(stdout) != 0 ? 1 : 0;
     return sim::launch(options);
   } catch (const std::exception& error) {
     (void)fprintf(stderr, "tev-sim: %s\n", error.what());
