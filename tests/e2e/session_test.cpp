@@ -24,11 +24,11 @@ std::string testName(const ::testing::TestParamInfo<Session>& info) {
   return name;
 }
 
-void PrintTo(const Session& session, std::ostream* out) { *out << session.name; }
-
 class Played : public ::testing::TestWithParam<Session> {};
 
 } // namespace
+
+void PrintTo(const Session& session, std::ostream* out) { *out << session.name; }
 
 TEST_P(Played, ComesOutAsWritten) {
   static const std::string obstacle = whyNotPlayable();
