@@ -1,0 +1,18 @@
+#include "messaging/AdminControlReqMsg.h"
+
+#include "messaging/AdminControlRespMsg.h"
+
+const MsgLayout AdminControlReqMsg::layout = {
+    "AdminControlReqMsg",
+    108,
+    PipeForm::bigEndian,
+    /*restoresFlags*/ true,
+    /*rendersMtype*/ true,
+    {{"   control = ", 2}, {"   arg1    = ", 0}, {"   arg2    = ", 0}, {"   arg3    = ", 0}, {"   arg4    = ", 0}},
+};
+
+MsgObj* AdminControlReqMsg::CreateResponse() { return new (std::nothrow) AdminControlRespMsg; }
+
+void populate_msgbuff(void* buffer, int, const AdminControlReqMsg& message) {
+  message.encodeTo(buffer, AdminControlReqMsg::layout);
+}

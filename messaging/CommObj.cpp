@@ -1,0 +1,268 @@
+#include "messaging/CommObj.h"
+
+#include "log/tevlog.h"
+#include "messaging/MsgObj.h"
+#include "messaging/MsgQueue.h"
+#include "platform/Uncancelled.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/ipc.h>
+#include <sys/msg.h>
+#include <sys/select.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr int replyTimeoutSeconds = 3;
+constexpr int drainCheckMicroseconds = 1000;
+constexpr int readsMax = 3; // calls made to get a reply, or to drain the pipe
+
+// Where stale pipe data goes. Shared by all endpoints and threads; nobody reads it.
+char sinkbuffer[1024];
+
+// Waits until `fd` can be read: 1, or 0 when the time ran out, or -1 with errno.
+int waitReadable(int fd, int seconds, int microseconds) {
+  if (fd < 0 || fd >= FD_SETSIZE) {
+    errno = EBADF;
+    return -1;
+  }
+  fd_set readable;
+  FD_ZERO(&readable);
+  FD_SET(fd, &readable);
+  struct timeval timeout = {seconds, microseconds};
+  return select(fd + 1, &readable, nullptr, nullptr, &timeout);
+}
+
+// Reads up to `size` bytes from a descriptor that never blocks, in at most readsMax calls. Returns how many came.
+size_t readAvailable(int fd, void* buffer, size_t size) {
+  size_t got = 0;
+  for (int calls = 0; got < size && calls < readsMax; ++calls) {
+    const ssize_t count = read(fd, static_cast<char*>(buffer) + got, size - got);
+    if (count > 0) got += static_cast<size_t>(count); // 0 and errors only count as calls
+  }
+  return got;
+}
+
+} // namespace
+
+int CommObj::_sNextMsgQKey = 87654;
+
+std::map<unsigned long, CommObj*>& CommObj::_sTid2CommObj() {
+  static auto* endpoints = new std::map<unsigned long, CommObj*>;
+  return *endpoints;
+}
+
+std::map<std::string, unsigned long>& CommObj::_sTaskName2Tid() {
+  static auto* ids = new std::map<std::string, unsigned long>;
+  return *ids;
+}
+
+void CommObj::SetKey(int key) { _sNextMsgQKey = key; }
+
+int CommObj::NextMsgQKey() { return ++_sNextMsgQKey; }
+
+// ---- Life
+
+CommObj::CommObj(const char* taskName) : _queueKey(NextMsgQKey()), _queueId(msgget(_queueKey, IPC_CREAT | 0660)) {
+  if (_queueId < 0) {
+    tev::log << "error: cannot create msgQ: " << _queueId << tev::endl;
+    return;
+  }
+  _taskId = static_cast<unsigned long>(_queueId);
+  (void)std::snprintf(_taskName, sizeof _taskName, "%s", taskName); // cut on purpose
+  _queueOut = MsgQOutStream(_queueId);
+  tev::log << "Creating Task: " << _taskName << "(" << static_cast<unsigned int>(_taskId) << ")"
+           << " with msgqid: " << _queueId << tev::endl;
+  _sTid2CommObj()[_taskId] = this;
+  _sTaskName2Tid()[_taskName] = _taskId;
+  openPipe();
+  _syncMutex = krMutexCreate();
+  if (_syncMutex == nullptr) {
+    tev::log << "error: cannot create mutex for tid: " << static_cast<unsigned int>(_taskId) << tev::endl;
+  }
+}
+
+void CommObj::openPipe() {
+  (void)std::snprintf(_pipeName, sizeof _pipeName, "/tmp/%s.%d", _taskName, static_cast<int>(_taskId));
+  (void)unlink(_pipeName); // what an earlier process left; usually there is nothing
+  if (mkfifo(_pipeName, 0660) != 0) {
+    tev::log << "error: cannot create named pipe: " << _pipeName << tev::endl;
+    return;
+  }
+  // For reading and writing: the open waits for no peer, and the pipe always has a writer.
+  const int fd = open(_pipeName, O_RDWR | O_NONBLOCK | O_CLOEXEC);
+  if (fd < 0) {
+    tev::log << "error: cannot open named pipe: " << _pipeName << tev::endl;
+    return;
+  }
+  _pipeFd = fd;
+  _pipeOut = PipeOutStream(fd);
+}
+
+CommObj::~CommObj() {
+  kill(); // the thread must have left this object before any of it goes
+  if (_queueId > 0 && msgctl(_queueId, IPC_RMID, nullptr) != 0) {
+    tev::log << "error: cannot remove msgQ: " << _queueId << tev::endl;
+  }
+  if (_pipeFd > 0) {
+    (void)close(_pipeFd); // nothing to lose: the pipe goes as well
+    if (unlink(_pipeName) != 0) tev::log << "error: cannot remove named pipe: " << _pipeName << tev::endl;
+  }
+  krMutexDestroy(_syncMutex);
+}
+
+void CommObj::go(int priority, int stackSize) { start(_taskName, priority, stackSize); }
+
+void CommObj::StopAll() {
+  for (const auto& [taskId, endpoint] : _sTid2CommObj()) {
+    endpoint->kill();
+    delete endpoint;
+  }
+  _sTid2CommObj().clear();
+  _sTaskName2Tid().clear();
+}
+
+// ---- Receiving
+
+// Nothing with a destructor in this frame: the thread arrives here with asynchronous cancellation enabled.
+void CommObj::run() {
+  const kr::CancelSetting before = kr::disableCancellation();
+  receiveLoop();
+  kr::restoreCancellation(before);
+}
+
+[[gnu::noinline]] void CommObj::receiveLoop() {
+  _pid = static_cast<uint16_t>(getpid());
+  char buffer[msgTypeSize + msgTextMax] = {};
+  for (;;) {
+    if (receiveFromQueue(_queueId, buffer) < 0) {
+      if (!handleReceiveFailure(errno)) return;
+      continue;
+    }
+    if (MsgObj* message = MsgObj::Make(buffer)) {
+      message->InvokeHandler(this);
+      delete message;
+    }
+  }
+}
+
+// Returns whether to go on receiving. Whatever happens, the loop does not spin.
+bool CommObj::handleReceiveFailure(int reason) {
+  switch (reason) {
+  case EINTR:
+    return true;
+  case E2BIG: // it would stay at the head of the queue for good
+    tev::log << "CommObj::run() - dropping an oversized message from msgQ: " << _queueId << tev::endl;
+    (void)dropFromQueue(_queueId); // fails only if the queue is gone, which the next receive finds out
+    return true;
+  case EIDRM:
+  case EINVAL:
+    tev::log << "CommObj::run() - msgQ is gone: " << _queueId << tev::endl;
+    return false;
+  default:
+    tev::log << "CommObj::run() - cannot receive from msgQ: " << _queueId << ", errno= " << reason << tev::endl;
+    (void)krThreadSuspend(1000); // an interrupted pause only makes the next try earlier
+    return true;
+  }
+}
+
+int CommObj::ReceiveAsync(unsigned long srcTid, MsgObj* message, int) {
+  if (TaskId2CommObj(srcTid) != nullptr) message->stream(_queueOut);
+  return 0;
+}
+
+int CommObj::ReceiveSync(unsigned long srcTid, MsgObj* message, int) {
+  if (TaskId2CommObj(srcTid) != nullptr) message->stream(_pipeOut);
+  return 0;
+}
+
+// ---- Synchronous exchanges
+
+void CommObj::SyncLock() {
+  (void)krMutexLockDebug(_syncMutex, KR_WAIT_FOREVER, "CommObj", 191, "void CommObj::SyncLock()", "");
+}
+
+void CommObj::SyncUnLock() { (void)krMutexUnlock(_syncMutex); }
+
+void CommObj::SyncClean() {
+  if (waitReadable(_pipeFd, 0, drainCheckMicroseconds) <= 0) return;
+  tev::log << "flushing data from pipe: " << _pipeName << tev::endl;
+  (void)readAvailable(_pipeFd, sinkbuffer, sizeof sinkbuffer);
+}
+
+MsgObj* CommObj::ReadReplyMsg(MsgObj* request) {
+  MsgObj* reply = request->CreateResponse();
+  if (reply == nullptr) {
+    tev::log << "pRespMsg==0" << tev::endl;
+  } else if (!readReply(*reply)) {
+    delete reply;
+    reply = nullptr;
+  }
+  tev::log << "CommObj::ReadReplyMsg(...) - returning pRespMsg = " << tev::hex << static_cast<void*>(reply) << tev::dec
+           << tev::endl
+           << tev::endl;
+  return reply;
+}
+
+// Fills `reply` from the pipe. False if that did not work out, which is logged.
+bool CommObj::readReply(MsgObj& reply) {
+  const int ready = waitReadable(_pipeFd, replyTimeoutSeconds, 0);
+  if (ready < 0) {
+    const int reason = errno;
+    tev::log << "CommObj::ReadReplyMsg(): select(...) error: errno= " << reason << tev::endl;
+    return false;
+  }
+  if (ready == 0) {
+    tev::log << "timed out waiting on reply of msgType: " << static_cast<int>(reply.GetMsgType()) << tev::endl;
+    return false;
+  }
+  const size_t size = reply.size();
+  const size_t missing = size - readAvailable(_pipeFd, reply.image(), size);
+  if (missing > 0) {
+    tev::log << "couldn't get all the expected data, size=" << static_cast<unsigned int>(size)
+             << ", left=" << static_cast<unsigned int>(missing) << tev::endl;
+    return false;
+  }
+  return true;
+}
+
+// ---- The tables
+
+CommObj* CommObj::TaskId2CommObj(unsigned long taskId) {
+  const auto found = _sTid2CommObj().find(taskId);
+  return found != _sTid2CommObj().end() ? found->second : nullptr;
+}
+
+unsigned long CommObj::TaskName2TaskId(const char* taskName) {
+  const auto found = _sTaskName2Tid().find(taskName);
+  if (found != _sTaskName2Tid().end()) return found->second;
+  tev::log << "CommObj::TaskName2TaskId(...) - did not find task: " << taskName << tev::endl;
+  return 0;
+}
+
+CommObj* CommObj::TaskName2Handle(const char* taskName) { return TaskId2CommObj(TaskName2TaskId(taskName)); }
+
+void CommObj::ShowTable() {
+  kr::uncancelled([] {
+    constexpr const char* doubleRule = "==============================================";
+    constexpr const char* rule = "----------------------------------------------";
+    constexpr size_t nameColumns = 24;
+    tev::log << doubleRule << tev::endl;
+    tev::log << "CommObj Task Table: " << tev::endl;
+    tev::log << rule << tev::endl;
+    tev::log << "TASKNAME                TID/PID     MSGQID    " << tev::endl;
+    tev::log << rule << tev::endl;
+    for (const auto& [taskId, endpoint] : _sTid2CommObj()) {
+      const size_t length = std::strlen(endpoint->_taskName);
+      char padding[nameColumns] = {};
+      if (length >= 1 && length < nameColumns - 1) std::memset(padding, ' ', nameColumns - length);
+      tev::log << endpoint->_taskName << padding << static_cast<unsigned int>(taskId) << "/"
+               << static_cast<int>(endpoint->GetPid()) << "       " << endpoint->_queueId << tev::endl;
+    }
+    tev::log << doubleRule << tev::endl;
+  });
+}

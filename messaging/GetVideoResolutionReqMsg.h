@@ -1,0 +1,17 @@
+#ifndef TEV_MESSAGING_GETVIDEORESOLUTIONREQMSG_H
+#define TEV_MESSAGING_GETVIDEORESOLUTIONREQMSG_H
+
+#include "messaging/MsgOf.h"
+
+/// Asks the video service for the current resolution.
+class GetVideoResolutionReqMsg : public MsgOf<GetVideoResolutionReqMsg> {
+public:
+  static const MsgLayout layout;
+
+  using MsgOf::MsgOf;
+
+  int InvokeHandler(CommObj* receiver) override;
+  MsgObj* CreateResponse() override;
+};
+
+#endif

@@ -1,0 +1,45 @@
+// What all concrete message classes have in common.
+#ifndef TEV_MESSAGING_MSGOF_H
+#define TEV_MESSAGING_MSGOF_H
+
+#include "messaging/MsgObj.h"
+
+#include <new>
+
+/// Base of the message class `Self`, which declares itself in a constant `static const MsgLayout layout` and gets from
+/// here everything that follows from it. What is left to write in Self: accessors, InvokeHandler and CreateResponse.
+template <class Self>
+class MsgOf : public MsgObj {
+public:
+  MsgOf() : MsgOf(0, 0) {}
+  MsgOf(unsigned long srcTid, unsigned long dstTid) : MsgObj(srcTid, dstTid, Self::layout.id) {
+    setDefaults(Self::layout);
+  }
+  explicit MsgOf(Exemplar exemplar) : MsgObj(exemplar, Self::layout.id) { setDefaults(Self::layout); }
+
+  unsigned int size() const override { return Self::layout.size(); }
+  MsgQOutStream& stream(MsgQOutStream& out) override { return out << *this; }
+  PipeOutStream& stream(PipeOutStream& out) override { return out << *this; }
+
+  MsgObj* Create(const void* buffer) override {
+    if (idIn(buffer) != Self::layout.id) return nullptr;
+    Self* message = new (std::nothrow) Self;
+    if (message != nullptr) message->decodeFrom(buffer, Self::layout);
+    return message;
+  }
+
+  friend MsgQOutStream& operator<<(MsgQOutStream& out, const MsgOf& message) {
+    message.writeTo(out, Self::layout);
+    return out;
+  }
+  friend PipeOutStream& operator<<(PipeOutStream& out, const MsgOf& message) {
+    message.writeTo(out, Self::layout);
+    return out;
+  }
+  friend tev::tevlog& operator<<(tev::tevlog& out, const MsgOf& message) {
+    message.renderTo(out, Self::layout);
+    return out;
+  }
+};
+
+#endif

@@ -1,0 +1,29 @@
+// System V message queues for 32-bit and 64-bit processes alike.
+//
+// The queue form of a message begins with four bytes that the kernel takes as its message type. The kernel's own type
+// is a `long`; these two functions are the only place that knows how wide that is.
+#ifndef TEV_MESSAGING_MSGQUEUE_H
+#define TEV_MESSAGING_MSGQUEUE_H
+
+#include <cstddef>
+#include <sys/types.h>
+
+constexpr size_t msgTypeSize = 4;  ///< bytes in front of the text of a queue form
+constexpr size_t msgTextMax = 512; ///< longest text that is received
+
+/// Sends the queue form in `buffer`: four type bytes, read as a native signed 32-bit number, and `textSize` (at most
+/// msgTextMax) bytes of text. Blocks while the queue is full. Returns 0, or -1 with msgsnd's errno; EINVAL for a type
+/// that is not positive.
+int sendToQueue(int queueId, const void* buffer, size_t textSize);
+
+/// Receives the next message of any type into `buffer`, which has room for msgTypeSize + msgTextMax bytes. Blocks while
+/// the queue is empty; that is the one moment at which a thread that has cancellation disabled can be cancelled. What
+/// the message does not fill of the buffer is zeroed. Returns the length of the text, or -1 with msgrcv's errno, in
+/// which case the buffer is untouched.
+ssize_t receiveFromQueue(int queueId, void* buffer);
+
+/// Takes the next message off the queue without looking at it, whatever its length. Does not block. Returns 0, or -1
+/// with msgrcv's errno.
+int dropFromQueue(int queueId);
+
+#endif

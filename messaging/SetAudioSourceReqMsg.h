@@ -1,0 +1,25 @@
+#ifndef TEV_MESSAGING_SETAUDIOSOURCEREQMSG_H
+#define TEV_MESSAGING_SETAUDIOSOURCEREQMSG_H
+
+#include "messaging/MsgOf.h"
+
+#include <string>
+
+/// Asks the video service to select the audio input.
+class SetAudioSourceReqMsg : public MsgOf<SetAudioSourceReqMsg> {
+public:
+  static const MsgLayout layout;
+
+  using MsgOf::MsgOf;
+  SetAudioSourceReqMsg(unsigned long srcTid, unsigned long dstTid, unsigned short audiosrc);
+
+  void SetAudioSource(unsigned short value) { setWord(0, value); } ///< 1 digital, 2 analog.
+
+  /// The source number of "digital" or "analog"; that of "digital" for any other text.
+  static unsigned short MapString2AudioSource(const std::string& name);
+
+  int InvokeHandler(CommObj* receiver) override;
+  MsgObj* CreateResponse() override;
+};
+
+#endif

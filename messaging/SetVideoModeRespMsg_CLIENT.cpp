@@ -1,0 +1,6 @@
+// What SetVideoModeRespMsg is to the console: an answer that is read straight from its pipe.
+#include "messaging/SetVideoModeRespMsg.h"
+
+int SetVideoModeRespMsg::InvokeHandler(CommObj*) { return 0; }
+
+MsgObj* SetVideoModeRespMsg::CreateResponse() { return nullptr; }

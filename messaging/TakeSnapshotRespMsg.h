@@ -1,0 +1,18 @@
+#ifndef TEV_MESSAGING_TAKESNAPSHOTRESPMSG_H
+#define TEV_MESSAGING_TAKESNAPSHOTRESPMSG_H
+
+#include "messaging/MsgOf.h"
+
+/// Answers TakeSnapshotReqMsg.
+class TakeSnapshotRespMsg : public MsgOf<TakeSnapshotRespMsg> {
+public:
+  static const MsgLayout layout;
+
+  using MsgOf::MsgOf;
+
+  MsgObj* Create(const void* buffer) override; ///< also traces on the standard error stream
+  int InvokeHandler(CommObj* receiver) override;
+  MsgObj* CreateResponse() override;
+};
+
+#endif
