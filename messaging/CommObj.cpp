@@ -129,13 +129,13 @@ void CommObj::StopAll() {
 // ---- Receiving
 
 // Nothing with a destructor in this frame: the thread arrives here with asynchronous cancellation enabled.
-void CommObj::run() {
+KR_UNWOUND_BY_CANCELLATION void CommObj::run() {
   const kr::CancelSetting before = kr::disableCancellation();
   receiveLoop();
   kr::restoreCancellation(before);
 }
 
-[[gnu::noinline]] void CommObj::receiveLoop() {
+[[gnu::noinline]] KR_UNWOUND_BY_CANCELLATION void CommObj::receiveLoop() {
   _pid = static_cast<uint16_t>(getpid());
   char buffer[msgTypeSize + msgTextMax] = {};
   for (;;) {
@@ -244,7 +244,11 @@ unsigned long CommObj::TaskName2TaskId(const char* taskName) {
   return 0;
 }
 
-CommObj* CommObj::TaskName2Handle(const char* taskName) { return TaskId2CommObj(TaskName2TaskId(taskName)); }
+CommObj* CommObj::TaskName2Handle(const char* taskName) {
+  CommObj* endpoint = TaskId2CommObj(TaskName2TaskId(taskName));
+  // An unknown name gives the id 0, which the first queue of a system can have.
+  return endpoint != nullptr && std::strcmp(endpoint->_taskName, taskName) == 0 ? endpoint : nullptr;
+}
 
 void CommObj::ShowTable() {
   kr::uncancelled([] {

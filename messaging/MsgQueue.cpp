@@ -1,5 +1,7 @@
 #include "messaging/MsgQueue.h"
 
+#include "platform/Uncancelled.h"
+
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
@@ -31,7 +33,7 @@ int sendToQueue(int queueId, const void* buffer, size_t textSize) {
   return msgsnd(queueId, &message, textSize, 0);
 }
 
-ssize_t receiveFromQueue(int queueId, void* buffer) {
+KR_UNWOUND_BY_CANCELLATION ssize_t receiveFromQueue(int queueId, void* buffer) {
   KernelMsg message;
   int state = PTHREAD_CANCEL_DISABLE;
   (void)pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, &state); // fails only for a state that does not exist

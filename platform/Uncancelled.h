@@ -16,6 +16,10 @@
 #include <pthread.h>
 #include <type_traits>
 
+/// For functions whose frames a cancellation unwinds, if they have variables in memory: the address sanitizer does not
+/// learn that such a frame is gone, and would report the next use of that piece of stack.
+#define KR_UNWOUND_BY_CANCELLATION __attribute__((no_sanitize("address")))
+
 namespace kr {
 
 /// Disables cancellation on the calling thread and returns how it was. Nests, and costs next to nothing where
@@ -48,7 +52,7 @@ template <class Work>
 /// Runs `work` with cancellation disabled and returns its result, which must be trivially destructible. `work` must not
 /// throw. Nests. A cancellation that arrived meanwhile takes effect when the outermost call returns.
 template <class Work>
-inline auto uncancelled(Work work) {
+KR_UNWOUND_BY_CANCELLATION inline auto uncancelled(Work work) {
   static_assert(std::is_trivially_destructible_v<Work>, "capture by reference or by trivial value");
   const CancelSetting before = disableCancellation();
   if constexpr (std::is_void_v<decltype(work())>) {

@@ -1,0 +1,401 @@
+// Endpoints: their queues, pipes and table, sending from them, waiting for replies, ending them.
+
+#include "tests/messaging/Fixture.h"
+
+#include "messaging/CommObj.h"
+#include "messaging/GetVideoResolutionRespMsg.h"
+#include "messaging/MsgQueue.h"
+#include "messaging/ProxyCommObj.h"
+#include "messaging/SetVideoModeReqMsg.h"
+#include "messaging/SetVideoModeRespMsg.h"
+
+#include <atomic>
+#include <chrono>
+#include <cstring>
+#include <fcntl.h>
+#include <functional>
+#include <memory>
+#include <signal.h>
+#include <sys/ipc.h>
+#include <sys/msg.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+using namespace std::chrono_literals;
+
+bool exists(const std::string& path) {
+  struct stat status;
+  return stat(path.c_str(), &status) == 0;
+}
+
+bool queueExists(int id) {
+  struct msqid_ds status;
+  return msgctl(id, IPC_STAT, &status) == 0;
+}
+
+std::string replaced(std::string text, const std::string& what, const std::string& with) {
+  for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + with.size()))
+    text.replace(at, what.size(), with);
+  return text;
+}
+
+// Runs `condition` until it holds, at most 10 seconds.
+bool eventually(const std::function<bool()>& condition) {
+  for (int i = 0; i < 1000; ++i) {
+    if (condition()) return true;
+    std::this_thread::sleep_for(10ms);
+  }
+  return false;
+}
+
+// A sixteenth message, whose handler counts.
+class CountedMsg : public MsgOf<CountedMsg> {
+public:
+  static const MsgLayout layout;
+  static std::atomic<int> handled, alive, lastWord;
+
+  using MsgOf::MsgOf;
+  CountedMsg() { ++alive; }
+  CountedMsg(unsigned long src, unsigned long dst) : MsgOf(src, dst) { ++alive; }
+  ~CountedMsg() override { --alive; }
+  int InvokeHandler(CommObj*) override {
+    lastWord = word(0);
+    return ++handled;
+  }
+  MsgObj* CreateResponse() override { return nullptr; }
+};
+const MsgLayout CountedMsg::layout = {"CountedMsg", 200, PipeForm::native, true, false, {{"   count   = ", 77}}};
+std::atomic<int> CountedMsg::handled, CountedMsg::alive, CountedMsg::lastWord;
+
+class Endpoint : public Messaging {
+protected:
+  void TearDown() override { CommObj::StopAll(); }
+
+  // A second message as a reply: the pipe image of a SetVideoModeRespMsg with that status.
+  static std::string replyImage(unsigned short status) {
+    SetVideoModeRespMsg reply(9, 5, status);
+    return std::string(static_cast<const char*>(reply.image()), reply.size());
+  }
+  static void put(const CommObj& endpoint, const std::string& bytes) {
+    ASSERT_EQ(write(endpoint.GetPipeFd(), bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+  }
+  static unsigned int statusOf(const std::unique_ptr<MsgObj>& reply) {
+    return reply ? static_cast<const MsgImage*>(reply->image())->words[0] : 99999;
+  }
+};
+
+const char* const requestTrace = "MsgObj::send()[isReqSyncMsg/remote] - before pSourceCommObj->ReadReplyMsg(...)\n";
+
+} // namespace
+
+TEST_F(Endpoint, HasAQueueAPipeAndAPlaceInTheTables) {
+  EXPECT_EQ(CommObj::NextMsgQKey(), 87655);
+  CommObj::SetKey(153190);
+  auto* cli = new CommObj("tCliAppTask");
+  auto* other = new CommObj("a name of thirty characters ok");
+  EXPECT_EQ(msgget(153191, 0), cli->GetMsgQId());
+  EXPECT_EQ(msgget(153192, 0), other->GetMsgQId());
+  struct msqid_ds queue;
+  ASSERT_EQ(msgctl(cli->GetMsgQId(), IPC_STAT, &queue), 0);
+  EXPECT_EQ(queue.msg_perm.mode & 0777, 0660);
+
+  const std::string id = std::to_string(cli->GetTaskId()), otherId = std::to_string(other->GetTaskId());
+  EXPECT_EQ(cli->GetPipeName(), "/tmp/tCliAppTask." + id);
+  struct stat pipe;
+  ASSERT_EQ(stat(cli->GetPipeName(), &pipe), 0);
+  EXPECT_TRUE(S_ISFIFO(pipe.st_mode));
+  EXPECT_EQ(trace(), "Creating Task: tCliAppTask(" + id + ") with msgqid: " + id +
+                         "\nCreating Task: a name of thirty charac(" + otherId + ") with msgqid: " + otherId + "\n");
+
+  EXPECT_EQ(CommObj::TaskId2CommObj(cli->GetTaskId()), cli);
+  EXPECT_EQ(CommObj::TaskId2CommObj(4711), nullptr);
+  EXPECT_EQ(CommObj::TaskName2TaskId("a name of thirty charac"), other->GetTaskId());
+  EXPECT_EQ(CommObj::TaskName2Handle("tCliAppTask"), cli);
+  EXPECT_EQ(trace(), "");
+  EXPECT_EQ(CommObj::TaskName2TaskId("tcliAppTask"), 0u);
+  EXPECT_EQ(CommObj::TaskName2Handle("x"), nullptr);
+  EXPECT_EQ(trace(), "CommObj::TaskName2TaskId(...) - did not find task: tcliAppTask\n"
+                     "CommObj::TaskName2TaskId(...) - did not find task: x\n");
+
+  CommObj::ShowTable();
+  EXPECT_EQ(trace(), "==============================================\n"
+                     "CommObj Task Table: \n"
+                     "----------------------------------------------\n"
+                     "TASKNAME                TID/PID     MSGQID    \n"
+                     "----------------------------------------------\n"
+                     "tCliAppTask             " +
+                         id + "/0       " + id + "\na name of thirty charac" + otherId + "/0       " + otherId +
+                         "\n==============================================\n");
+
+  const std::pair<const char*, unsigned long> proxies[] = {{"tVideoPhalTask", 98307},
+                                                           {"tVideoPhalT", 0},
+                                                           {"tVideoPhalTaxx", 98307},
+                                                           {"tStreamAppTask", 229383},
+                                                           {"tAdminAppTask", 0},
+                                                           {"tClix", cli->GetTaskId()},
+                                                           {"tCl", 0},
+                                                           {"", 0}};
+  for (const auto& [name, tid] : proxies)
+    EXPECT_EQ(ProxyCommObj(name).Tid(), tid) << name;
+
+  const std::string pipeName = cli->GetPipeName();
+  const int queueId = cli->GetMsgQId();
+  CommObj::StopAll();
+  EXPECT_FALSE(exists(pipeName));
+  EXPECT_FALSE(queueExists(queueId));
+  EXPECT_EQ(CommObj::TaskId2CommObj(static_cast<unsigned long>(queueId)), nullptr);
+}
+
+TEST_F(Endpoint, TakesOverTheQueueThatAnEarlierProcessLeft) {
+  const pid_t earlier = fork();
+  if (earlier == 0) {
+    CommObj::SetKey(153190);
+    CommObj left("tCliAppTask");
+    _exit(left.GetMsgQId() & 0x7f);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(earlier, &status, 0), earlier);
+  CommObj::SetKey(153190);
+  auto* endpoint = new CommObj("tCliAppTask");
+  EXPECT_EQ(endpoint->GetMsgQId(), WEXITSTATUS(status));
+  EXPECT_EQ(takeFromPipe(endpoint->GetPipeFd()), "empty");
+}
+
+TEST_F(Endpoint, WithoutAQueueIsNoTask) {
+  const int limit = msgget(153191, IPC_CREAT | 0000); // exists, but cannot be had with these permissions...
+  ASSERT_GE(limit, 0);
+  if (geteuid() == 0 && setegid(65534) == 0 && seteuid(65534) == 0) { // ...by anybody but root
+    CommObj::SetKey(153190);
+    {
+      const CommObj endpoint("tCliAppTask");
+      EXPECT_EQ(endpoint.GetMsgQId(), -1);
+      EXPECT_EQ(endpoint.GetTaskId(), 0u);
+      EXPECT_EQ(endpoint.GetPipeFd(), -1);
+    }
+    EXPECT_EQ(trace(), "error: cannot create msgQ: -1\n");
+    EXPECT_EQ((new SetVideoModeReqMsg(0, 7))->Send(), nullptr);
+    EXPECT_EQ(trace(), "MsgObj::send() - not calling pTargetCommObj->receive(...)\n");
+    ASSERT_EQ(seteuid(0), 0);
+  }
+}
+
+// Every row of the table by which a message is sent.
+TEST_F(Endpoint, SendsWhereIdsFlagsAndKindSay) {
+  auto* a = new CommObj("a");
+  auto* b = new CommObj("b");
+  const int far = msgget(IPC_PRIVATE, 0600);
+  ASSERT_GE(far, 0);
+  const unsigned long A = a->GetTaskId(), B = b->GetTaskId(), F = static_cast<unsigned long>(far), stranger = 4711;
+  const std::string notSent = "MsgObj::send() - not calling pTargetCommObj->receive(...)\n";
+  struct {
+    const char* what;
+    unsigned long src, dst;
+    bool request, sync, remote;
+    int landsIn; // 0 nowhere, 1 b's queue, 2 b's pipe, 3 the far queue
+    std::string trace;
+  } const rows[] = {
+      {"local request", A, B, true, false, false, 1, ""},
+      {"local request, remote flag", A, B, true, false, true, 1, ""},
+      {"local asynchronous response", A, B, false, false, false, 1, ""},
+      {"local synchronous response", A, B, false, true, false, 2, ""},
+      {"far request", A, F, true, false, true, 3, ""},
+      {"far asynchronous response", A, F, false, false, true, 3, ""},
+      {"far request without the remote flag", A, F, true, false, false, 0, notSent},
+      {"from a stranger", stranger, B, true, false, true, 0, notSent},
+      {"from a stranger, synchronous", stranger, F, true, true, true, 0, notSent},
+  };
+  (void)trace();
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.what);
+    MsgObj* message = row.request ? static_cast<MsgObj*>(new SetVideoModeReqMsg(row.src, row.dst))
+                                  : static_cast<MsgObj*>(new SetVideoModeRespMsg(row.src, row.dst));
+    if (row.sync) message->SetSync();
+    row.remote ? message->SetRemote() : message->ClearRemote();
+    EXPECT_EQ(message->Send(), nullptr);
+    EXPECT_EQ(trace(), row.trace);
+    EXPECT_EQ(takeFromQueue(b->GetMsgQId()) != "empty", row.landsIn == 1);
+    EXPECT_EQ(takeFromPipe(b->GetPipeFd()) != "empty", row.landsIn == 2);
+    EXPECT_EQ(takeFromQueue(far) != "empty", row.landsIn == 3);
+  }
+  EXPECT_EQ(b->ReceiveAsync(stranger, std::make_unique<SetVideoModeReqMsg>(1, 2).get(), 20), 0);
+  EXPECT_EQ(takeFromQueue(b->GetMsgQId()), "empty") << "only senders of this process are delivered";
+}
+
+TEST_F(Endpoint, ExchangesARequestForAReply) {
+  auto* cli = new CommObj("tCliAppTask");
+  const int far = msgget(IPC_PRIVATE, 0600);
+  std::thread service([far, cli] { // answers on the pipe, once the request is there
+    std::vector<unsigned char> buffer(msgTypeSize + msgTextMax);
+    ASSERT_GT(receiveFromQueue(far, buffer.data()), 0);
+    put(*cli, replyImage(0));
+  });
+  put(*cli, "ten stale!");
+  (void)trace();
+  auto* request = new SetVideoModeReqMsg(cli->GetTaskId(), static_cast<unsigned long>(far));
+  request->SetSync();
+  request->SetRemote();
+  const std::unique_ptr<MsgObj> reply(request->Send());
+  service.join();
+  EXPECT_EQ(statusOf(reply), 0u);
+  char pointer[32];
+  std::snprintf(pointer, sizeof pointer, "%lx", reinterpret_cast<unsigned long>(reply.get()));
+  EXPECT_EQ(replaced(trace(), pointer, "PTR"),
+            "flushing data from pipe: " + std::string(cli->GetPipeName()) + "\n" + requestTrace +
+                "CommObj::ReadReplyMsg(...) - returning pRespMsg = PTR\n\n"
+                "MsgObj::send()[isReqSyncMsg/remote] - pSourceCommObj->ReadReplyMsg(...) returned: PTR\n"
+                "MsgObj::send()[isReqSyncMsg/remote] - after pSourceCommObj->ReadReplyMsg(...)\n");
+}
+
+TEST_F(Endpoint, RepliesToTheConsolesPipe) {
+  auto* service = new CommObj("service");
+  const int console = static_cast<int>(service->GetTaskId()) + 1000;
+  const std::string pipeName = "/tmp/tCliAppTask." + std::to_string(console);
+  auto reply = [&] {
+    auto* message = new SetVideoModeRespMsg(service->GetTaskId(), static_cast<unsigned long>(console), 3);
+    message->SetSync();
+    EXPECT_EQ(message->Send(), nullptr);
+  };
+  (void)trace();
+  ::testing::internal::CaptureStderr();
+  reply();
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "bad pipefd!? pipefd=-1, errno=2, No such file or directory\n");
+  EXPECT_EQ(trace(), "MsgObj::send()[isRespSyncMsg/remote] - after pipe write() call\n");
+
+  ASSERT_EQ(mkfifo(pipeName.c_str(), 0600), 0);
+  const int pipe = open(pipeName.c_str(), O_RDWR | O_NONBLOCK);
+  reply();
+  SetVideoModeRespMsg sent(service->GetTaskId(), static_cast<unsigned long>(console), 3);
+  sent.SetSync();
+  EXPECT_EQ(takeFromPipe(pipe), hex(sent.image(), sent.size()));
+  std::string words;
+  uint32_t value[5];
+  std::memcpy(value, sent.image(), sizeof value);
+  for (int i = 0; i < 5; ++i)
+    words += "word_s@" + std::to_string(4 * i) + " [" + std::to_string(value[i]) + "]\n";
+  EXPECT_EQ(trace(), "MsgObj::send()[isRespSyncMsg/remote] - bytes to pipe: 20\n" + words +
+                         "MsgObj::send()[isRespSyncMsg/remote] - after pipe write() call\n");
+  close(pipe);
+}
+
+// Everything that can come on the pipe in place of a reply, side by side, for the waits take 3 seconds each.
+TEST_F(Endpoint, GivesUpOnRepliesThatAreNotThere) {
+  struct {
+    const char* what;
+    std::string before; // in the pipe when the wait begins
+    std::string after;  // put there after half a second
+    unsigned int status;
+    std::string trace;
+  } const rows[] = {
+      {"nothing", "", "", 99999, "timed out waiting on reply of msgType: 101\n"},
+      {"a reply", replyImage(7), "", 7, ""},
+      {"a late reply", "", replyImage(8), 8, ""},
+      {"a short reply", replyImage(7).substr(0, 13), "", 99999,
+       "couldn't get all the expected data, size=20, left=7\n"},
+      {"a reply in two parts", replyImage(7).substr(0, 10), replyImage(7).substr(10), 99999,
+       "couldn't get all the expected data, size=20, left=10\n"},
+      {"two replies", replyImage(7) + replyImage(9), "", 7, ""},
+      {"rubbish of the right length", std::string(20, 'x'), "", 0x7878, ""},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.what);
+    CommObj& endpoint = *new CommObj("tCliAppTask");
+    SetVideoModeReqMsg request(endpoint.GetTaskId(), 7);
+    put(endpoint, row.before);
+    (void)trace();
+    std::thread late([&] {
+      std::this_thread::sleep_for(500ms);
+      put(endpoint, row.after);
+    });
+    const auto start = std::chrono::steady_clock::now();
+    const std::unique_ptr<MsgObj> reply(endpoint.ReadReplyMsg(&request));
+    const auto waited = std::chrono::steady_clock::now() - start;
+    late.join();
+    EXPECT_EQ(statusOf(reply), row.status);
+    EXPECT_GE(waited, row.before.empty() ? (row.after.empty() ? 2900ms : 400ms) : 0ms);
+    EXPECT_EQ(trace().substr(0, row.trace.size()), row.trace);
+    endpoint.SyncClean();
+    EXPECT_EQ(takeFromPipe(endpoint.GetPipeFd()), "empty");
+    CommObj::StopAll();
+  }
+}
+
+TEST_F(Endpoint, WaitsForNoReplyWhereNoneCanCome) {
+  auto* cli = new CommObj("tCliAppTask");
+  (void)trace();
+  CountedMsg request(cli->GetTaskId(), 7); // has no reply class
+  EXPECT_EQ(cli->ReadReplyMsg(&request), nullptr);
+  EXPECT_EQ(trace(), "pRespMsg==0\nCommObj::ReadReplyMsg(...) - returning pRespMsg = 0\n\n");
+  (void)close(cli->GetPipeFd());
+  EXPECT_EQ(cli->ReadReplyMsg(std::make_unique<SetVideoModeReqMsg>(1, 2).get()), nullptr);
+  EXPECT_EQ(trace(), "CommObj::ReadReplyMsg(): select(...) error: errno= 9\n"
+                     "CommObj::ReadReplyMsg(...) - returning pRespMsg = 0\n\n");
+}
+
+TEST_F(Endpoint, ReceivesWhatItHasPrototypesFor) {
+  static CountedMsg prototype{Exemplar()};
+  static CountedMsg duplicate{Exemplar()};
+  EXPECT_EQ(trace(), "MsgObj::MsgObj(anExemplar) - adding msgid: 200\n"
+                     "MsgObj::MsgObj(anExemplar) - duplicate encountered!!!\n");
+  auto* endpoint = new CommObj("receiver");
+  endpoint->go(50, 64000);
+  const int queue = endpoint->GetMsgQId();
+  auto send = [queue](const std::string& text) {
+    struct {
+      long type;
+      char text[1024];
+    } message = {1, {}};
+    std::memcpy(message.text, text.data(), text.size());
+    ASSERT_EQ(msgsnd(queue, &message, text.size(), 0), 0);
+  };
+  const std::string counted("\0\xc8\0\0\0\0\0\5\0\0\0\7\1\2\0\0\0\0\0\0", 20);
+  send(std::string(1000, 'x'));       // longer than any message
+  send(std::string("\0\x64\0\0", 4)); // no prototype
+  send("");                           // not even an id
+  send(counted);
+  ASSERT_TRUE(eventually([] { return CountedMsg::handled == 1; }));
+  EXPECT_EQ(CountedMsg::lastWord, 0x0102);
+  send(counted.substr(0, 12)); // the payload is missing, and must not be that of the message before
+  ASSERT_TRUE(eventually([] { return CountedMsg::handled == 2; }));
+  EXPECT_EQ(CountedMsg::lastWord, 0);
+  EXPECT_EQ(endpoint->GetPid(), static_cast<uint16_t>(getpid()));
+  ASSERT_TRUE(eventually([] { return CountedMsg::alive == 0; })) << "handled messages are deleted";
+  const std::string id = std::to_string(queue);
+  const std::string log = trace();
+  EXPECT_EQ(log.substr(log.find('\n') + 1), "CommObj::run() - dropping an oversized message from msgQ: " + id +
+                                                "\nMsgObj::Make(): returning 0 for creation request of msgid: 100\n"
+                                                "MsgObj::Make(): returning 0 for creation request of msgid: 0\n");
+  ASSERT_EQ(msgctl(queue, IPC_RMID, nullptr), 0);
+  ASSERT_TRUE(eventually([&] { return trace() == "CommObj::run() - msgQ is gone: " + id + "\n"; }));
+}
+
+// However the flood and the end meet, the thread is gone before its endpoint, and leaves no lock behind.
+TEST_F(Endpoint, StopsInTheMiddleOfAFlood) {
+  static CountedMsg prototype{Exemplar()};
+  for (int round = 0; round < 60; ++round) {
+    CommObj::SetKey(200000);
+    auto* endpoint = new CommObj("flooded");
+    const int queue = endpoint->GetMsgQId();
+    endpoint->go(50, 64000);
+    const pid_t flooder = fork();
+    if (flooder == 0) {
+      (void)prctl(PR_SET_PDEATHSIG, SIGKILL);
+      MsgQOutStream out(queue);
+      for (;;) {
+        CountedMsg(5, 7).stream(out);
+        SetVideoModeReqMsg(5, 7).stream(out); // unknown: written to the trace log
+      }
+    }
+    usleep(static_cast<useconds_t>(round * 200));
+    CommObj::StopAll();
+    ASSERT_EQ(kill(flooder, SIGKILL), 0);
+    ASSERT_EQ(waitpid(flooder, nullptr, 0), flooder);
+    ASSERT_FALSE(queueExists(queue));
+    tev::log << "free" << tev::endl;
+  }
+}

@@ -1,0 +1,213 @@
+// The bytes of all fifteen messages, on real queues and pipes, and the way back.
+
+#include "tests/messaging/Fixture.h"
+
+#include "log/tevlog.h"
+#include "messaging/AdminControlReqMsg.h"
+#include "messaging/AdminControlRespMsg.h"
+#include "messaging/GetVideoResolutionReqMsg.h"
+#include "messaging/GetVideoResolutionRespMsg.h"
+#include "messaging/MsgQueue.h"
+#include "messaging/SetAudioSourceReqMsg.h"
+#include "messaging/SetAudioSourceRespMsg.h"
+#include "messaging/SetLoggingModeReqMsg.h"
+#include "messaging/SetVideoModeReqMsg.h"
+#include "messaging/SetVideoModeRespMsg.h"
+#include "messaging/SetVideoResolutionReqMsg.h"
+#include "messaging/SetVideoResolutionRespMsg.h"
+#include "messaging/StreamControlReqMsg.h"
+#include "messaging/StreamControlRespMsg.h"
+#include "messaging/TakeSnapshotReqMsg.h"
+#include "messaging/TakeSnapshotRespMsg.h"
+
+#include <cstring>
+#include <fcntl.h>
+#include <functional>
+#include <memory>
+#include <sys/ipc.h>
+#include <sys/msg.h>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+using MsgPtr = std::unique_ptr<MsgObj>;
+
+// One message class: a message from 5 to 7 with its fields set, and what it must look like everywhere.
+struct Row {
+  std::string name;
+  std::function<MsgPtr()> make;
+  std::function<void(tev::tevlog&, const MsgObj&)> render;
+  unsigned int size;
+  std::string onQueue; ///< kernel's type: text
+  std::string onPipe;
+  bool restoresFlags;
+  bool showsMtype;
+  std::string fields; ///< in the trace log
+};
+
+template <class Message, class Fill>
+Row row(const char* name, Fill fill, unsigned int size, const char* onQueue, const char* onPipe, bool restoresFlags,
+        bool showsMtype, const char* fields) {
+  auto make = [fill] {
+    auto message = std::make_unique<Message>(5, 7);
+    fill(*message);
+    return MsgPtr(std::move(message));
+  };
+  auto render = [](tev::tevlog& log, const MsgObj& message) { log << static_cast<const Message&>(message); };
+  return {name, make, render, size, onQueue, onPipe, restoresFlags, showsMtype, fields};
+}
+
+// clang-format off
+const std::vector<Row>& catalogue() {
+  static const std::vector<Row> rows = {
+    row<SetVideoModeReqMsg>("SetVideoModeReqMsg", [](auto& m) { m.SetMode(9); }, 20, "5006400: 00 64 00 00 00 00 00 05 00 00 00 07 00 09 00 00 00 00 00 00", "05 00 64 00 64 00 00 00 05 00 00 00 07 00 00 00 09 00 00 00", true, false, "   mode    = 9\n"),
+    row<SetVideoModeRespMsg>("SetVideoModeRespMsg", [](auto& m) { (void)m; }, 20, "5006500: 00 65 00 00 00 00 00 05 00 00 00 07 ff ff 00 00 00 00 00 00", "05 00 65 00 65 00 00 00 05 00 00 00 07 00 00 00 ff ff 00 00", true, false, "   status  = 65535\n"),
+    row<GetVideoResolutionReqMsg>("GetVideoResolutionReqMsg", [](auto& m) { (void)m; }, 16, "5006600: 00 66 00 00 00 00 00 05 00 00 00 07 00 00 00 00", "empty", true, false, ""),
+    row<GetVideoResolutionRespMsg>("GetVideoResolutionRespMsg", [](auto& m) { (void)m; }, 28, "5006700: 00 67 00 00 00 00 00 05 00 00 00 07 ff ff 00 00 00 00 00 00 00 00 00 00 00 00 00 00", "05 00 67 00 67 00 00 00 05 00 00 00 07 00 00 00 ff ff 00 00 00 00 00 00 00 00 00 00", false, false, "   status  = 65535\n   horizontal = 0\n   vertical   = 0\n   qualifier  = 0\n   hertz      = 0\n   sdp_std    = 0\n"),
+    row<SetVideoResolutionReqMsg>("SetVideoResolutionReqMsg", [](auto& m) { m.SetHorizontal(1280); m.SetVertical(720); m.SetQualifier(2); m.SetHertz(30); }, 24, "5006800: 00 68 00 00 00 00 00 05 00 00 00 07 05 00 02 d0 00 02 00 1e 00 00 00 00", "05 00 68 00 68 00 00 00 05 00 00 00 07 00 00 00 00 05 d0 02 02 00 1e 00", true, false, "   horizontal = 1280\n   vertical   = 720\n   qualifier  = 2\n   hertz      = 30\n"),
+    row<SetVideoResolutionRespMsg>("SetVideoResolutionRespMsg", [](auto& m) { (void)m; }, 20, "5006900: 00 69 00 00 00 00 00 05 00 00 00 07 ff ff 00 00 00 00 00 00", "05 00 69 00 69 00 00 00 05 00 00 00 07 00 00 00 ff ff 00 00", false, false, "   status  = 65535\n"),
+    row<StreamControlReqMsg>("StreamControlReqMsg", [](auto& m) { m.SetControl(2); m.SetType(3); }, 20, "5006a00: 00 6a 00 00 00 00 00 05 00 00 00 07 00 02 00 03 00 00 00 00", "empty", true, false, "   control = 2\n   type    = 3\n"),
+    row<StreamControlRespMsg>("StreamControlRespMsg", [](auto& m) { (void)m; }, 20, "5006b00: 00 6b 00 00 00 00 00 05 00 00 00 07 ff ff 00 00 00 00 00 00", "05 00 6b 00 6b 00 00 00 05 00 00 00 07 00 00 00 ff ff 00 00", false, false, "   status  = 65535\n"),
+    row<AdminControlReqMsg>("AdminControlReqMsg", [](auto& m) { m.SetControl(4); m.SetArg1(258); }, 28, "5006c00: 00 6c 00 00 00 00 00 05 00 00 00 07 00 04 01 02 00 00 00 00 00 00 00 00 00 00 00 00", "00 6c 00 05 00 6c 00 00 00 00 00 05 00 00 00 07 00 04 01 02 00 00 00 00 00 00 00 00", true, true, "   control = 4\n   arg1    = 258\n   arg2    = 0\n   arg3    = 0\n   arg4    = 0\n"),
+    row<AdminControlRespMsg>("AdminControlRespMsg", [](auto& m) { (void)m; }, 20, "5006d00: 00 6d 00 00 00 00 00 05 00 00 00 07 ff ff 00 00 00 00 00 00", "00 6d 00 05 00 6d 00 00 00 00 00 05 00 00 00 07 ff ff 00 00", false, true, "   status  = 65535\n"),
+    row<TakeSnapshotReqMsg>("TakeSnapshotReqMsg", [](auto& m) { m.SetSlot(7); m.SetScale(8); }, 20, "5006e00: 00 6e 00 00 00 00 00 05 00 00 00 07 00 07 00 08 00 00 00 00", "empty", true, true, "   slot    = 7\n   scale   = 8\n"),
+    row<TakeSnapshotRespMsg>("TakeSnapshotRespMsg", [](auto& m) { (void)m; }, 20, "5006f00: 00 6f 00 00 00 00 00 05 00 00 00 07 ff ff 00 00 00 00 00 00", "05 00 6f 00 6f 00 00 00 05 00 00 00 07 00 00 00 ff ff 00 00", false, true, "   status  = 65535\n"),
+    row<SetLoggingModeReqMsg>("SetLoggingModeReqMsg", [](auto& m) { m.SetOnOff(1); m.SetComponent(255); }, 20, "5007000: 00 70 00 00 00 00 00 05 00 00 00 07 00 01 00 ff 00 00 00 00", "05 00 70 00 70 00 00 00 05 00 00 00 07 00 00 00 01 00 ff 00", true, false, "   onoff   = 1\n   component = 255\n"),
+    row<SetAudioSourceReqMsg>("SetAudioSourceReqMsg", [](auto& m) { m.SetAudioSource(2); }, 20, "5007800: 00 78 00 00 00 00 00 05 00 00 00 07 00 02 00 00 00 00 00 00", "05 00 78 00 78 00 00 00 05 00 00 00 07 00 00 00 02 00 00 00", true, false, "   audiosrc = 2\n"),
+    row<SetAudioSourceRespMsg>("SetAudioSourceRespMsg", [](auto& m) { (void)m; }, 20, "5007900: 00 79 00 00 00 00 00 05 00 00 00 07 ff ff 00 00 00 00 00 00", "05 00 79 00 79 00 00 00 05 00 00 00 07 00 00 00 ff ff 00 00", true, false, "   status  = 65535\n"),
+  };
+  return rows;
+}
+// clang-format on
+
+std::vector<unsigned char> queueForm(const MsgObj& message, int queue) {
+  const_cast<MsgObj&>(message).stream(*std::make_unique<MsgQOutStream>(queue));
+  std::vector<unsigned char> buffer(msgTypeSize + msgTextMax);
+  EXPECT_EQ(receiveFromQueue(queue, buffer.data()), static_cast<ssize_t>(message.size()));
+  return buffer;
+}
+
+class Wire : public Messaging {
+protected:
+  void SetUp() override {
+    Messaging::SetUp();
+    if (IsSkipped()) return;
+    queue = msgget(IPC_PRIVATE, 0600);
+    ASSERT_GE(queue, 0);
+    ASSERT_EQ(pipe2(pipe, O_NONBLOCK), 0);
+  }
+  int queue = -1;
+  int pipe[2] = {-1, -1};
+};
+
+} // namespace
+
+TEST_F(Wire, EveryMessageHasItsBytesAndItsRendering) {
+  for (const Row& row : catalogue()) {
+    SCOPED_TRACE(row.name);
+    const MsgPtr message = row.make();
+    EXPECT_EQ(message->size(), row.size);
+
+    MsgQOutStream toQueue(queue);
+    EXPECT_EQ(&message->stream(toQueue), &toQueue);
+    EXPECT_EQ(takeFromQueue(queue), row.onQueue);
+    EXPECT_EQ(trace(), "");
+
+    PipeOutStream toPipe(pipe[1]);
+    EXPECT_EQ(&message->stream(toPipe), &toPipe);
+    EXPECT_EQ(takeFromPipe(pipe[0]), row.onPipe);
+    EXPECT_EQ(trace(),
+              row.onPipe != "empty" ? "" : "operator<<(PipeOutStream& pipeos, const " + row.name + "& msg) - TBD\n");
+
+    message->SetSync();
+    row.render(tev::log, *message);
+    char mtype[32];
+    std::snprintf(mtype, sizeof mtype, "   mtype   = 0x%lx\n", message->GetMtype());
+    EXPECT_EQ(trace(), row.name + ":\n" + (row.showsMtype ? mtype : "") +
+                           "   msgType = " + std::to_string(message->GetMsgType()) +
+                           "\n   srcTid  = 5\n   dstTid  = 7\n   size    = " + std::to_string(row.size) + "\n" +
+                           row.fields);
+  }
+}
+
+TEST_F(Wire, WhatIsDecodedIsWhatWasSent) {
+  for (const Row& row : catalogue()) {
+    SCOPED_TRACE(row.name);
+    const MsgPtr sent = row.make();
+    sent->SetSync();
+    sent->SetRemote();
+    const auto buffer = queueForm(*sent, queue);
+    const MsgPtr prototype = row.make();
+    const MsgPtr received(prototype->Create(buffer.data()));
+    ASSERT_NE(received, nullptr);
+    EXPECT_EQ(received->IsSyncMsg(), row.restoresFlags);
+    EXPECT_EQ(received->IsRemoteMsg(), row.restoresFlags || received->IsRespMsg());
+    if (!row.restoresFlags) received->SetSync();
+    EXPECT_EQ(hex(received->image(), row.size), hex(sent->image(), row.size));
+
+    auto other = buffer;
+    other[5] ^= 0x80;
+    EXPECT_EQ(prototype->Create(other.data()), nullptr) << "another message id";
+  }
+}
+
+TEST_F(Wire, FlagsShareTheTypeWord) {
+  SetVideoModeReqMsg request(5, 7);
+  EXPECT_EQ(request.GetMtype(), 0x00640005u);
+  request.SetSync();
+  request.SetRemote();
+  EXPECT_EQ(request.GetMtype(), 0x00658005u);
+  EXPECT_TRUE(request.IsSyncMsg() && request.IsRemoteMsg() && request.IsReqMsg() && !request.IsRespMsg());
+  request.ClearSync();
+  request.ClearRemote();
+  EXPECT_EQ(request.GetMtype(), 0x00640005u);
+  EXPECT_TRUE(SetVideoModeRespMsg(5, 7).IsRemoteMsg()) << "bit 16 is also the lowest bit of an odd type";
+  EXPECT_TRUE(SetVideoModeReqMsg(98307, 7).IsSyncMsg()) << "bit 15 is also in that source id";
+}
+
+TEST_F(Wire, ATypeThatReadsAsNegativeIsRefused) {
+  MsgQOutStream out(queue);
+  SetVideoModeReqMsg(0x80, 7).stream(out); // the low byte of the source is the type's sign byte on this machine
+  EXPECT_EQ(takeFromQueue(queue), "empty");
+  SetVideoModeReqMsg(0x7f, 7).stream(out);
+  EXPECT_EQ(takeFromQueue(queue).substr(0, 9), "7f006400:");
+}
+
+TEST_F(Wire, RepliesAreMadeByTheRequestThatTheyAnswer) {
+  const unsigned short answers[] = {101, 0, 103, 0, 105, 0, 107, 0, 109, 0, 111, 0, 0, 121, 0};
+  for (size_t i = 0; i < catalogue().size(); ++i) {
+    const MsgPtr reply(catalogue()[i].make()->CreateResponse());
+    EXPECT_EQ(reply ? reply->GetMsgType() : 0, answers[i]) << catalogue()[i].name;
+    if (reply != nullptr) {
+      const uint16_t status = static_cast<const MsgImage*>(reply->image())->words[0];
+      EXPECT_EQ(status, answers[i] == 109 ? 3 : 65535) << catalogue()[i].name;
+    }
+  }
+}
+
+TEST_F(Wire, TwoDecodersTraceOnTheErrorStream) {
+  const auto admin = queueForm(AdminControlRespMsg(1, 2), queue);
+  const auto snapshot = queueForm(TakeSnapshotRespMsg(1, 2), queue);
+  ::testing::internal::CaptureStderr();
+  EXPECT_NE(MsgPtr(AdminControlRespMsg().Create(admin.data())), nullptr);
+  EXPECT_EQ(AdminControlRespMsg().Create(snapshot.data()), nullptr);
+  EXPECT_NE(MsgPtr(TakeSnapshotRespMsg().Create(snapshot.data())), nullptr);
+  EXPECT_EQ(TakeSnapshotRespMsg().Create(admin.data()), nullptr);
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "AdminControlReqMsg::Create(): msgtype=109\n"
+                                                      "KIP_ADMIN_CNTRL_RESP_MSG_ID:status = 65535\n"
+                                                      "AdminControlReqMsg::Create(): msgtype=111\n"
+                                                      "TakeSnapshotReqMsg::Create(): msgtype=111\n"
+                                                      "TakeSnapshotReqMsg::Create(): msgtype=109\n");
+}
+
+TEST_F(Wire, NamesBecomeNumbers) {
+  const std::pair<const char*, int> modes[] = {{"hdmi", 9}, {"dvi", 8},  {"vga", 4},      {"svga", 5},
+                                               {"xga", 6},  {"wxga", 7}, {"svideo", 1},   {"composite", 2},
+                                               {"HDMI", 9}, {"", 9},     {"component", 3}};
+  for (const auto& [name, mode] : modes)
+    EXPECT_EQ(SetVideoModeReqMsg::MapString2Mode(name), mode) << name;
+  EXPECT_EQ(SetAudioSourceReqMsg::MapString2AudioSource("digital"), 1);
+  EXPECT_EQ(SetAudioSourceReqMsg::MapString2AudioSource("analog"), 2);
+  EXPECT_EQ(SetAudioSourceReqMsg::MapString2AudioSource("Analog"), 1);
+}
