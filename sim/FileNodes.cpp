@@ -91,11 +91,14 @@ void FileNodes::serve() {
   signalfd_siginfo news = {};
   while (read(mOpening.get(), &news, sizeof news) > 0) {
   } // the leases themselves tell which
-  takeClosed();
+  std::vector<std::pair<size_t, int>> waiting;
   for (size_t i = 0; i < mLeased.size(); ++i) {
     const int wanted = fcntl(mLeased[i].get(), F_GETLEASE);
-    if (wanted != F_WRLCK) giveAway(i, wanted);
+    if (wanted != F_WRLCK) waiting.emplace_back(i, wanted);
   }
+  takeClosed(); // after looking who waits: whatever they closed before that is told by now
+  for (const auto& [node, wanted] : waiting)
+    giveAway(node, wanted);
 }
 
 void FileNodes::giveAway(size_t index, int wanted) {

@@ -23,8 +23,9 @@ bool isHidden(const Program& program) {
 } // namespace
 
 Program findProgram(const std::string& name) {
+  const bool search = name.find('/') == name.npos;
   std::vector<std::string> candidates;
-  if (name.find('/') != name.npos) {
+  if (!search) {
     candidates.push_back(name);
   } else {
     const char* const variable = getenv("PATH"); // NOLINT(concurrency-mt-unsafe): there is one thread
@@ -39,7 +40,7 @@ Program findProgram(const std::string& name) {
   for (const std::string& path : candidates) {
     struct stat about = {};
     if (stat(path.c_str(), &about) != 0) {
-      if (errno != ENOENT && errno != ENOTDIR) program.error = errno;
+      if (!search) program.error = errno; // a search goes past folders that cannot be entered
     } else if (!S_ISREG(about.st_mode) || access(path.c_str(), X_OK) != 0) {
       program.error = EACCES;
     } else {

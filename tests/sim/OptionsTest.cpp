@@ -1,0 +1,99 @@
+#include "sim/Options.h"
+
+#include <gtest/gtest.h>
+
+using namespace sim;
+
+namespace {
+
+Options parsed(const std::vector<std::string>& words) {
+  const auto result = parseOptions(words);
+  if (const auto* error = std::get_if<std::string>(&result)) ADD_FAILURE() << *error;
+  return std::holds_alternative<Options>(result) ? std::get<Options>(result) : Options();
+}
+
+} // namespace
+
+TEST(Options, WhatIsLeftOutStaysHarmless) {
+  const Options none = parsed({});
+  EXPECT_TRUE(none.command.empty() && none.logFile.empty() && none.dumpFile.empty());
+  EXPECT_FALSE(none.board.frozen || none.board.logReads || none.logTimes || none.probe || none.help);
+  EXPECT_EQ(none.tmp, Tmp::HOST);
+  EXPECT_EQ(none.nodes, NodeKind::ANY);
+}
+
+TEST(Options, EachIsUnderstood) {
+  const Options all = parsed({"--frozen",
+                              "--log-reads",
+                              "--log-times",
+                              "--log",
+                              "a b",
+                              "--dump=d=e",
+                              "--nodes",
+                              "files",
+                              "--read-only-tmp",
+                              "--private-tmp",
+                              "--node",
+                              R"(setpoint=2\n)",
+                              "--node=speed=",
+                              "--missing",
+                              "/sys/class/gpio/gpio27/value",
+                              "--missing",
+                              "eeprom-read-macs-arm-none",
+                              "--read-only",
+                              "gpio26/value",
+                              "--fail-write",
+                              "smi",
+                              "--tool",
+                              "eeprom-read-macs-arm-none=fail",
+                              "--tool",
+                              "eeprom-write-macs-arm-none=silent",
+                              "--probe",
+                              "--help",
+                              "--",
+                              "sh",
+                              "-c",
+                              "--help"});
+  const Faults& faults = all.board.faults;
+  EXPECT_TRUE(all.board.frozen && all.board.logReads && all.logTimes && all.probe && all.help);
+  EXPECT_EQ(all.logFile, "a b");
+  EXPECT_EQ(all.dumpFile, "d=e");
+  EXPECT_EQ(all.nodes, NodeKind::FILES);
+  EXPECT_EQ(all.tmp, Tmp::READ_ONLY) << "the stricter of two";
+  EXPECT_EQ(faults.firstTexts, (std::map<std::string, std::string>{{"/sys/bus/i2c/devices/1-004c/setpoint", "2\n"},
+                                                                   {"/sys/bus/i2c/devices/1-004c/speed", ""}}));
+  EXPECT_EQ(faults.missing,
+            (std::set<std::string>{"/sys/class/gpio/gpio27/value", "/mnt/tev/sys/bin/eeprom-read-macs-arm-none"}));
+  EXPECT_EQ(faults.readOnly, std::set<std::string>{"/sys/class/gpio/gpio26/value"});
+  EXPECT_EQ(faults.failWrite, std::set<std::string>{"/sys/module/ksz8864/drivers/smi"});
+  EXPECT_EQ(faults.tools, (std::map<std::string, ToolFault>{{"eeprom-read-macs-arm-none", ToolFault::FAIL},
+                                                            {"eeprom-write-macs-arm-none", ToolFault::SILENT}}));
+  EXPECT_EQ(all.command, (std::vector<std::string>{"sh", "-c", "--help"}));
+}
+
+TEST(Options, WrongOnesAreNamed) {
+  const std::pair<std::vector<std::string>, const char*> cases[] = {
+      {{"--frozzen"}, "unknown option --frozzen"},
+      {{"-x"}, "unknown option -x"},
+      {{"sh"}, "unexpected word sh (a command goes after --)"},
+      {{"--frozen", "--"}, "there is no command after --"},
+      {{"--frozen=1"}, "--frozen takes no value"},
+      {{"--log"}, "--log wants a value"},
+      {{"--nodes=tmpfs"}, "--nodes wants fuse or files"},
+      {{"--node", "speed"}, "--node wants PATH=TEXT"},
+      {{"--node", "spee=1"}, "the board has no spee"},
+      {{"--node", "eed=1"}, "the board has no eed"},
+      {{"--missing", ""}, "the board has no "},
+      {{"--node", R"(speed=\q)"}, R"(--node has an escape that C does not know: speed=\q)"},
+      {{"--read-only", "value"}, "value is not clear: /sys/class/gpio/gpio27/value or /sys/class/gpio/gpio26/value"},
+      {{"--tool", "eeprom=fail"}, "there is no tool eeprom"},
+      {{"--tool", "eeprom-read-macs-arm-none"}, "--tool wants NAME=fail or NAME=silent"},
+      {{"--tool", "eeprom-read-macs-arm-none=loud"}, "--tool wants NAME=fail or NAME=silent"},
+  };
+  for (const auto& [words, expected] : cases) {
+    const auto result = parseOptions(words);
+    const auto* error = std::get_if<std::string>(&result);
+    ASSERT_NE(error, nullptr) << words[0];
+    EXPECT_EQ(*error, expected);
+  }
+}

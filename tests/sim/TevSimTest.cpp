@@ -1,0 +1,266 @@
+// tev-sim itself, run with small scripts in place of the shell.
+#include "sim/Descriptor.h"
+
+#include <csignal>
+#include <fcntl.h>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <pty.h>
+#include <sstream>
+#include <sys/wait.h>
+
+namespace {
+
+using sim::Descriptor;
+using Words = std::vector<std::string>;
+
+// A program, read through a pipe or a terminal.
+class Child {
+public:
+  Child(Words words, bool onTerminal) {
+    std::vector<char*> arguments;
+    for (std::string& word : words)
+      arguments.push_back(word.data());
+    arguments.push_back(nullptr);
+    int ends[2] = {-1, -1};
+    if (onTerminal) {
+      mPid = forkpty(&ends[0], nullptr, nullptr, nullptr);
+    } else if (pipe2(ends, O_CLOEXEC) == 0) {
+      mPid = fork();
+      if (mPid == 0 && (dup2(ends[1], 1) < 0 || dup2(ends[1], 2) < 0)) _exit(99);
+    }
+    if (mPid == 0) {
+      execvp(arguments[0], arguments.data());
+      _exit(99);
+    }
+    mOutput = Descriptor(ends[0]);
+    const Descriptor childsEnd(ends[1]);
+  }
+
+  // Reads to the end of `text`, without it to the end of all output. A long wait fails the test.
+  std::string readTo(const std::string& text = "") {
+    pollfd wait = {mOutput.get(), POLLIN, 0};
+    char some[4096];
+    size_t found = mRead.npos;
+    while (text.empty() || (found = mRead.find(text)) == mRead.npos) {
+      const bool silent = poll(&wait, 1, 60000) == 0;
+      const ssize_t size = silent ? 0 : read(mOutput.get(), some, sizeof some);
+      if (silent || (size <= 0 && !text.empty())) ADD_FAILURE() << "no \"" << text << "\" after: " << mRead;
+      if (size <= 0) return std::exchange(mRead, "");
+      mRead.append(some, static_cast<size_t>(size));
+    }
+    const std::string before = mRead.substr(0, found + text.size());
+    mRead.erase(0, before.size());
+    return before;
+  }
+  void type(const std::string& keys) {
+    EXPECT_EQ(write(mOutput.get(), keys.data(), keys.size()), static_cast<ssize_t>(keys.size()));
+  }
+  void send(int signal) const { EXPECT_EQ(kill(mPid, signal), 0); }
+  // Like $? of a shell.
+  int wait() const {
+    int status = 0;
+    EXPECT_EQ(waitpid(mPid, &status, 0), mPid);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  }
+
+private:
+  pid_t mPid = -1;
+  Descriptor mOutput;
+  std::string mRead;
+};
+
+Words tevSim(const Words& options, const std::string& script) {
+  Words words = {TEV_SIM_PROGRAM};
+  words.insert(words.end(), options.begin(), options.end());
+  words.insert(words.end(), {"--", "sh", "-c", script});
+  return words;
+}
+
+std::string contents(const std::string& path) {
+  std::ostringstream text;
+  text << std::ifstream(path).rdbuf();
+  return text.str();
+}
+
+std::string outputOf(const Words& words) { return Child(words, false).readTo(); }
+
+// Every test runs with both kinds of nodes, as far as the machine lets it.
+class TevSim : public testing::TestWithParam<std::string> {
+protected:
+  void SetUp() override {
+    Child probe({TEV_SIM_PROGRAM, "--nodes", GetParam(), "--probe"}, false);
+    const std::string reason = probe.readTo();
+    if (const int status = probe.wait(); status == 125) {
+      GTEST_SKIP() << reason;
+    } else {
+      ASSERT_EQ(status, 0) << reason;
+    }
+  }
+  void TearDown() override { (void)unlink(mFile.c_str()); }
+
+  Words options(Words more = {}) const {
+    more.insert(more.begin(), {"--nodes", GetParam()});
+    return more;
+  }
+  // What the script prints in the folder of the I2C devices, and after it how tev-sim ends.
+  std::string run(const Words& more, const std::string& script) const {
+    Child child(tevSim(options(more), "cd /sys/bus/i2c/devices; exec 2>&1; " + script), false);
+    const std::string output = child.readTo();
+    return output + "=" + std::to_string(child.wait());
+  }
+  bool isFuse() const { return GetParam() == "fuse"; }
+
+  const std::string mFile = testing::TempDir() + "tev-sim-test-" + std::to_string(getpid());
+};
+
+INSTANTIATE_TEST_SUITE_P(Nodes, TevSim, testing::Values("fuse", "files"), [](const auto& kind) { return kind.param; });
+
+TEST_P(TevSim, ScriptsFindABoard) {
+  const std::string tools = "cd /mnt/tev/sys/bin; ";
+  const struct {
+    Words options;
+    std::string script, expected;
+  } cases[] = {
+      {{}, "exit 7", "=7"},
+      {{}, "kill -TERM $$", "=143"},
+      {{}, "id -u; test $(ls /proc | grep -c '^[0-9]') -lt 9 && echo few", "0\nfew\n=0"},
+      {{}, "cat 1-004c/* 2-0020/format", "49\n15\n7e\n07\n36\nhdmi\n=0"},
+      {{}, "ls -d /sys/*/* | xargs; ls 1-004c | wc -l", "/sys/bus/i2c /sys/class/gpio /sys/module/ksz8864\n5\n=0"},
+      {{}, "printf 9 > 1-004c/speed; cat 1-004c/speed 1-004c/tach*", "9\n7c\n0c\n=0"},
+      {{}, "printf 29 > 1-004c/setpoint; cat /sys/class/gpio/gpio27/value 1-004c/setpoint", "0\n29\n=0"},
+      {{}, "printf 4 > 1-004c/speed; printf 5 > 1-004c/speed; cat 1-004c/speed", "5\n=0"},
+      {{}, "cat 1-004c/speed; printf 22 1<> 1-004c/speed; cat 1-004c/speed", "15\n22\n=0"},
+      {{"--node", R"(setpoint=\x2d3\n)"}, "cat 1-004c/setpoint", "-3\n=0"},
+      {{"--missing", "speed", "--missing", "eeprom-read-macs-arm-none"},
+       "ls 1-004c /mnt/tev/sys/bin | grep -ce speed -e read-macs",
+       "0\n=1"},
+      {{},
+       tools + "./*read-macs*; ./*write-macs* 0a:00:00:00:00:ff; ./*read-macs*",
+       "eth0 02:1A:2B:3C:4D:00\neth1 02:1A:2B:3C:4D:01\neth0 0A:00:00:00:00:FF\neth1 0A:00:00:00:01:00\n=0"},
+      {{},
+       tools + "./*read-ser*; ./*write-ser* 7; ./*read-ser*; ./*write-ser* ABCDEFGHIJKLMNOP; ./*read-ser*",
+       "480213UNIT000001\n7\nABCDEFGHIJKLMNOP\n=0"},
+      {{},
+       tools + "./*write-serialnum* ABCDEFGHIJKLMNOPQ",
+       "eeprom-write-serialnum-arm-none: not a serial number of 1 to 16 characters: ABCDEFGHIJKLMNOPQ\n=1"},
+      {{}, tools + "./*write-macs* 1", "eeprom-write-macs-arm-none: not a MAC address: 1\n=1"},
+      {{}, tools + "./*write-macs*", "eeprom-write-macs-arm-none: wants one argument\n=1"},
+      {{}, tools + "./*read-macs* 1", "eeprom-read-macs-arm-none: wants no argument\n=1"},
+      {{"--tool", "eeprom-read-macs-arm-none=fail", "--tool", "eeprom-read-serialnum-arm-none=silent"},
+       tools + "./*read-serial*; ./*read-macs*",
+       "eeprom-read-macs-arm-none: the EEPROM does not answer\n=1"},
+      {{"--missing", "eeprom"},
+       tools + "./*read-macs*",
+       "eeprom-read-macs-arm-none: /sys/bus/i2c/devices/1-0050/eeprom: No such file or directory\n=1"},
+      {{"--private-tmp"}, "ls -A /tmp | wc -l; > /tmp/x && echo written", "0\nwritten\n=0"},
+      {{"--read-only-tmp"}, "ls -A /tmp | wc -l; test -w /tmp || echo not", "0\nnot\n=0"},
+      {{},
+       "echo 98307 > /proc/sys/kernel/msg_next_id; ipcs -q | grep -c 0x; ipcmk -Q",
+       "0\nMessage queue id: 98307\n=0"},
+      {{},
+       "> /opt/tev/user/mine; > /var/log/threads.log; ls /var/log /opt/tev/user | xargs",
+       "/opt/tev/user: mine /var/log: board.log threads.log\n=0"},
+  };
+  for (const auto& c : cases)
+    EXPECT_EQ(run(c.options, c.script), c.expected) << c.script;
+}
+
+TEST_P(TevSim, LogTellsWhatReachedTheBoard) {
+  const std::string script = "printf '4\\0' > 1-004c/setpoint; printf 29 > 1-004c/setpoint; echo x > 1-004c/speed;"
+                             "/mnt/tev/sys/bin/eeprom-write-serialnum-arm-none 'A\" B';"
+                             "{ printf 'write vlan 1 1 4 1'; printf 'write 0x05 0x80'; } >> "
+                             "/sys/module/ksz8864/drivers/smi; cat 1-004c/speed > /dev/null; cat /var/log/board.log";
+  const std::string inside = run({"--log", mFile}, script);
+  std::string outside = contents(mFile);
+  EXPECT_NE(inside.find(outside), inside.npos) << "both logs are the same";
+  if (!isFuse()) {
+    EXPECT_EQ(outside.find("note: nodes are plain files"), 0U);
+    outside.erase(0, outside.find('\n') + 1);
+  }
+  const std::string smi = "write /sys/module/ksz8864/drivers/smi ";
+  EXPECT_EQ(outside, "write /sys/bus/i2c/devices/1-004c/setpoint \"4\\0\"\n"
+                     "alert on\n"
+                     "write /sys/bus/i2c/devices/1-004c/setpoint \"29\"\n"
+                     "write /sys/bus/i2c/devices/1-004c/speed \"x\\n\" -> EINVAL\n"
+                     "tool eeprom-write-serialnum-arm-none \"A\\\" B\"\n"
+                     "write /sys/bus/i2c/devices/1-0050/eeprom @8 \"A\\\" B\\0\\0\\0\\0\\0\\0\\0\\0\\0\\0\\0\\0\"\n" +
+                         (isFuse() ? smi + "\"write vlan 1 1 4 1\"\n" + smi + "\"write 0x05 0x80\"\n"
+                                   : smi + "\"write vlan 1 1 4 1write 0x05 0x80\"\n") +
+                         "vlan mode on\n");
+}
+
+TEST_P(TevSim, WritesAreRefusedOnlyByNodesThatCan) {
+  const Words faults = {"--read-only", "setpoint", "--fail-write", "speed"};
+  const std::string result = run(faults, "printf 1 2>&1 > 1-004c/setpoint; printf 2 > 1-004c/speed");
+  if (isFuse()) {
+    EXPECT_NE(result.find("setpoint: Permission denied\n"), result.npos);
+    EXPECT_NE(result.find("I/O error\n=1"), result.npos) << result;
+  } else {
+    EXPECT_EQ(result.substr(result.rfind('=')), "=125");
+  }
+}
+
+TEST_P(TevSim, NothingOfTheMachineChanges) {
+  const Words look = {"sh", "-c", "ls -A / /opt /mnt /var/log; cat /proc/mounts; ipcs -q; ls /sys/class"};
+  const std::string before = outputOf(look);
+  EXPECT_EQ(
+      run({"--dump", mFile}, "> /opt/tev/a; > /mnt/tev/b; > /var/log/c; ipcmk -Q >/dev/null; echo 0 > 1-004c/speed"),
+      "=0");
+  EXPECT_NE(contents(mFile).find("\n/sys/bus/i2c/devices/1-004c/speed \"0\\n\"\n"), std::string::npos);
+  TearDown();
+  EXPECT_EQ(outputOf(look), before);
+  const std::string beside = "for f in /opt /mnt; do ls -A $f | grep -v '^tev$'; done; cat /etc/passwd";
+  EXPECT_EQ(run({}, beside), outputOf({"sh", "-c", beside}) + "=0");
+}
+
+TEST_P(TevSim, CommandStartsWhereverItIs) {
+  std::ofstream(mFile) << "#!/bin/sh\necho $1 $(ls -A /tmp | wc -l)\n";
+  ASSERT_EQ(chmod(mFile.c_str(), 0755), 0);
+  const auto start = [&](const std::string& command) {
+    return outputOf({"sh", "-c", "cd /tmp; " TEV_SIM_PROGRAM " --private-tmp -- " + command + " 2>&1; echo =$?"});
+  };
+  EXPECT_EQ(start(mFile + " 'a b'"), "a b 0\n=0\n") << "hidden by the private /tmp";
+  EXPECT_EQ(start("./" + mFile.substr(mFile.rfind('/') + 1) + " c"), "c 0\n=0\n") << "the working folder stays";
+  EXPECT_EQ(start("sh -c 'test -e /proc/self/fd/0 || echo closed' <&-"), "closed\n=0\n");
+  EXPECT_EQ(start("./none"), "tev-sim: cannot start ./none: No such file or directory\n=127\n");
+  EXPECT_EQ(start("no-such-command"), "tev-sim: cannot start no-such-command: No such file or directory\n=127\n");
+  EXPECT_EQ(start("/etc/passwd"), "tev-sim: cannot start /etc/passwd: Permission denied\n=126\n");
+}
+
+TEST_P(TevSim, KillingItLeavesNothing) {
+  for (const int signal : {SIGKILL, SIGTERM}) {
+    Child child(tevSim(options(), "trap 'echo term; exit 3' TERM; setsid sleep 1000 & echo up; wait"), false);
+    child.readTo("up\n");
+    child.send(signal);
+    EXPECT_EQ(child.readTo(), signal == SIGKILL ? "" : "term\n") << "ends when the last process has ended";
+    EXPECT_EQ(child.wait(), signal == SIGKILL ? 128 + SIGKILL : 3);
+  }
+}
+
+TEST_P(TevSim, TerminalBelongsToTheCommand) {
+  const std::string board = TEV_SIM_PROGRAM " --nodes " + GetParam() + " -- ";
+  Child shell({"sh", "-c",
+               "set -m; " + board + "cat; echo rc $?; fg; echo rc $?;" + board +
+                   "sh -c 'trap \"echo caught\" INT; trap \"\" TSTP; echo ready; cat; exit 5'; echo rc $?"},
+              true);
+  shell.type("one\n");
+  shell.readTo("one\r\none\r\n"); // the terminal's echo, and cat
+  shell.type("\x1a");
+  shell.readTo("rc 148\r\n"); // stopped by signal 20
+  shell.readTo("-- cat\r\n"); // fg names what goes on
+  shell.type("two\n");
+  shell.readTo("two\r\ntwo\r\n");
+  shell.type("\x03");
+  shell.readTo("rc 130\r\n");
+  shell.readTo("ready\r\n");
+  shell.type("\x1athree\n");
+  shell.readTo("three\r\nthree\r\n"); // Ctrl-Z is ignored, and so nothing stops
+  shell.type("\x03");
+  shell.readTo("caught\r\n");
+  shell.readTo("rc 5\r\n");
+  EXPECT_EQ(shell.wait(), 0);
+}
+
+} // namespace
