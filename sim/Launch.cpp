@@ -11,13 +11,12 @@ namespace sim {
 
 namespace {
 
-bool sameFile(const struct stat& a, const struct stat& b) { return a.st_dev == b.st_dev && a.st_ino == b.st_ino; }
-
 bool isHidden(const Program& program) {
   struct stat opened = {};
   struct stat visible = {};
   if (fstat(program.file.get(), &opened) != 0) return true;
-  return stat(program.path.c_str(), &visible) != 0 || !sameFile(opened, visible);
+  if (stat(program.path.c_str(), &visible) != 0) return true;
+  return opened.st_dev != visible.st_dev || opened.st_ino != visible.st_ino;
 }
 
 } // namespace
@@ -90,9 +89,6 @@ std::string currentFolder() {
 }
 
 void returnToFolder(const std::string& path) {
-  struct stat present = {};
-  struct stat visible = {};
-  if (stat(".", &present) != 0 || stat(path.c_str(), &visible) != 0 || !sameFile(present, visible)) return;
   (void)chdir(path.c_str()); // otherwise it stays where it is
 }
 

@@ -27,8 +27,8 @@ std::string programFolder();
 /// The working folder's path, empty if it has none.
 std::string currentFolder();
 
-/// Enters the working folder through its path again, so that the process stands on the present mounts. Where a mount
-/// hides that folder the process stays in it: relative names go on working.
+/// Enters the working folder by its path again, so that the process stands on the present mounts. Where they hide the
+/// path the process stays where it is, and relative names go on working.
 void returnToFolder(const std::string& path);
 
 /// Gives up standard input and output, so that only the command holds them.

@@ -60,6 +60,7 @@ public:
   void send(int signal) const { EXPECT_EQ(kill(mPid, signal), 0); }
   // Like $? of a shell.
   int wait() const {
+    if (testing::Test::HasFailure()) send(SIGKILL); // it may never end by itself
     int status = 0;
     EXPECT_EQ(waitpid(mPid, &status, 0), mPid);
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
@@ -222,7 +223,9 @@ TEST_P(TevSim, CommandStartsWhereverItIs) {
     return outputOf({"sh", "-c", "cd /tmp; " TEV_SIM_PROGRAM " --private-tmp -- " + command + " 2>&1; echo =$?"});
   };
   EXPECT_EQ(start(mFile + " 'a b'"), "a b 0\n=0\n") << "hidden by the private /tmp";
-  EXPECT_EQ(start("./" + mFile.substr(mFile.rfind('/') + 1) + " c"), "c 0\n=0\n") << "the working folder stays";
+  EXPECT_EQ(start("./" + mFile.substr(mFile.rfind('/') + 1) + " c"), "c 0\n=0\n") << "and named in its folder";
+  EXPECT_EQ(outputOf({"sh", "-c", "cd /sys; " TEV_SIM_PROGRAM " -- sh -c 'pwd; cat bus/i2c/devices/2-0020/format'"}),
+            "/sys\nhdmi\n");
   EXPECT_EQ(start("sh -c 'test -e /proc/self/fd/0 || echo closed' <&-"), "closed\n=0\n");
   EXPECT_EQ(start("./none"), "tev-sim: cannot start ./none: No such file or directory\n=127\n");
   EXPECT_EQ(start("no-such-command"), "tev-sim: cannot start no-such-command: No such file or directory\n=127\n");
