@@ -13,6 +13,8 @@
 #ifndef TEV_PLATFORM_UNCANCELLED_H
 #define TEV_PLATFORM_UNCANCELLED_H
 
+#include <cstddef>
+#include <cstddef>
 #include <pthread.h>
 #include <type_traits>
 
@@ -45,25 +47,86 @@ inline void restoreCancellation(const CancelSetting& before) {
 }
 
 template <class Work>
-[[gnu::noinline]] auto uncancelledBody(Work& work) {
-  return work();
+[[gnu::noinline]] auto uncancelledBody(Work& work, int before) {
+  if constexpr (std::is_invocable_v<Work, int>)
+    return work(before);
+  else
+    return work();
 }
 
 /// Runs `work` with cancellation disabled and returns its result, which must be trivially destructible. `work` must not
-/// throw. Nests. A cancellation that arrived meanwhile takes effect when the outermost call returns.
+/// throw; it may take an int, the state (PTHREAD_CANCEL_) it was called in, so that it can block in it. Nests. A
+/// cancellation that arrived meanwhile takes effect when the outermost call returns.
 template <class Work>
 KR_UNWOUND_BY_CANCELLATION inline auto uncancelled(Work work) {
   static_assert(std::is_trivially_destructible_v<Work>, "capture by reference or by trivial value");
+  using Result = decltype(uncancelledBody(work, 0));
   const CancelSetting before = disableCancellation();
-  if constexpr (std::is_void_v<decltype(work())>) {
-    uncancelledBody(work);
+  if constexpr (std::is_void_v<Result>) {
+    uncancelledBody(work, before.state);
     restoreCancellation(before);
   } else {
-    auto result = uncancelledBody(work);
-    static_assert(std::is_trivially_destructible_v<decltype(result)>);
+    static_assert(std::is_trivially_destructible_v<Result>);
+    const Result result = uncancelledBody(work, before.state);
     restoreCancellation(before);
     return result;
   }
+}
+
+/// The way back, for the point where uncancelled work blocks: runs `wait` open to cancellation, as far as `state`
+/// allows it (the one that uncancelled() hands over). Cancellation is deferred meanwhile, so that it arrives only
+/// inside calls that are cancellation points. There the unwinder knows its way, and the frames from here on outwards
+/// may own things with destructors.
+template <class Wait>
+[[gnu::noinline]] int cancellable(int state, Wait wait) {
+  int type = PTHREAD_CANCEL_DEFERRED;
+  // These fail only for states and types that do not exist.
+  (void)pthread_setcanceltype(PTHREAD_CANCEL_DEFERRED, &type);
+  (void)pthread_setcancelstate(state, nullptr);
+  const int result = wait();
+  (void)pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+  (void)pthread_setcanceltype(type, nullptr);
+  return result;
+}
+
+#if defined(__SANITIZE_ADDRESS__)
+extern "C" void __asan_unpoison_memory_region(const volatile void* address, size_t size);
+#endif
+
+/// Begins code that runs on a thread that has been cancelled: the address sanitizer does not see the unwinding, and
+/// takes the frames below, which are gone, for alive.
+inline void afterUnwinding() {
+#if defined(__SANITIZE_ADDRESS__)
+  constexpr size_t deepEnough = 32 * 1024;
+  const char* const here = static_cast<const char*>(__builtin_frame_address(0));
+  __asan_unpoison_memory_region(here - deepEnough, deepEnough);
+#endif
+}
+
+/// Does its work when the thread is cancelled while the object lives, unless disarmed.
+template <class Work>
+struct OnCancel {
+  Work work;
+  bool armed = true;
+  ~OnCancel() {
+    if (!armed) return;
+    afterUnwinding();
+    work();
+  }
+};
+template <class Work>
+OnCancel(Work) -> OnCancel<Work>;
+
+/// Set on every thread of this library before its cancellation becomes asynchronous. A thread made by other means keeps
+/// the deferred type, with which every thread starts, while it calls this library.
+inline thread_local bool asynchronousThread = false;
+
+/// uncancelled() for work that contains no cancellation point: only an asynchronously cancellable thread pays for it.
+/// Switching cancellation off and on costs as much as a free mutex. The work's result must be trivially destructible.
+template <class Work>
+inline auto uncancelledIfAsynchronous(Work work) {
+  if (asynchronousThread) return uncancelled(work);
+  return work();
 }
 
 } // namespace kr
