@@ -6,30 +6,39 @@
 #include "platform/krTime.h"
 
 #include <atomic>
-#include <cstddef>
 #include <pthread.h>
 
 struct KrMutex {
   pthread_mutex_t main;          ///< recursive; holding it is holding the mutex
-  pthread_cond_t wakeUp;         ///< where those wait who found `main` taken
-  pthread_mutex_t guard;         ///< recursive; protects the wait on `wakeUp`
+  pthread_cond_t wakeUp;         ///< this, `guard`, `deleted` and `waiters`: see Wait.h
+  pthread_mutex_t guard;         ///< recursive
   std::atomic<KrThreadId> owner; ///< who acquired `main` last; 0 until then; unlocking leaves it
   std::atomic<int> deleted;
-  std::atomic<unsigned> waiters; ///< threads that found `main` taken and have not left yet; raised under `guard`
+  std::atomic<unsigned> waiters;
 };
 
 namespace kr {
 
-/// Makes a mutex in a block of sizeof(KrMutex) bytes. Returns null when the system refuses; the block stays the
-/// caller's.
+/// Where a lock call stands in the source, as its caller names it.
+struct Place {
+  const char* file;
+  int line;
+  const char* function;
+  const char* description;
+};
+
+/// Makes a mutex in a block of sizeof(KrMutex) bytes. Null when the system refuses; the block stays the caller's.
 KrMutex* makeMutex(void* block);
 
-/// Holds a mutex for a scope. Only for code that runs with cancellation disabled, and for mutexes that are not
-/// destroyed meanwhile: a lock without limit then always succeeds.
+/// krMutexLockDebug for callers that have cancellation disabled: blocks in `cancelState`.
+int lockMutex(KrMutex* mutex, int timeoutMs, const Place& place, int cancelState);
+
+/// Holds a mutex for a scope; waiting for it is no cancellation point. For mutexes that are not destroyed meanwhile: a
+/// lock without limit then always succeeds. Not for frames that run while cancellation is asynchronous.
 class Held {
 public:
   Held(KrMutex* mutex, const char* file, int line, const char* function) : mutex_(mutex) {
-    (void)krMutexLockDebug(mutex_, KR_WAIT_FOREVER, file, line, function, "");
+    (void)lockMutex(mutex_, KR_WAIT_FOREVER, {file, line, function, ""}, PTHREAD_CANCEL_DISABLE);
   }
   ~Held() { (void)krMutexUnlock(mutex_); }
   Held(const Held&) = delete;

@@ -17,20 +17,7 @@ namespace {
 constexpr int sliceMs = 20'000;
 constexpr int maxFrames = 50;
 
-/// Where a lock call stands in the source, as its caller names it.
-struct Place {
-  const char* file;
-  int line;
-  const char* function;
-  const char* description;
-};
-
 const char* orEmpty(const char* text) { return text != nullptr ? text : ""; }
-
-int failWith(int error) {
-  errno = error;
-  return -1;
-}
 
 bool initRecursive(pthread_mutex_t* mutex) {
   pthread_mutexattr_t attributes;
@@ -50,7 +37,7 @@ int tryMain(KrMutex* mutex) {
   return error;
 }
 
-void reportExcessiveWait(const KrMutex* mutex, unsigned long waited, const Place& place) {
+void reportExcessiveWait(const KrMutex* mutex, unsigned long waited, const kr::Place& place) {
   const kr::Line line = kr::stampedLine(
       "krMutexLock: Excessive wait (%lus) for Mutex[%p], File[%s], Line[%d], Func[%s], Desc[%s], owner[%d]\n", waited,
       static_cast<const void*>(mutex), orEmpty(place.file), place.line, orEmpty(place.function),
@@ -68,56 +55,34 @@ void reportExcessiveWait(const KrMutex* mutex, unsigned long waited, const Place
   free(frames);
 }
 
-/// Called with the guard held. The destroyer waits for the last one to leave.
-void leave(KrMutex* mutex) {
-  if (mutex->waiters.fetch_sub(1, std::memory_order_acq_rel) == 1 &&
-      mutex->deleted.load(std::memory_order_relaxed) != 0)
-    (void)pthread_cond_broadcast(&mutex->wakeUp);
-}
-
-/// Waits until the mutex is the caller's or `deadline` has passed. Called with the guard held, as a counted waiter.
-/// Returns 0 or an errno value.
-int waitForMain(KrMutex* mutex, const timespec& deadline, int cancelState) {
-  for (;;) {
-    if (mutex->deleted.load(std::memory_order_relaxed) != 0) return KR_ERR_INVALID;
-    const int error = tryMain(mutex);
-    if (error != EBUSY) return error;
-    const int wait = kr::waitOn(&mutex->wakeUp, &mutex->guard, &deadline, cancelState, [mutex] { leave(mutex); });
-    if (wait == ETIMEDOUT) return mutex->deleted.load(std::memory_order_relaxed) != 0 ? KR_ERR_INVALID : KR_ERR_TIMEOUT;
-    if (wait != 0) return wait;
-  }
-}
-
-/// The way of those who found the mutex taken. Called with cancellation disabled; waits in `cancelState`.
-int lockTaken(KrMutex* mutex, int timeoutMs, const Place& place, int cancelState) {
-  // The guard is a recursive lock of the library's own, held for moments: locking it cannot fail.
-  (void)pthread_mutex_lock(&mutex->guard);
-  // A waiter counts itself before it tries, and an unlock reads the count after it has released; both change the one
-  // word. If the waiter comes first, the unlock sees it and broadcasts, for which it needs the guard, and that is free
-  // only once the waiter sleeps or has left. If the unlock comes first, the release lies before the waiter's try, which
-  // then finds the mutex free or with a later owner, to whom the same applies. So no release is missed. The waiter
-  // stays counted while it reports, so that the mutex outlives the report.
-  mutex->waiters.fetch_add(1, std::memory_order_acq_rel);
+/// The way of those who found the mutex taken.
+[[gnu::noinline]] int waitForMain(KrMutex* mutex, int timeoutMs, const kr::Place& place, int cancelState) {
   const bool forever = timeoutMs == KR_WAIT_FOREVER;
+  const auto tryIt = [mutex] { return tryMain(mutex); };
   unsigned long waited = 0;
   int error = 0;
+  kr::enter(mutex);
   for (;;) {
-    error = waitForMain(mutex, kr::deadlineAfter(forever ? sliceMs : timeoutMs), cancelState);
+    const timespec deadline = kr::deadlineAfter(forever ? sliceMs : timeoutMs);
+    error = kr::waitForTurn(mutex, &deadline, cancelState, tryIt);
     if (!forever || error != KR_ERR_TIMEOUT) break;
+    // Still counted as a waiter, so that the mutex outlives the report.
     (void)pthread_mutex_unlock(&mutex->guard);
     waited += sliceMs / 1000;
     reportExcessiveWait(mutex, waited, place);
     (void)pthread_mutex_lock(&mutex->guard);
   }
-  leave(mutex);
-  (void)pthread_mutex_unlock(&mutex->guard);
-  return error == 0 ? 0 : failWith(error);
+  kr::leave(mutex);
+  return error == 0 ? 0 : kr::failWith(error);
 }
 
-[[gnu::noinline]] void wakeWaiters(KrMutex* mutex) {
-  (void)pthread_mutex_lock(&mutex->guard);
-  (void)pthread_cond_broadcast(&mutex->wakeUp);
-  (void)pthread_mutex_unlock(&mutex->guard);
+/// The way of all: `lockTaken` is only called when the mutex is taken and the caller would wait.
+template <class LockTaken>
+int lockOrElse(KrMutex* mutex, int timeoutMs, LockTaken lockTaken) {
+  const int error = tryMain(mutex);
+  if (error == 0) return 0;
+  if (error != EBUSY || timeoutMs == KR_NO_WAIT) return kr::failWith(error);
+  return lockTaken();
 }
 
 } // namespace
@@ -136,6 +101,10 @@ KrMutex* makeMutex(void* block) {
   return mutex;
 }
 
+int lockMutex(KrMutex* mutex, int timeoutMs, const Place& place, int cancelState) {
+  return lockOrElse(mutex, timeoutMs, [&] { return waitForMain(mutex, timeoutMs, place, cancelState); });
+}
+
 } // namespace kr
 
 KrMutex* krMutexCreate() {
@@ -152,23 +121,21 @@ KrMutex* krMutexCreate() {
 
 int krMutexLockDebug(KrMutex* mutex, int timeoutMs, const char* file, int line, const char* function,
                      const char* description) {
-  if (mutex == nullptr) return failWith(KR_ERR_INVALID);
-  const int error = tryMain(mutex);
-  if (error == 0) return 0;
-  if (error != EBUSY || timeoutMs == KR_NO_WAIT) return failWith(error);
-  const Place place{file, line, function, description};
-  return kr::uncancelled([&](int cancelState) { return lockTaken(mutex, timeoutMs, place, cancelState); });
+  if (mutex == nullptr) return kr::failWith(KR_ERR_INVALID);
+  const kr::Place place{file, line, function, description};
+  return lockOrElse(mutex, timeoutMs, [&] {
+    return kr::uncancelled([&](int cancelState) { return waitForMain(mutex, timeoutMs, place, cancelState); });
+  });
 }
 
 int krMutexUnlock(KrMutex* mutex) {
-  if (mutex == nullptr) return failWith(KR_ERR_INVALID);
-  if (mutex->owner.load(std::memory_order_relaxed) != kr::self()) return failWith(EPERM);
+  if (mutex == nullptr) return kr::failWith(KR_ERR_INVALID);
+  if (mutex->owner.load(std::memory_order_relaxed) != kr::self()) return kr::failWith(EPERM);
   // A thread cancelled between the release and the broadcast would leave the waiters asleep.
   return kr::uncancelledIfAsynchronous([mutex] {
     // Refused when the last owner unlocks once more than it locked: nothing is released then.
     (void)pthread_mutex_unlock(&mutex->main);
-    // Read by a change that changes nothing: see lockTaken.
-    if (mutex->waiters.fetch_add(0, std::memory_order_acq_rel) != 0) wakeWaiters(mutex);
+    kr::wakeWaiters(mutex);
     return 0;
   });
 }
@@ -176,20 +143,13 @@ int krMutexUnlock(KrMutex* mutex) {
 void krMutexDestroy(KrMutex* mutex) {
   if (mutex == nullptr) return;
   kr::uncancelled([mutex] {
-    (void)pthread_mutex_lock(&mutex->guard);
-    mutex->deleted.store(1, std::memory_order_relaxed);
-    (void)pthread_cond_broadcast(&mutex->wakeUp);
-    while (mutex->waiters.load(std::memory_order_relaxed) != 0)
-      (void)pthread_cond_wait(&mutex->wakeUp, &mutex->guard);
-    (void)pthread_mutex_unlock(&mutex->guard);
-    // A destroyer that holds the mutex gives it up first: the kind of lock below must not be destroyed while held.
+    kr::endWaiting(mutex);
+    // A destroyer that holds the mutex gives it up first: this kind of lock must not be destroyed while held.
     if (mutex->owner.load(std::memory_order_relaxed) == kr::self())
       while (pthread_mutex_unlock(&mutex->main) == 0) {
       }
     // Only a mutex that another thread still holds refuses; its block goes all the same.
     (void)pthread_mutex_destroy(&mutex->main);
-    (void)pthread_mutex_destroy(&mutex->guard);
-    (void)pthread_cond_destroy(&mutex->wakeUp);
     krFree(mutex);
   });
 }

@@ -1,27 +1,10 @@
-#include "platform/kr.h"
+#include "tests/platform/Elsewhere.h"
 
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <cerrno>
-#include <thread>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <unistd.h>
 #include <vector>
-
-namespace {
-
-int lock(KrMutex* mutex, int timeoutMs) { return krMutexLockDebug(mutex, timeoutMs, __FILE__, __LINE__, __func__, ""); }
-
-/// Runs `work` on another thread to its end and returns its result.
-template <class Work>
-int elsewhere(Work work) {
-  int result = 0;
-  std::thread([&] { result = work(); }).join();
-  return result;
-}
-
-int errnoOf(int result) { return result == -1 ? errno : 0; }
-
-} // namespace
 
 TEST(Mutex, FailuresLeaveTheirReason) {
   KrMutex* const mutex = krMutexCreate();
@@ -113,35 +96,51 @@ TEST(Mutex, DestroyingSendsWaitersAway) {
 TEST(Mutex, CancelledWaiterLeavesNothingBehind) {
   KrMutex* const mutex = krMutexCreate();
   ASSERT_EQ(lock(mutex, KR_WAIT_FOREVER), 0);
-  const int types[] = {PTHREAD_CANCEL_DEFERRED, PTHREAD_CANCEL_ASYNCHRONOUS};
-  struct Job {
-    KrMutex* mutex;
-    int type;
-    std::atomic<bool> started{false};
-  };
-  for (const int type : types) {
-    Job job{mutex, type};
-    pthread_t waiter;
-    ASSERT_EQ(pthread_create(
-                  &waiter, nullptr,
-                  [](void* argument) -> void* {
-                    auto& own = *static_cast<Job*>(argument);
-                    (void)pthread_setcanceltype(own.type, nullptr);
-                    own.started = true;
-                    (void)lock(own.mutex, KR_WAIT_FOREVER);
-                    return nullptr;
-                  },
-                  &job),
-              0);
-    while (!job.started)
-      krThreadSuspend(1);
+  for (const int type : {PTHREAD_CANCEL_DEFERRED, PTHREAD_CANCEL_ASYNCHRONOUS}) {
+    Cancellable waiter(type, [=] { (void)lock(mutex, KR_WAIT_FOREVER); });
     krThreadSuspend(50);
-    ASSERT_EQ(pthread_cancel(waiter), 0);
-    void* result = nullptr;
-    ASSERT_EQ(pthread_join(waiter, &result), 0); // while the mutex is still held here
-    EXPECT_EQ(result, PTHREAD_CANCELED);
+    EXPECT_TRUE(waiter.cancel()); // while the mutex is still held here
   }
   EXPECT_EQ(krMutexUnlock(mutex), 0);
   EXPECT_EQ(elsewhere([&] { return lock(mutex, 60'000) + krMutexUnlock(mutex); }), 0);
   krMutexDestroy(mutex); // would wait for a waiter that is still counted
+}
+
+// Takes 40 seconds: the interval between reports is part of what is promised.
+TEST(Mutex, ExcessiveWaitIsReportedEveryTwentySeconds) {
+  if (access("/var/log", W_OK) != 0) GTEST_SKIP() << "/var/log is not writable";
+  KrMutex* const mutex = krMutexCreate();
+  ASSERT_EQ(lock(mutex, KR_WAIT_FOREVER), 0);
+  std::atomic<KrThreadId> waiter{0};
+  testing::internal::CaptureStdout();
+  std::thread thread([&] {
+    waiter = krThreadIdSelf();
+    EXPECT_EQ(lock(mutex, KR_WAIT_FOREVER), 0);
+    EXPECT_EQ(krMutexUnlock(mutex), 0);
+  });
+  waitUntil([&] { return waiter != 0; });
+  const auto printed = [](KrThreadId tid) { return std::to_string(static_cast<int>(tid)); };
+  const std::string path = "/var/log/mutexExcessiveWaitTid" + printed(waiter) + ".log";
+  std::string report;
+  for (int second = 0; second < 100 && report.find("(40s)") == std::string::npos; ++second) {
+    krThreadSuspend(1000);
+    std::ostringstream text;
+    text << std::ifstream(path).rdbuf();
+    report = text.str();
+  }
+  EXPECT_EQ(krMutexUnlock(mutex), 0);
+  thread.join();
+  EXPECT_EQ(unlink(path.c_str()), 0);
+  std::ostringstream address;
+  address << static_cast<const void*>(mutex);
+  const auto expected = [&](const char* seconds) {
+    return R"([0-9/]{5} [0-9:]{8}\.[0-9]{2} \[)" + std::to_string(static_cast<uint32_t>(waiter)) +
+           R"(\] krMutexLock: Excessive wait \()" + seconds + R"(s\) for Mutex\[)" + address.str() +
+           R"(\], File\[a\.cpp\], Line\[7\], Func\[f\], Desc\[d\], owner\[)" + printed(krThreadIdSelf()) +
+           "\\]\n(.*0x.*\n)+";
+  };
+  EXPECT_TRUE(matches(report, expected("40"))) << report;
+  const std::string console = testing::internal::GetCapturedStdout();
+  EXPECT_TRUE(matches(console, expected("20") + expected("40"))) << console;
+  krMutexDestroy(mutex);
 }
