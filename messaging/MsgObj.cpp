@@ -2,6 +2,7 @@
 
 #include "messaging/CommObj.h"
 #include "messaging/MsgQueue.h"
+#include "platform/Uncancelled.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -72,6 +73,11 @@ MsgObj* MsgObj::Make(const void* buffer) {
 // ---- Sending
 
 MsgObj* MsgObj::Send() {
+  // A thread that was cancelled in the middle would keep the sync lock, and the message. The wait for a reply is short.
+  return kr::uncancelled([this] { return sendAndDelete(); });
+}
+
+MsgObj* MsgObj::sendAndDelete() {
   CommObj* dst = CommObj::TaskId2CommObj(GetDstTid());
   CommObj* src = CommObj::TaskId2CommObj(GetSrcTid());
   MsgObj* reply = nullptr;

@@ -149,6 +149,7 @@ protected:
   static unsigned short idIn(const void* buffer); ///< the message id of a queue form
 
 private:
+  MsgObj* sendAndDelete();
   MsgObj* sendLocally(CommObj& src, CommObj& dst);
   MsgObj* sendRemotely(CommObj& src);
   MsgObj* requestRemotely(CommObj& src);
