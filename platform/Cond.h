@@ -2,6 +2,7 @@
 #ifndef TEV_PLATFORM_COND_H
 #define TEV_PLATFORM_COND_H
 
+#include "platform/Failure.h"
 #include "platform/Mutex.h"
 #include "platform/Uncancelled.h"
 #include "platform/Wait.h"
@@ -39,7 +40,7 @@ int condWait(KrCond* cond, KrMutex* mutex, int cancelState, Undo undo) {
   OnCancel onCancel{undo};
   // An interrupted sleep is a short one.
   (void)cancellable(cancelState, [] { return krThreadSuspend(1); });
-  const int result = lockMutex(mutex, KR_WAIT_FOREVER, {commonSource, 122, "krCondWait", ""}, cancelState);
+  const int result = lockMutex(mutex, {commonSource, 122, "krCondWait", ""}, cancelState);
   onCancel.armed = false;
   return result;
 }

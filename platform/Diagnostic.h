@@ -10,6 +10,9 @@ namespace kr {
 
 constexpr char logDirectory[] = "/var/log";
 
+/// A text of the caller's, which may have left it out.
+inline const char* orEmpty(const char* text) { return text != nullptr ? text : ""; }
+
 /// A line of at most 511 characters; what is longer is cut.
 struct Line {
   char text[512];

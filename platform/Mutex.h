@@ -2,8 +2,10 @@
 #ifndef TEV_PLATFORM_MUTEX_H
 #define TEV_PLATFORM_MUTEX_H
 
+#include "platform/Failure.h"
+#include "platform/Self.h"
+#include "platform/Wait.h"
 #include "platform/krLock.h"
-#include "platform/krTime.h"
 
 #include <atomic>
 #include <pthread.h>
@@ -30,17 +32,41 @@ struct Place {
 /// Makes a mutex in a block of sizeof(KrMutex) bytes. Null when the system refuses; the block stays the caller's.
 KrMutex* makeMutex(void* block);
 
-/// krMutexLockDebug for callers that have cancellation disabled: blocks in `cancelState`.
-int lockMutex(KrMutex* mutex, int timeoutMs, const Place& place, int cancelState);
+/// Tries to lock: 0, EBUSY or another error number.
+inline int tryMutex(KrMutex* mutex) {
+  const int error = pthread_mutex_trylock(&mutex->main);
+  // A thread that comes back finds its own name: one store less on the way of most locks.
+  if (error == 0 && mutex->owner.load(std::memory_order_relaxed) != self())
+    mutex->owner.store(self(), std::memory_order_relaxed);
+  return error;
+}
+
+/// Waits for a mutex that a try found taken, in `cancelState`. Called with cancellation disabled.
+int waitForMutex(KrMutex* mutex, int timeoutMs, const Place& place, int cancelState);
+
+/// krMutexLockDebug without limit for callers that have cancellation disabled: blocks in `cancelState`.
+inline int lockMutex(KrMutex* mutex, const Place& place, int cancelState) {
+  const int error = tryMutex(mutex);
+  if (error == 0) return 0;
+  return error == EBUSY ? waitForMutex(mutex, KR_WAIT_FOREVER, place, cancelState) : failWith(error);
+}
+
+/// Unlocks a mutex that the caller was the last to lock. Called with cancellation disabled or deferred: a thread
+/// cancelled between the release and the broadcast would leave the waiters asleep.
+inline void unlockMutex(KrMutex* mutex) {
+  // Refused when the last owner unlocks once more than it locked: nothing is released then.
+  (void)pthread_mutex_unlock(&mutex->main);
+  wakeWaiters(mutex);
+}
 
 /// Holds a mutex for a scope; waiting for it is no cancellation point. For mutexes that are not destroyed meanwhile: a
 /// lock without limit then always succeeds. Not for frames that run while cancellation is asynchronous.
 class Held {
 public:
   Held(KrMutex* mutex, const char* file, int line, const char* function) : mutex_(mutex) {
-    (void)lockMutex(mutex_, KR_WAIT_FOREVER, {file, line, function, ""}, PTHREAD_CANCEL_DISABLE);
+    (void)lockMutex(mutex_, {file, line, function, ""}, PTHREAD_CANCEL_DISABLE);
   }
-  ~Held() { (void)krMutexUnlock(mutex_); }
+  ~Held() { unlockMutex(mutex_); }
   Held(const Held&) = delete;
   Held& operator=(const Held&) = delete;
 

@@ -10,6 +10,8 @@
 // uncancelled() gives both: the frame that switches cancellation off and on again owns nothing, and the work with its
 // destructors runs in a frame of its own that exists only while cancellation is off. So a function that a cancellable
 // thread may call consists of nothing but `return uncancelled([&] { ... });`.
+//
+// The thread sanitizer puts clean-up code into every function: there, cancellation must find the thread in a call.
 #ifndef TEV_PLATFORM_UNCANCELLED_H
 #define TEV_PLATFORM_UNCANCELLED_H
 
@@ -126,7 +128,7 @@ inline thread_local bool asynchronousThread = false;
 template <class Work>
 inline auto uncancelledIfAsynchronous(Work work) {
   if (asynchronousThread) return uncancelled(work);
-  return work();
+  return uncancelledBody(work, PTHREAD_CANCEL_ENABLE);
 }
 
 } // namespace kr

@@ -26,12 +26,6 @@
 
 namespace kr {
 
-/// Sets errno and is the -1 to return.
-inline int failWith(int error) {
-  errno = error;
-  return -1;
-}
-
 /// The moment `timeoutMs` from now on the wall clock; a negative time is over at once.
 inline timespec deadlineAfter(int timeoutMs) {
   timeval now{};

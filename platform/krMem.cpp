@@ -218,8 +218,8 @@ void reportMisuse(Header* header, Kind kind) {
             printed(header), nameOf(header->creator), nameOf(header->deleter), ownName());
 }
 
-/// Under the heap mutex.
 void release(KrHeap* heap, void* block) {
+  const HeapHeld held(heap, 446, "krFreeByHeap");
   if (block == nullptr) {
     kr::say(stdout, "krFree(NULL) - Task=%s\n", ownName());
     return;
@@ -257,7 +257,7 @@ void* reallocate(KrHeap* heap, void* block, size_t size) {
     moved = allocate(heap, size);
     if (moved != nullptr) memcpy(moved, block, std::min(kept, size));
   }
-  if (kind == Kind::pooled || kind == Kind::large) krFreeByHeap(heap, block);
+  if (kind == Kind::pooled || kind == Kind::large) release(heap, block);
   return moved;
 }
 
@@ -298,16 +298,13 @@ void krFree(void* block) {
     if (unmanaged())
       free(block);
     else
-      krFreeByHeap(g_heap, block);
+      release(g_heap, block);
   });
 }
 
 void krFreeByHeap(KrHeap* heap, void* block) {
   if (heap == nullptr) return;
-  kr::uncancelledIfAsynchronous([=] {
-    const HeapHeld held(heap, 446, "krFreeByHeap");
-    release(heap, block);
-  });
+  kr::uncancelledIfAsynchronous([=] { release(heap, block); });
 }
 
 int krMemGetType(size_t size) { return unmanaged() ? KR_MEM_NO_CLASS : classOf(size); }

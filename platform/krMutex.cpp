@@ -2,9 +2,7 @@
 
 #include "platform/Diagnostic.h"
 #include "platform/Mutex.h"
-#include "platform/Self.h"
 #include "platform/Uncancelled.h"
-#include "platform/Wait.h"
 #include "platform/krMem.h"
 
 #include <cerrno>
@@ -17,8 +15,6 @@ namespace {
 constexpr int sliceMs = 20'000;
 constexpr int maxFrames = 50;
 
-const char* orEmpty(const char* text) { return text != nullptr ? text : ""; }
-
 bool initRecursive(pthread_mutex_t* mutex) {
   pthread_mutexattr_t attributes;
   if (pthread_mutexattr_init(&attributes) != 0) return false;
@@ -29,19 +25,11 @@ bool initRecursive(pthread_mutex_t* mutex) {
   return made;
 }
 
-int tryMain(KrMutex* mutex) {
-  const int error = pthread_mutex_trylock(&mutex->main);
-  // A thread that comes back finds its own name: one store less on the way of most locks.
-  if (error == 0 && mutex->owner.load(std::memory_order_relaxed) != kr::self())
-    mutex->owner.store(kr::self(), std::memory_order_relaxed);
-  return error;
-}
-
 void reportExcessiveWait(const KrMutex* mutex, unsigned long waited, const kr::Place& place) {
   const kr::Line line = kr::stampedLine(
       "krMutexLock: Excessive wait (%lus) for Mutex[%p], File[%s], Line[%d], Func[%s], Desc[%s], owner[%d]\n", waited,
-      static_cast<const void*>(mutex), orEmpty(place.file), place.line, orEmpty(place.function),
-      orEmpty(place.description), kr::signedId(mutex->owner.load(std::memory_order_relaxed)));
+      static_cast<const void*>(mutex), kr::orEmpty(place.file), place.line, kr::orEmpty(place.function),
+      kr::orEmpty(place.description), kr::signedId(mutex->owner.load(std::memory_order_relaxed)));
   void* addresses[maxFrames];
   const int found = backtrace(addresses, maxFrames);
   char** const frames = backtrace_symbols(addresses, found);
@@ -53,36 +41,6 @@ void reportExcessiveWait(const KrMutex* mutex, unsigned long waited, const kr::P
   for (int i = 0; i < count; ++i)
     kr::say(stdout, "%s\n", frames[i]);
   free(frames);
-}
-
-/// The way of those who found the mutex taken.
-[[gnu::noinline]] int waitForMain(KrMutex* mutex, int timeoutMs, const kr::Place& place, int cancelState) {
-  const bool forever = timeoutMs == KR_WAIT_FOREVER;
-  const auto tryIt = [mutex] { return tryMain(mutex); };
-  unsigned long waited = 0;
-  int error = 0;
-  kr::enter(mutex);
-  for (;;) {
-    const timespec deadline = kr::deadlineAfter(forever ? sliceMs : timeoutMs);
-    error = kr::waitForTurn(mutex, &deadline, cancelState, tryIt);
-    if (!forever || error != KR_ERR_TIMEOUT) break;
-    // Still counted as a waiter, so that the mutex outlives the report.
-    (void)pthread_mutex_unlock(&mutex->guard);
-    waited += sliceMs / 1000;
-    reportExcessiveWait(mutex, waited, place);
-    (void)pthread_mutex_lock(&mutex->guard);
-  }
-  kr::leave(mutex);
-  return error == 0 ? 0 : kr::failWith(error);
-}
-
-/// The way of all: `lockTaken` is only called when the mutex is taken and the caller would wait.
-template <class LockTaken>
-int lockOrElse(KrMutex* mutex, int timeoutMs, LockTaken lockTaken) {
-  const int error = tryMain(mutex);
-  if (error == 0) return 0;
-  if (error != EBUSY || timeoutMs == KR_NO_WAIT) return kr::failWith(error);
-  return lockTaken();
 }
 
 } // namespace
@@ -101,8 +59,24 @@ KrMutex* makeMutex(void* block) {
   return mutex;
 }
 
-int lockMutex(KrMutex* mutex, int timeoutMs, const Place& place, int cancelState) {
-  return lockOrElse(mutex, timeoutMs, [&] { return waitForMain(mutex, timeoutMs, place, cancelState); });
+int waitForMutex(KrMutex* mutex, int timeoutMs, const Place& place, int cancelState) {
+  const bool forever = timeoutMs == KR_WAIT_FOREVER;
+  const auto tryIt = [mutex] { return tryMutex(mutex); };
+  unsigned long waited = 0;
+  int error = 0;
+  enter(mutex);
+  for (;;) {
+    const timespec deadline = deadlineAfter(forever ? sliceMs : timeoutMs);
+    error = waitForTurn(mutex, &deadline, cancelState, tryIt);
+    if (!forever || error != KR_ERR_TIMEOUT) break;
+    // Still counted as a waiter, so that the mutex outlives the report.
+    (void)pthread_mutex_unlock(&mutex->guard);
+    waited += sliceMs / 1000;
+    reportExcessiveWait(mutex, waited, place);
+    (void)pthread_mutex_lock(&mutex->guard);
+  }
+  leave(mutex);
+  return error == 0 ? 0 : failWith(error);
 }
 
 } // namespace kr
@@ -122,22 +96,21 @@ KrMutex* krMutexCreate() {
 int krMutexLockDebug(KrMutex* mutex, int timeoutMs, const char* file, int line, const char* function,
                      const char* description) {
   if (mutex == nullptr) return kr::failWith(KR_ERR_INVALID);
+  const int error = kr::tryMutex(mutex);
+  if (error == 0) return 0;
+  if (error != EBUSY || timeoutMs == KR_NO_WAIT) return kr::failWith(error);
   const kr::Place place{file, line, function, description};
-  return lockOrElse(mutex, timeoutMs, [&] {
-    return kr::uncancelled([&](int cancelState) { return waitForMain(mutex, timeoutMs, place, cancelState); });
-  });
+  return kr::uncancelled([&](int cancelState) { return kr::waitForMutex(mutex, timeoutMs, place, cancelState); });
 }
 
 int krMutexUnlock(KrMutex* mutex) {
   if (mutex == nullptr) return kr::failWith(KR_ERR_INVALID);
   if (mutex->owner.load(std::memory_order_relaxed) != kr::self()) return kr::failWith(EPERM);
-  // A thread cancelled between the release and the broadcast would leave the waiters asleep.
-  return kr::uncancelledIfAsynchronous([mutex] {
-    // Refused when the last owner unlocks once more than it locked: nothing is released then.
-    (void)pthread_mutex_unlock(&mutex->main);
-    kr::wakeWaiters(mutex);
-    return 0;
-  });
+  if (kr::asynchronousThread)
+    kr::uncancelled([mutex] { kr::unlockMutex(mutex); });
+  else
+    kr::unlockMutex(mutex);
+  return 0;
 }
 
 void krMutexDestroy(KrMutex* mutex) {

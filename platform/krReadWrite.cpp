@@ -2,6 +2,7 @@
 
 #include "platform/Cond.h"
 #include "platform/Diagnostic.h"
+#include "platform/Failure.h"
 #include "platform/Self.h"
 #include "platform/krMem.h"
 
@@ -46,7 +47,7 @@ struct Seeker {
 };
 
 int lockGuard(KrReadWrite* lock, int line, const char* function, int cancelState) {
-  return kr::lockMutex(lock->guard, KR_WAIT_FOREVER, {kr::commonSource, line, function, ""}, cancelState);
+  return kr::lockMutex(lock->guard, {kr::commonSource, line, function, ""}, cancelState);
 }
 
 Reader* slotOf(KrReadWrite* lock, KrThreadId id) {
@@ -62,12 +63,11 @@ bool othersRead(const KrReadWrite* lock, KrThreadId self) {
 
 void reportExcessiveWait(const KrReadWrite* lock, const Seeker& seeker) {
   const auto id = [lock](int slot) { return kr::signedId(lock->readers[slot].id); };
-  const auto orEmpty = [](const char* text) { return text != nullptr ? text : ""; };
   const kr::Line line = kr::stampedLine(
       "%s: Excessive wait for lock[%p], File[%s], Line[%d], Func[%s], waiting[%d], writer[%d], "
       "reader0[%d], reader1[%d], reader2[%d], reader3[%d], reader4[%d]\n",
-      seeker.function, static_cast<const void*>(lock), orEmpty(seeker.file), seeker.line, orEmpty(seeker.caller),
-      lock->waiting, kr::signedId(lock->writer), id(0), id(1), id(2), id(3), id(4));
+      seeker.function, static_cast<const void*>(lock), kr::orEmpty(seeker.file), seeker.line,
+      kr::orEmpty(seeker.caller), lock->waiting, kr::signedId(lock->writer), id(0), id(1), id(2), id(3), id(4));
   char path[64];
   (void)snprintf(path, sizeof path, "%s/%sExcessiveWait%p.log", kr::logDirectory, seeker.filePrefix,
                  static_cast<const void*>(lock));

@@ -1,5 +1,6 @@
 #include "platform/krLock.h"
 
+#include "platform/Failure.h"
 #include "platform/Wait.h"
 #include "platform/krMem.h"
 

@@ -1,0 +1,33 @@
+// The threads of this library that have not ended.
+//
+// The handle of a detached thread is worth nothing once the thread has ended: the system may have given it to another
+// one, or its memory back. A thread in this list has not ended, because it leaves the list as the last thing it does,
+// by the destructor of thread-specific data, which runs for returned and cancelled threads alike.
+#ifndef TEV_PLATFORM_LIVETHREADS_H
+#define TEV_PLATFORM_LIVETHREADS_H
+
+#include "platform/krTime.h"
+
+namespace kr {
+
+/// pthread_create for linuxEntry, with cancellation disabled. `owner` is what endThread() will ask for. The new thread
+/// does not end before letGo(). Returns 0 or an error number.
+int createThread(KrThreadId* tid, const pthread_attr_t* attributes, void* startBlock, intptr_t owner);
+
+/// Ends the creator's hold on the thread.
+void letGo(KrThreadId tid);
+
+/// On the new thread, once: arranges for its leaving. False when that is impossible; the thread has left the list then
+/// and must end at once.
+bool stayTillTheEnd();
+
+/// Whether an id can be that of a thread.
+inline bool isThread(KrThreadId tid) { return tid != KR_NO_THREAD && tid != 0; }
+
+/// Cancels a thread and waits until it has ended, unless it is the calling one. Does nothing when no live thread has
+/// this id and owner.
+void endThread(KrThreadId tid, intptr_t owner);
+
+} // namespace kr
+
+#endif

@@ -1,0 +1,232 @@
+#include "platform/krThread.h"
+
+#include "platform/Diagnostic.h"
+#include "platform/Failure.h"
+#include "platform/LiveThreads.h"
+#include "platform/Self.h"
+#include "platform/Uncancelled.h"
+#include "platform/krLock.h"
+#include "platform/krMem.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <sched.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace {
+
+struct StartBlock {
+  KrThreadEntry entry;
+  intptr_t arguments[10];
+};
+static_assert(sizeof(StartBlock) == 11 * sizeof(intptr_t));
+
+/// How the two kinds of spawn print a thread id.
+enum class IdStyle { asSigned, asUnsigned };
+
+struct IdText {
+  char text[12];
+};
+
+IdText printed(KrThreadId tid, IdStyle style) {
+  IdText id{};
+  if (style == IdStyle::asSigned)
+    (void)snprintf(id.text, sizeof id.text, "%d", kr::signedId(tid));
+  else
+    (void)snprintf(id.text, sizeof id.text, "%u", kr::shortId(tid));
+  return id;
+}
+
+int defaultStackSize() {
+  // Nothing in this system writes to the environment.
+  const char* const text = getenv("KR_DEFAULT_STACKSIZE"); // NOLINT(concurrency-mt-unsafe)
+  if (text == nullptr) return 65536;
+  return static_cast<int>(std::clamp(strtol(text, nullptr, 10), long{INT_MIN}, long{INT_MAX}));
+}
+
+int highestPriority() { return sched_get_priority_max(SCHED_FIFO); }
+
+/// Tells of a thread in the thread log and on standard error.
+void logThread(const kr::Line& line) {
+  char path[64];
+  (void)snprintf(path, sizeof path, "%s/threads.log", kr::logDirectory);
+  kr::writeFile(path, "a+", line);
+  kr::say(stderr, "%s\n", line.text);
+}
+
+void tellOfFailure(const char* name) {
+  const int error = errno;
+  char buffer[128];
+  kr::say(stderr, "krThreadSpawn Failed to spawn [%s], errno = [0x%08x : %s]\n", name, static_cast<unsigned>(error),
+          strerror_r(error, buffer, sizeof buffer));
+  errno = error;
+}
+
+void setAndTellPriority(const char* name, KrThreadId tid, int priority, IdStyle style) {
+  // A thread without its priority runs with the one it has, and the call has said why.
+  (void)krThreadSetPriority(tid, priority);
+  int policy = 0;
+  sched_param parameters{};
+  if (pthread_getschedparam(tid, &policy, &parameters) != 0) return;
+  const IdText id = printed(tid, style);
+  kr::say(stderr, "Thread [%s] (tid = %s); Linux Priority = %d; spawned by tid = %s\n", name, id.text,
+          parameters.sched_priority, printed(kr::self(), style).text);
+  logThread(kr::stampedLine("krThreadSpawn: Spawned Thread [%s] (tid = %s); Linux Priority = %d\n", name, id.text,
+                            parameters.sched_priority));
+}
+
+/// The common part of the spawns. `reportedStack` is null for the one that has no line on standard output. Runs with
+/// cancellation disabled.
+KrThreadId spawn(const char* name, int priority, const int* reportedStack, const pthread_attr_t* attributes,
+                 const StartBlock& start, IdStyle style) {
+  auto* const block = static_cast<StartBlock*>(krMalloc(sizeof(StartBlock)));
+  if (block == nullptr) {
+    tellOfFailure(name);
+    return KR_NO_THREAD;
+  }
+  *block = start;
+  KrThreadId tid = KR_NO_THREAD;
+  const int error = kr::createThread(&tid, attributes, block, start.arguments[0]);
+  if (error != 0) tid = KR_NO_THREAD;
+  if (reportedStack != nullptr)
+    kr::say(stdout, "krThreadSpawn %s ss:%i p:%i tid:%ld\n", name, *reportedStack, priority, static_cast<long>(tid));
+  if (error != 0) {
+    krFree(block);
+    errno = error;
+    tellOfFailure(name);
+    return KR_NO_THREAD;
+  }
+  setAndTellPriority(name, tid, priority, style);
+  kr::letGo(tid);
+  return tid;
+}
+
+/// Hands `use` thread attributes with that detached state and, unless 0, stack size.
+template <class Use>
+KrThreadId withAttributes(int detachState, int stackSize, Use use) {
+  pthread_attr_t attributes;
+  // Neither fails on Linux for a state that exists.
+  (void)pthread_attr_init(&attributes);
+  (void)pthread_attr_setdetachstate(&attributes, detachState);
+  // A size below the system's least leaves the default.
+  if (stackSize != 0) (void)pthread_attr_setstacksize(&attributes, static_cast<size_t>(stackSize));
+  const KrThreadId tid = use(&attributes);
+  (void)pthread_attr_destroy(&attributes);
+  return tid;
+}
+
+/// From here on the thread can be cancelled anywhere: this frame and linuxEntry's own nothing with a destructor.
+[[gnu::noinline]] void runCancellable(const StartBlock& start) {
+  const intptr_t* const a = start.arguments;
+  (void)pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr);
+  (void)start.entry(a[0], a[1], a[2], a[3], a[4], a[5], a[6], a[7], a[8], a[9]);
+}
+
+/// What a new thread does before its entry. False when it must end without.
+[[gnu::noinline]] bool begin(void* startBlock, StartBlock* start) {
+  const auto lwp = static_cast<int>(syscall(SYS_gettid));
+  *start = *static_cast<const StartBlock*>(startBlock);
+  krFree(startBlock);
+  if (!kr::stayTillTheEnd()) return false;
+  kr::Line line{};
+  (void)snprintf(line.text, sizeof line.text, "New thread, tid = %d / PID = %ld / LWP id = %d\n",
+                 kr::signedId(kr::self()), static_cast<long>(getpid()), lwp);
+  logThread(line);
+  return true;
+}
+
+} // namespace
+
+KrThreadId krThreadSpawn(const char* name, int priority, int stackSize, KrThreadEntry entry, intptr_t a1, intptr_t a2,
+                         intptr_t a3, intptr_t a4, intptr_t a5, intptr_t a6, intptr_t a7, intptr_t a8, intptr_t a9,
+                         intptr_t a10) {
+  return kr::uncancelled([=] {
+    const int stack = stackSize != 0 ? stackSize : defaultStackSize();
+    return withAttributes(PTHREAD_CREATE_DETACHED, 0, [&](const pthread_attr_t* attributes) {
+      return spawn(kr::orEmpty(name), priority, &stack, attributes, {entry, {a1, a2, a3, a4, a5, a6, a7, a8, a9, a10}},
+                   IdStyle::asSigned);
+    });
+  });
+}
+
+KrThreadId krThreadSpawn_with_attr(const char* name, int priority, const pthread_attr_t* attributes,
+                                   KrThreadEntry entry, intptr_t a1, intptr_t a2, intptr_t a3, intptr_t a4, intptr_t a5,
+                                   intptr_t a6, intptr_t a7, intptr_t a8, intptr_t a9, intptr_t a10) {
+  return kr::uncancelled([=] {
+    return spawn(kr::orEmpty(name), priority, nullptr, attributes, {entry, {a1, a2, a3, a4, a5, a6, a7, a8, a9, a10}},
+                 IdStyle::asUnsigned);
+  });
+}
+
+KrThreadId krThreadSpawn_joinable(const char* name, int priority, int stackSize, KrThreadEntry entry, intptr_t a1,
+                                  intptr_t a2, intptr_t a3, intptr_t a4, intptr_t a5, intptr_t a6, intptr_t a7,
+                                  intptr_t a8, intptr_t a9, intptr_t a10) {
+  return kr::uncancelled([=] {
+    const int stack = stackSize != 0 ? stackSize : defaultStackSize();
+    const KrThreadId tid = withAttributes(PTHREAD_CREATE_JOINABLE, stack, [&](const pthread_attr_t* attributes) {
+      return krThreadSpawn_with_attr(name, priority, attributes, entry, a1, a2, a3, a4, a5, a6, a7, a8, a9, a10);
+    });
+    const int error = errno;
+    kr::say(stdout, "krThreadSpawn %s ss:%i p:%i tid:%lu\n", kr::orEmpty(name), stack, priority, tid);
+    errno = error;
+    return tid;
+  });
+}
+
+int krThreadSetPriority(KrThreadId tid, int priority) {
+  if (priority == KR_KEEP_PRIORITY) return 0;
+  if (priority < 0 || priority > KR_LOWEST_PRIORITY) return kr::failWith(KR_ERR_PRIORITY);
+  if (!kr::isThread(tid)) return kr::failWith(ESRCH);
+  const int id = kr::signedId(tid);
+  if (geteuid() != 0) {
+    kr::say(stderr, "krThreadSetPriority: ERROR: tid[%d]; NOT ROOT: geteuid()=%d\n", id, static_cast<int>(geteuid()));
+    return kr::failWith(EPERM);
+  }
+  const int highest = highestPriority();
+  sched_param parameters{};
+  parameters.sched_priority = std::max(1, highest - priority * highest / 256);
+  const int error = pthread_setschedparam(tid, SCHED_FIFO, &parameters);
+  if (error != 0) {
+    kr::say(stderr, "krThreadSetPriority: ERROR: pthread_setschedparam (pri=%d, policy=%d) failed for tid[%d]\n",
+            parameters.sched_priority, SCHED_FIFO, id);
+    return kr::failWith(error);
+  }
+  kr::say(stderr, "krThreadSetPriority: Set priority for tid[%d] to [%d] (kr priority=%d), policy=%d\n", id,
+          parameters.sched_priority, priority, SCHED_FIFO);
+  return 0;
+}
+
+int krThreadGetPriority(KrThreadId tid, int* priority) {
+  if (!kr::isThread(tid)) return kr::failWith(ESRCH);
+  int policy = 0;
+  sched_param parameters{};
+  const int error = pthread_getschedparam(tid, &policy, &parameters);
+  if (error != 0) return kr::failWith(error);
+  const int highest = highestPriority();
+  *priority = (highest - parameters.sched_priority) * 256 / highest;
+  return 0;
+}
+
+int krThreadDelete(KrThreadId tid) { return kr::isThread(tid) ? pthread_cancel(tid) : ESRCH; }
+
+int krThreadJoin(KrThreadId tid, void** result) { return kr::isThread(tid) ? pthread_join(tid, result) : ESRCH; }
+
+int krThreadResume(KrThreadId) { return kr::failWith(ENOSYS); }
+
+int krThreadStackAvailable(KrThreadId) { return INT32_MAX; }
+
+void* linuxEntry(void* startBlock) {
+  // A new thread starts with cancellation enabled, but deferred: it cannot be cancelled before this.
+  (void)pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+  StartBlock start;
+  if (begin(startBlock, &start)) {
+    kr::asynchronousThread = true;
+    (void)pthread_setcanceltype(PTHREAD_CANCEL_ASYNCHRONOUS, nullptr);
+    runCancellable(start);
+  }
+  pthread_exit(nullptr);
+}
