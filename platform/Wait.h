@@ -14,6 +14,7 @@
 #define TEV_PLATFORM_WAIT_H
 
 #include "platform/Uncancelled.h"
+#include "platform/Failure.h"
 #include "platform/krLock.h"
 
 #include <algorithm>
