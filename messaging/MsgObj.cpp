@@ -142,8 +142,9 @@ void MsgObj::replyRemotely() const {
   const int fd = open(path, O_RDWR | O_NONBLOCK | O_CLOEXEC);
   if (fd <= 0) {
     const int reason = errno;
-    std::cerr << "bad pipefd!? pipefd=" + std::to_string(fd) + ", errno=" + std::to_string(reason) + ", " +
-                     std::strerror(reason)
+    char buffer[128];
+    const char* const text = strerror_r(reason, buffer, sizeof buffer);
+    std::cerr << "bad pipefd!? pipefd=" + std::to_string(fd) + ", errno=" + std::to_string(reason) + ", " + text
               << std::endl;
     if (fd == 0) (void)close(fd);
   } else {

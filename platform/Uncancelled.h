@@ -16,7 +16,6 @@
 #define TEV_PLATFORM_UNCANCELLED_H
 
 #include <cstddef>
-#include <cstddef>
 #include <pthread.h>
 #include <type_traits>
 

@@ -4,8 +4,9 @@
 
 #include <string>
 
-/// `word` in a form that the system shell reads as exactly that one word, interpreting nothing in it. A word of letters,
-/// digits and @%+=:,./_- stands as it is; any other, the empty one too, is put in single quotes. Throws std::bad_alloc.
+/// `word` in a form that the system shell reads as exactly that one word, interpreting nothing in it. A word of
+/// letters, digits and @%+=:,./_- stands as it is; any other, the empty one too, is put in single quotes. Throws
+/// std::bad_alloc.
 std::string krShellQuote(const char* word);
 
 #endif

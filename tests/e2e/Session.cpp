@@ -100,9 +100,9 @@ Outcome play(const Session& session) {
   (void)setenv("TEV_CLI", cli.c_str(), 1);
 
   Outcome outcome;
-  outcome.status = run("exec timeout 60 " + sim + " --private-tmp --frozen --log " + base + "/board " + session.options +
-                       "-- " + (session.command.empty() ? cli : session.command) + " < " + base + "/in > " + base +
-                       "/out 2> " + base + "/err");
+  outcome.status = run("exec timeout 60 " + sim + " --private-tmp --frozen --log " + base + "/board " +
+                       session.options + "-- " + (session.command.empty() ? cli : session.command) + " < " + base +
+                       "/in > " + base + "/out 2> " + base + "/err");
   outcome.out = withoutThreadLines(contentOf(base + "/out"));
   outcome.err = withoutThreadLines(contentOf(base + "/err"));
   outcome.board = contentOf(base + "/board");
@@ -114,6 +114,7 @@ std::string whyNotPlayable() {
   FILE* probe = popen((environmentOr("TEV_SIM", TEV_SIM_PATH) + " --probe 2>&1").c_str(), "r");
   if (probe == nullptr) return "the probe cannot be run";
   std::string reason;
-  for (int c = std::fgetc(probe); c != EOF; c = std::fgetc(probe)) reason += static_cast<char>(c);
+  for (int c = std::fgetc(probe); c != EOF; c = std::fgetc(probe))
+    reason += static_cast<char>(c);
   return pclose(probe) == 0 ? "" : "no stand-in appliance here: " + reason;
 }

@@ -39,8 +39,8 @@ struct Outcome {
   std::string out, err, board;
 };
 
-/// Plays a session on a fresh stand-in appliance. The lines that the thread service prints at the start of the shell are
-/// taken out of `out` and `err`.
+/// Plays a session on a fresh stand-in appliance. The lines that the thread service prints at the start of the shell
+/// are taken out of `out` and `err`.
 Outcome play(const Session& session);
 
 /// Why sessions cannot be played on this machine, or the empty string.

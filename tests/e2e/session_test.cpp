@@ -20,7 +20,8 @@ std::vector<Session> allSessions() {
 
 std::string testName(const ::testing::TestParamInfo<Session>& info) {
   std::string name;
-  for (char c : info.param.name) name += std::isalnum(static_cast<unsigned char>(c)) != 0 ? c : '_';
+  for (char c : info.param.name)
+    name += std::isalnum(static_cast<unsigned char>(c)) != 0 ? c : '_';
   return name;
 }
 

@@ -238,8 +238,10 @@ TEST(Thread, CancellingLeavesTheLibraryUsable) {
   krMemInit(1, 0);
   static void* known[2][400]; // so many blocks that none of those the threads take away is unknown to a leak check
   for (auto* const blocks : known) {
-    for (int i = 0; i < 400; ++i) blocks[i] = krMalloc(blocks == known[0] ? 100 : 1000);
-    for (int i = 0; i < 400; ++i) krFree(blocks[i]);
+    for (int i = 0; i < 400; ++i)
+      blocks[i] = krMalloc(blocks == known[0] ? 100 : 1000);
+    for (int i = 0; i < 400; ++i)
+      krFree(blocks[i]);
   }
   KrSem* const sem = krSemCreate(100'000);
   KrMutex* const mutex = krMutexCreate();
