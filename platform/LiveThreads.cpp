@@ -13,8 +13,8 @@ namespace {
 struct LiveThread {
   KrThreadId tid;
   intptr_t owner;
-  uint64_t serial; ///< handles come again, these do not
-  bool held;
+  uint64_t serial;  ///< handles come again, these do not
+  unsigned holders; ///< for whom it does not end yet
   LiveThread* next;
 };
 
@@ -54,7 +54,7 @@ void remove(KrThreadId tid) {
 void atThreadEnd(void* thread) {
   kr::afterUnwinding();
   const ListHeld held;
-  while (static_cast<LiveThread*>(thread)->held)
+  while (static_cast<LiveThread*>(thread)->holders != 0)
     (void)pthread_cond_wait(&listChanged, &listLock);
   remove(kr::self());
 }
@@ -84,14 +84,22 @@ int createThread(KrThreadId* tid, const pthread_attr_t* attributes, void* startB
     free(thread);
     return error;
   }
-  *thread = LiveThread{*tid, owner, ++lastSerial, true, list};
+  *thread = LiveThread{*tid, owner, ++lastSerial, 1, list};
   list = thread;
   return 0;
 }
 
+bool hold(KrThreadId tid, intptr_t owner) {
+  const ListHeld held;
+  LiveThread* const thread = *find(tid);
+  if (thread == nullptr || thread->owner != owner) return false;
+  ++thread->holders;
+  return true;
+}
+
 void letGo(KrThreadId tid) {
   const ListHeld held;
-  (*find(tid))->held = false;
+  --(*find(tid))->holders;
   (void)pthread_cond_broadcast(&listChanged);
 }
 
@@ -101,7 +109,7 @@ bool stayTillTheEnd() {
   // A thread that somebody else created with linuxEntry.
   if (thread == nullptr) return true;
   if (pthread_setspecific(leaving, thread) == 0) return true;
-  while (thread->held)
+  while (thread->holders != 0)
     (void)pthread_cond_wait(&listChanged, &listLock);
   remove(self());
   return false;

@@ -10,11 +10,13 @@
 
 namespace kr {
 
-/// pthread_create for linuxEntry, with cancellation disabled. `owner` is what endThread() will ask for. The new thread
-/// does not end before letGo(). Returns 0 or an error number.
+/// pthread_create for linuxEntry, with cancellation disabled. `owner` is what others ask for with the id. The new
+/// thread is held. Returns 0 or an error number.
 int createThread(KrThreadId* tid, const pthread_attr_t* attributes, void* startBlock, intptr_t owner);
 
-/// Ends the creator's hold on the thread.
+/// Holds a live thread: it does not end, and its id is good, until letGo(). False when no live thread has this id and
+/// owner. For moments, with cancellation disabled.
+bool hold(KrThreadId tid, intptr_t owner);
 void letGo(KrThreadId tid);
 
 /// On the new thread, once: arranges for its leaving. False when that is impossible; the thread has left the list then

@@ -1,0 +1,63 @@
+#include "platform/CKrThread.h"
+
+#include "platform/Failure.h"
+#include "platform/LiveThreads.h"
+#include "platform/Uncancelled.h"
+
+namespace {
+
+/// Held by an object while its thread is being made. No thread has this id.
+constexpr KrThreadId starting = 0;
+
+/// Makes a call about an object's thread while it is sure to exist.
+template <class Call>
+int whileItLives(KrThreadId tid, const CKrThread* object, Call call) {
+  return kr::uncancelled([&] {
+    if (!kr::hold(tid, reinterpret_cast<intptr_t>(object))) return kr::failWith(ESRCH);
+    const int result = call(tid);
+    kr::letGo(tid);
+    return result;
+  });
+}
+
+} // namespace
+
+CKrThread::CKrThread() : logger_(krLogGetLogger("comps.kr")) {}
+
+CKrThread::~CKrThread() { kill(); }
+
+void CKrThread::start(const char* name, int priority, int stackSize) {
+  KrThreadId tid = KR_NO_THREAD;
+  if (!tid_.compare_exchange_strong(tid, starting)) {
+    krWarn(logger_, "Trying to restart %s - ignored", krThreadName(tid));
+    return;
+  }
+  tid_ = krThreadSpawn(name, priority, stackSize, entry, reinterpret_cast<intptr_t>(this), 0, 0, 0, 0, 0, 0, 0, 0, 0);
+}
+
+void CKrThread::kill() {
+  const KrThreadId tid = tid_.exchange(KR_NO_THREAD);
+  // The thread may have ended by itself and its id be another's by now; its object's address is not.
+  if (kr::isThread(tid)) kr::endThread(tid, reinterpret_cast<intptr_t>(this));
+}
+
+int CKrThread::pause() { return krThreadPause(tid_); }
+
+int CKrThread::resume() { return krThreadResume(tid_); }
+
+const char* CKrThread::getName() { return krThreadName(tid_); }
+
+int CKrThread::getPriority(int* priority) {
+  return whileItLives(tid_, this, [priority](KrThreadId tid) { return krThreadGetPriority(tid, priority); });
+}
+
+int CKrThread::setPriority(int priority) {
+  return whileItLives(tid_, this, [priority](KrThreadId tid) { return krThreadSetPriority(tid, priority); });
+}
+
+// Runs while the thread can be cancelled anywhere: this frame owns nothing.
+int CKrThread::entry(intptr_t object, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t,
+                     intptr_t) {
+  reinterpret_cast<CKrThread*>(object)->run(); // NOLINT(performance-no-int-to-ptr)
+  return 0;
+}
