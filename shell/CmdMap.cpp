@@ -1,10 +1,18 @@
 #include "shell/CmdMap.h"
 
+#include "commands/AudioSourceCmd.h"
 #include "commands/FanCmd.h"
+#include "commands/LogCmd.h"
 #include "commands/MacCmd.h"
+#include "commands/RebootCmd.h"
 #include "commands/SerialNumberCmd.h"
+#include "commands/StreamCmd.h"
+#include "commands/TakeSnapshotCmd.h"
 #include "commands/TemperatureCmd.h"
+#include "commands/VideoFormatCmd.h"
+#include "commands/VideoResolutionCmd.h"
 #include "commands/VlanCmd.h"
+#include "shell/ExitCmd.h"
 #include "shell/HelpCmd.h"
 #include "shell/VersionCmd.h"
 
@@ -18,10 +26,18 @@ void enter(CmdFunctor* command) { gCmdMap[command->getkey()] = command; }
 
 void initmap() {
   enter(new HelpCmd(gCmdMap));
+  enter(new AudioSourceCmd);
   enter(new MacCmd);
   enter(new SerialNumberCmd);
   enter(new TemperatureCmd);
   enter(new FanCmd);
   enter(new VlanCmd);
+  enter(new LogCmd);
+  enter(new StreamCmd);
+  enter(new TakeSnapshotCmd);
+  enter(new VideoFormatCmd);
+  enter(new VideoResolutionCmd);
+  enter(new RebootCmd);
   enter(new VersionCmd);
+  enter(new ExitCmd);
 }

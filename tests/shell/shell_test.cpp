@@ -86,8 +86,9 @@ TEST_F(PromptLoop, ACommandThatThrowsDoesNotEndTheShell) {
 }
 
 TEST(Registry, HoldsEveryCommandUnderItsOwnKey) {
+  gCmdMap.clear();
   initmap();
-  EXPECT_EQ(gCmdMap.size(), 7u);
+  EXPECT_EQ(gCmdMap.size(), 15u);
   for (const auto& [key, object] : gCmdMap) {
     EXPECT_EQ(key, object->getkey());
     const std::string longText = object->getlong();

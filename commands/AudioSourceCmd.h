@@ -1,0 +1,15 @@
+#ifndef TEV_COMMANDS_AUDIOSOURCECMD_H
+#define TEV_COMMANDS_AUDIOSOURCECMD_H
+
+#include "shell/CmdFunctor.h"
+
+/// `audio-source`: selects the audio input.
+class AudioSourceCmd : public CmdFunctor {
+public:
+  bool operator()(const ArgVec& args) override;
+  const char* getkey() override;
+  const char* getlong() override;
+  const char* getshort() override;
+};
+
+#endif

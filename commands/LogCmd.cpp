@@ -1,0 +1,46 @@
+#include "commands/LogCmd.h"
+
+#include "commands/Console.h"
+#include "commands/ServiceRequest.h"
+#include "commands/Words.h"
+#include "messaging/SetLoggingModeReqMsg.h"
+
+#include <iostream>
+
+namespace {
+
+constexpr unsigned short allComponents = 255;
+
+void switchLogging(bool on) {
+  ServiceRequest<SetLoggingModeReqMsg> request("tAdminAppTask");
+  request->SetOnOff(on ? 1 : 0);
+  request->SetComponent(allComponents);
+  request.post();
+}
+
+} // namespace
+
+bool LogCmd::operator()(const ArgVec& args) {
+  if (args.size() < 3) {
+    printLine(std::cerr, "log: insufficient args");
+  } else if (!isOneOf(args[1], {"enable", "disable"})) {
+    printLine(std::cerr, "log: unsupported choice[" + args[1] + "]");
+  } else if (args[2] != "all") {
+    printLine(std::cerr, "log: unsupported component[" + args[2] + "]");
+  } else {
+    switchLogging(args[1] == "enable");
+  }
+  return false;
+}
+
+const char* LogCmd::getkey() { return "log"; }
+
+const char* LogCmd::getlong() {
+  return "  syntax:  log <enable|disable> all\n"
+         "\n"
+         "  examples:\n"
+         "    tev-cli> log enable all\n"
+         "    tev-cli> log disable all\n";
+}
+
+const char* LogCmd::getshort() { return "enable/disable logging"; }

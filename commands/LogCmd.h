@@ -1,0 +1,15 @@
+#ifndef TEV_COMMANDS_LOGCMD_H
+#define TEV_COMMANDS_LOGCMD_H
+
+#include "shell/CmdFunctor.h"
+
+/// `log`: switches the logging of the services.
+class LogCmd : public CmdFunctor {
+public:
+  bool operator()(const ArgVec& args) override;
+  const char* getkey() override;
+  const char* getlong() override;
+  const char* getshort() override;
+};
+
+#endif

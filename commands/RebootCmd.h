@@ -1,0 +1,15 @@
+#ifndef TEV_COMMANDS_REBOOTCMD_H
+#define TEV_COMMANDS_REBOOTCMD_H
+
+#include "shell/CmdFunctor.h"
+
+/// `reboot`: asks for a reboot of the appliance. Words after the key are ignored.
+class RebootCmd : public CmdFunctor {
+public:
+  bool operator()(const ArgVec& args) override;
+  const char* getkey() override;
+  const char* getlong() override;
+  const char* getshort() override;
+};
+
+#endif

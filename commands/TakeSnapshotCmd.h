@@ -1,0 +1,17 @@
+#ifndef TEV_COMMANDS_TAKESNAPSHOTCMD_H
+#define TEV_COMMANDS_TAKESNAPSHOTCMD_H
+
+#include "shell/CmdFunctor.h"
+
+/// `snap`: takes a JPEG snapshot of the video into a numbered slot.
+class TakeSnapshotCmd : public CmdFunctor {
+public:
+  static const int MAX_SLOT; ///< the highest slot number; the lowest is 1
+
+  bool operator()(const ArgVec& args) override;
+  const char* getkey() override;
+  const char* getlong() override;
+  const char* getshort() override;
+};
+
+#endif

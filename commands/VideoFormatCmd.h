@@ -1,0 +1,15 @@
+#ifndef TEV_COMMANDS_VIDEOFORMATCMD_H
+#define TEV_COMMANDS_VIDEOFORMATCMD_H
+
+#include "shell/CmdFunctor.h"
+
+/// `video-format`: selects the kind of video input, or shows the one that the input chip detects.
+class VideoFormatCmd : public CmdFunctor {
+public:
+  bool operator()(const ArgVec& args) override;
+  const char* getkey() override;
+  const char* getlong() override;
+  const char* getshort() override;
+};
+
+#endif

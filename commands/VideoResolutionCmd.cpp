@@ -1,0 +1,123 @@
+#include "commands/VideoResolutionCmd.h"
+
+#include "commands/Console.h"
+#include "commands/ServiceRequest.h"
+#include "commands/Words.h"
+#include "messaging/GetVideoResolutionReqMsg.h"
+#include "messaging/GetVideoResolutionRespMsg.h"
+#include "messaging/SetVideoResolutionReqMsg.h"
+#include "messaging/SetVideoResolutionRespMsg.h"
+
+#include <iostream>
+
+namespace {
+
+constexpr const char* serviceTask = "tVideoPhalTask";
+constexpr const char* logLabel = "video-resolution-cmd: got respmsg: ";
+constexpr unsigned short progressive = 1;
+constexpr unsigned short interlaced = 2;
+
+struct Resolution {
+  const char* word;
+  unsigned short horizontal;
+  unsigned short vertical;
+  unsigned short qualifier;
+  unsigned short hertz;
+};
+
+// What is accepted. The television standards have 488 lines, where a word that spells its values out has 480.
+constexpr Resolution resolutions[] = {
+    {"1920x1080p@30", 1920, 1080, progressive, 30},
+    {"1920x1080i@30", 1920, 1080, interlaced, 30},
+    {"1280x720p@30", 1280, 720, progressive, 30},
+    {"720x480p@30", 720, 480, progressive, 30},
+    {"720x480i@30", 720, 480, interlaced, 30},
+    {"720x576p@50", 720, 576, progressive, 50},
+    {"720x576i@50", 720, 576, interlaced, 50},
+    {"720x576p@25", 720, 576, progressive, 25},
+    {"720x576i@25", 720, 576, interlaced, 25},
+    {"720x576i@30", 720, 576, interlaced, 30},
+    {"640x480p@30", 640, 480, progressive, 30},
+    {"800x600p@30", 800, 600, progressive, 30},
+    {"1024x768p@30", 1024, 768, progressive, 30},
+    {"1280x768p@30", 1280, 768, progressive, 30},
+    {"ntsc", 720, 488, interlaced, 60},
+    {"pal-bghid", 720, 576, interlaced, 50},
+    {"pal-m", 720, 488, interlaced, 60},
+};
+
+const Resolution* resolutionNamed(const std::string& word) {
+  for (const Resolution& resolution : resolutions) {
+    if (word == resolution.word) return &resolution;
+  }
+  return nullptr;
+}
+
+void setResolution(const Resolution& resolution) {
+  ServiceRequest<SetVideoResolutionReqMsg> request(serviceTask);
+  request->SetHorizontal(resolution.horizontal);
+  request->SetVertical(resolution.vertical);
+  request->SetQualifier(resolution.qualifier);
+  request->SetHertz(resolution.hertz);
+  if (const auto reply = request.exchange<SetVideoResolutionRespMsg>()) logReply(logLabel, *reply);
+}
+
+void showResolution() {
+  ServiceRequest<GetVideoResolutionReqMsg> request(serviceTask);
+  const auto reply = request.exchange<GetVideoResolutionRespMsg>();
+  if (reply == nullptr) {
+    printLine(std::cerr, "error: couldn't determine the video-resolution");
+    return;
+  }
+  logReply(logLabel, *reply);
+  printLine(std::cerr, "video-resolution: " + std::to_string(reply->GetHorizontal()) + "x" +
+                           std::to_string(reply->GetVertical()) + (reply->GetQualifier() == progressive ? "p" : "i") +
+                           "@" + std::to_string(reply->GetHertz()));
+}
+
+} // namespace
+
+bool VideoResolutionCmd::operator()(const ArgVec& args) {
+  const Resolution* resolution = args.size() == 2 ? resolutionNamed(args[1]) : nullptr;
+  if (isQuery(args)) {
+    showResolution();
+  } else if (resolution != nullptr) {
+    setResolution(*resolution);
+  } else {
+    printIncorrectParameters(getkey(), "<HxV@R|status|?>");
+  }
+  return false;
+}
+
+const char* VideoResolutionCmd::getkey() { return "video-resolution"; }
+
+const char* VideoResolutionCmd::getlong() {
+  return "  syntax:  video-resolution <HxV@R|status|?>\n"
+         "\n"
+         "  description:\n"
+         "    GETs/SETs the current video-resolution. It ***does not***\n"
+         "    change the input format.\n"
+         "       'H' is the HORIZONTAL value as an integer (e.g.: 640).\n"
+         "       'V' is the VERTICAL   value as an integer (e.g.: 480).\n"
+         "       'R' is the RATE       value as an integer (e.g.:  60, in Hertz).\n"
+         "\n"
+         "  examples:\n"
+         "    tev-cli> video-resolution             ### displays the current resolution.\n"
+         "    tev-cli> video-resolution   ?         ### displays the current resolution.\n"
+         "    tev-cli> video-resolution status      ### displays the current resolution.\n"
+         "    tev-cli> video-resolution 640x480p@30 ### sets the resolution to 640x480p@30\n"
+         "\n"
+         "  supported values:\n"
+         "    640x480p@30     with formats: hdmi, vga \n"
+         "    800x600p@30     with formats: hdmi, svga \n"
+         "    1024x768p@30    with formats: hdmi, xga \n"
+         "    1280x720p@30    with formats: hdmi \n"
+         "    1280x768p@30    with formats: hdmi, wxga \n"
+         "    720x480p@30     with formats: component \n"
+         "    720x480i@30     with formats: component, svideo(ntsc), composite(ntsc) \n"
+         "    720x576p@25     with formats: component \n"
+         "    720x576i@25     with formats: component, svideo(pal), composite(pal) \n"
+         "    720x576i@30     with formats: component \n";
+}
+
+const char* VideoResolutionCmd::getshort() { return "<HxV@R|status|?>"; }

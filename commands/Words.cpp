@@ -1,0 +1,17 @@
+#include "commands/Words.h"
+
+#include "commands/Console.h"
+
+#include <algorithm>
+#include <iostream>
+
+bool isQuery(const ArgVec& args) { return args.size() == 1 || isOneOf(args[1], {"status", "?"}); }
+
+bool isOneOf(const std::string& word, std::initializer_list<const char*> accepted) {
+  return std::any_of(accepted.begin(), accepted.end(), [&word](const char* candidate) { return word == candidate; });
+}
+
+void printIncorrectParameters(const std::string& key, const std::string& pattern) {
+  printLine(std::cerr, "error: incorrect parameter(s) to <" + key + "> command");
+  printLine(std::cerr, "usage: " + key + " " + pattern);
+}

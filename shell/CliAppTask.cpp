@@ -1,0 +1,13 @@
+#include "shell/CliAppTask.h"
+
+#include "log/tevlog.h"
+
+CliAppTask::CliAppTask() : CommObj("tCliAppTask") { tev::log << "CliAppTask created" << tev::endl; }
+
+// Nothing with a destructor in this frame: it runs with asynchronous cancellation enabled.
+void CliAppTask::run() {
+  tev::log << "CliAppTask::run" << tev::endl;
+  (void)krThreadSuspend(1000); // an interrupted pause only logs the table earlier
+  ShowTable();
+  CommObj::run();
+}
