@@ -1,0 +1,187 @@
+#include "platform/krLog.h"
+
+#include "platform/Uncancelled.h"
+#include "tests/platform/Elsewhere.h"
+#include "tests/platform/WaitingPlaces.h"
+
+using std::string;
+using testing::internal::CaptureStdout;
+using testing::internal::GetCapturedStdout;
+
+namespace {
+
+string printed; // what the printers below were given
+
+void plain(const char* message) { printed += string("|") + message; }
+void other(const char* message) { printed += string("/") + message; }
+void context(intptr_t number, const char* message) { printed += std::to_string(number) + message; }
+
+/// What the printers of a logger make of a message of a level.
+string taken(KrLogger* logger, void (*call)(KrLogger*, const char*, ...)) {
+  printed.clear();
+  call(logger, "%s", "m");
+  return printed;
+}
+
+} // namespace
+
+TEST(Log, LookUpMakesTheRootAndTheLoggerButNothingBetween) {
+  EXPECT_EQ(krLogGetLoggerCount(), 0);
+  krLogSetLevelByName("", KR_LOG_OFF); // there is none yet
+  KrLogger* const leaf = krLogGetLogger("comps.kr");
+  KrLogger* const root = krLogGetLogger(nullptr);
+  EXPECT_EQ(krLogGetLevel(root) + krLogGetLevel(leaf), 8);
+  EXPECT_EQ(getLogger("comps"), nullptr);
+  KrLogger* const a = krLogGetLogger("a");
+  krLogSetLevelByName("a", KR_LOG_ERROR);
+  krLogSetLevelByName("b", KR_LOG_OFF);
+  krLogSetFormatter(a, string(300, 'f').c_str());
+  KrLogger* const abc = krLogGetLogger("a.b.c");
+  krLogSetLevel(a, KR_LOG_DEBUG); // stays with a, and so does the formatter
+  krLogSetFormatter(a, nullptr);
+  EXPECT_EQ(krLogGetFormatter(a) + std::to_string(krLogGetLevel(abc)) + krLogGetFormatter(abc), "2" + string(256, 'f'));
+  for (const auto& [name, parent] :
+       {std::pair{"a.b.c.d", abc}, {"a.b.cd", a}, {"a..b", a}, {"ab.c", root}, {".a", root}})
+    EXPECT_EQ(getParent(name), parent) << name;
+  string descents;
+  for (const KrLogger* ancestor : {static_cast<KrLogger*>(nullptr), root, a, abc, krLogGetLogger("ab.c")})
+    for (const KrLogger* logger : {static_cast<KrLogger*>(nullptr), root, a, abc, krLogGetLogger("ab.c")})
+      descents += isChild(ancestor, logger) ? '1' : '0';
+  EXPECT_EQ(descents, "0011100111000100000000000");
+  KrLogger* const longest = krLogGetLogger(string(300, 'n').c_str());
+  EXPECT_EQ(krLogGetLogger((string(256, 'n') + "x").c_str()), longest);
+  string names;
+  for (int i = -1; i <= krLogGetLoggerCount(); ++i)
+    names += krLogGetLoggerName(i) + string(" ");
+  EXPECT_EQ(names, " " + string(256, 'n') + " ab.c a.b.c a comps.kr   ");
+  krLogReset();
+  EXPECT_EQ(krLogGetLoggerCount(), 0);
+  EXPECT_EQ(krLogGetLevel(krLogGetLogger("a")), KR_LOG_INFO);
+  EXPECT_EQ(krLogGetLevel(nullptr) + krLogGetPrinterLevel(nullptr, "p"), -2);
+}
+
+TEST(Log, MessagesPassByLevelAndReachTheConsoleWithoutPrinters) {
+  void (*const calls[])(KrLogger*, const char*, ...) = {krFatal, krError, krWarn, krInfo, krDebug};
+  KrLogger* const logger = krLogGetLogger("x");
+  string expected;
+  CaptureStdout();
+  for (int level = KR_LOG_OFF - 1; level <= KR_LOG_DEBUG; ++level) {
+    krLogSetLevel(logger, level);
+    for (int m = KR_LOG_FATAL; m <= KR_LOG_DEBUG; ++m) {
+      calls[m - 1](logger, "%s %d", "level", m);
+      calls[m - 1](nullptr, "never");
+      if (m <= level) expected += "level " + std::to_string(m) + "\n\r\n\n";
+    }
+  }
+  krError(logger, "%s", string(300, 'm').c_str());
+  EXPECT_EQ(GetCapturedStdout(), expected + string(255, 'm') + "\n\r\n\n");
+}
+
+TEST(Log, PrintersReachDescendantsNewestFirst) {
+  KrLogger* const root = krLogGetLogger("");
+  KrLogger* const ab = krLogGetLogger("a.b");
+  krLogAddPrinter(root, "p", plain);
+  krLogAddPrinter(root, "p", other);
+  krLogAddContextPrinter(ab, "p", 7, context);
+  krLogAddContextPrinter(ab, "p", 30, context);
+  KrLogger* const abc = krLogGetLogger("a.b.c"); // inherits: the other way round
+  krLogSetPrinterLevel(ab, "p", KR_LOG_WARN);    // of the newest plain one, on this logger alone
+  krLogSetContextPrinterLevel(ab, "p", 7, KR_LOG_FATAL);
+  krLogAddPrinter(nullptr, "p", plain);
+  EXPECT_EQ(taken(root, krInfo) + ' ' + taken(ab, krInfo) + ' ' + taken(abc, krInfo), "/m|m 30m|m |m/m7m30m");
+  EXPECT_EQ(taken(ab, krWarn) + ' ' + taken(ab, krFatal), "30m/m|m 30m7m/m|m");
+  EXPECT_EQ(krLogGetPrinterLevel(ab, "p") * 10 + krLogGetContextPrinterLevel(ab, "p", 7), 31);
+  EXPECT_EQ(krLogGetPrinterLevel(ab, "q") + krLogGetContextPrinterLevel(ab, "p", 8), -2);
+  CaptureStdout();
+  krLogList();
+  EXPECT_EQ(GetCapturedStdout(),
+            " - 'a.b.c' level = 4  -- 'p' level = 5 -- 'p' level = 5 -- 'p 7' level = 5 -- 'p 1e' level = 5\n"
+            " - 'a.b' level = 4  -- 'p 1e' level = 5 -- 'p 7' level = 1 -- 'p' level = 3 -- 'p' level = 5\n"
+            " - '' level = 4  -- 'p' level = 5 -- 'p' level = 5\n");
+  krLogRemovePrinter(root, "p");
+  krLogRemoveContextPrinter(ab, "p", 7);
+  krLogRemoveContextPrinter(ab, "p", 9);
+  EXPECT_EQ(taken(root, krFatal) + ' ' + taken(ab, krFatal) + ' ' + taken(abc, krFatal), "|m 30m|m /m30m");
+  KrLogPrinter record{KR_LOG_CONTEXT, KR_LOG_FATAL, 5, nullptr, context, "", nullptr};
+  string(256, 'n').copy(record.name, KR_LOG_MAX_NAME);
+  krLogInsertPrinter(root, &record);
+  EXPECT_EQ(krLogGetContextPrinterLevel(root, string(300, 'n').c_str(), 5), KR_LOG_FATAL);
+  EXPECT_EQ(krLogGetContextPrinterLevel(ab, record.name, 5), -1); // on this one alone
+  krLogDeletePrinter(root, &record);
+  EXPECT_EQ(taken(root, krFatal), "|m");
+}
+
+// While printers come and go, and one of them looks up another logger.
+TEST(Log, ThreadsShareLoggersAndMessagesStayWhole) {
+  static std::atomic<int> torn{0};
+  const auto check = [](const char* message) {
+    torn += string(message) != string(200, *message) || krLogGetLogger("log.n6") == nullptr;
+  };
+  std::atomic<int> ready{0};
+  std::vector<KrLogger*> made[3];
+  const auto work = [&](size_t i) {
+    ++ready;
+    waitUntil([&] { return ready == 3; }); // all of them make g_listMutex, and the root
+    for (int n = 0; n < 200; ++n)
+      made[i].push_back(krLogGetLogger(("log.n" + std::to_string(n)).c_str()));
+    for (int n = 0; n < 2000; ++n) {
+      if (i != 0) krInfo(made[i][5], "%s", string(200, static_cast<char>('a' + i)).c_str());
+      if (i == 0 && n % 2 == 0) krLogAddPrinter(made[i][5], "check", check);
+      if (i == 0 && n % 2 != 0) krLogRemovePrinter(getParent("log.n5"), "check");
+    }
+  };
+  CaptureStdout();
+  std::thread one(work, 1), two(work, 2);
+  work(0);
+  one.join();
+  two.join();
+  GetCapturedStdout();
+  EXPECT_TRUE(made[0] == made[1] && made[0] == made[2]);
+  EXPECT_EQ(krLogGetLoggerCount(), 201);
+  EXPECT_EQ(torn, 0);
+}
+
+TEST(Log, CancelledThreadLeavesTheLoggerFree) {
+  static std::atomic<int> begun{0}, done{0};
+  KrLogger* const logger = krLogGetLogger("x");
+  krLogAddPrinter(logger, "slow", [](const char*) {
+    ++begun;
+    krThreadSuspend(100);
+    ++done;
+  });
+  for (const bool asynchronous : {false, true}) {
+    begun = done = 0;
+    Cancellable thread(asynchronous ? PTHREAD_CANCEL_ASYNCHRONOUS : PTHREAD_CANCEL_DEFERRED, [=] {
+      kr::asynchronousThread = asynchronous;
+      krInfo(logger, "x");
+    });
+    waitUntil([] { return begun != 0; });
+    EXPECT_TRUE(thread.cancel() || asynchronous);
+    EXPECT_EQ(done, asynchronous ? 1 : 0); // asynchronously, it would be ended anywhere in the printer
+    krInfo(logger, "free");
+    EXPECT_EQ(done, asynchronous ? 2 : 1);
+  }
+}
+
+TEST(Log, WaitingPlaces) {
+  krLogGetLogger("");
+  ASSERT_EQ(lock(g_listMutex.load(), KR_WAIT_FOREVER), 0);
+  KrLogger* const logger = krLogGetLogger("busy");
+  KrLogger* const free = krLogGetLogger("free");
+  static std::atomic<bool> held{true};
+  krLogAddPrinter(logger, "slow", [](const char*) { waitUntil([] { return !held; }); });
+  std::thread holder([&] { krInfo(logger, "first"); });
+  const auto places = waitingPlaces({[&] { krInfo(logger, "second"); }, [] { krLogGetLogger("new"); },
+                                     [&] { krLogAddPrinter(free, "p", plain); }, [&] { krLogRemovePrinter(free, "q"); },
+                                     [&] { krLogSetPrinterLevel(free, "q", 1); },
+                                     [&] { krLogSetContextPrinterLevel(free, "q", 1, 1); }},
+                                    [] {
+                                      held = false;
+                                      krMutexUnlock(g_listMutex.load());
+                                    });
+  holder.join();
+  krLogReset();
+  EXPECT_EQ(places, (std::set<string>{"common/krLog 257 krLogGetLogger", "common/krLog 571 krLogSetPrinterLevel",
+                                      "common/krLog 606 krLogSetContextPrinterLevel", "common/krLog 772 doLog",
+                                      "common/krLog 951 krLogInsertPrinter", "common/krLog 966 krLogDeletePrinter"}));
+}
