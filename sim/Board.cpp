@@ -17,6 +17,7 @@ namespace {
 constexpr size_t PAGE = 4096; // sysfs takes no more in one write
 constexpr unsigned VLAN_REGISTER = 0x05;
 constexpr unsigned VLAN_MODE_BIT = 0x80;
+constexpr size_t MESSAGES_KEPT = 8;
 
 // The number at the front of a text, as drivers read it.
 std::optional<int> numberIn(std::string_view text) {
@@ -62,7 +63,8 @@ const std::vector<std::string>& boardPaths() {
   return paths;
 }
 
-Board::Board(const Setup& setup, BoardLog& log) : mSetup(setup), mLog(log) {
+Board::Board(const Setup& setup, BoardLog& log)
+    : mSetup(setup), mLog(log), mAppliance(log, setup.snapshotFolder), mDice(setup.faults.dice) {
   addThermalNodes();
   addOtherNodes();
   for (Node& node : mNodes) {
@@ -96,12 +98,14 @@ void Board::addOtherNodes() {
   Node streaming{"/sys/class/gpio/gpio26/value", 0644, ""};
   streaming.take = [this](std::string_view text) {
     if (text.empty() || (text[0] != '0' && text[0] != '1')) return EINVAL;
-    mStreaming = text[0] == '1';
+    mIndicator = text[0] == '1';
     return 0;
   };
-  streaming.show = [this] { return mStreaming ? "1\n" : "0\n"; };
+  streaming.show = [this] { return mIndicator ? "1\n" : "0\n"; };
   mNodes.push_back(std::move(streaming));
-  mNodes.push_back({"/sys/bus/i2c/devices/2-0020/format", 0444, "hdmi\n"});
+  Node format{"/sys/bus/i2c/devices/2-0020/format", 0444, ""};
+  format.show = [this] { return std::string(mAppliance.format()) + "\n"; };
+  mNodes.push_back(std::move(format));
   Node smi{"/sys/module/ksz8864/drivers/smi", 0600, ""};
   smi.take = [this](std::string_view text) { return takeSwitchCommands(text); };
   smi.show = [this] {
@@ -138,6 +142,11 @@ void Board::applyFaults() {
 
 // Brings the shown texts up to date with the model.
 void Board::refresh() {
+  if (mAppliance.stream() != mStream) {
+    mStream = mAppliance.stream();
+    mIndicator = mStream != 0;
+    mLog.add(std::string("stream ") + mAppliance.streamText());
+  }
   for (Node& node : mNodes) {
     if (!node.show) continue;
     std::string text = node.show();
@@ -230,6 +239,51 @@ std::string Board::runTool(std::string_view name, const std::vector<std::string>
   if (fault != mSetup.faults.tools.end()) line += std::string(" -> ") + outcome;
   mLog.add(line);
   return outcome;
+}
+
+ServiceFault Board::faultOf(const std::string& task) const {
+  const auto fault = mSetup.faults.services.find(task);
+  return fault != mSetup.faults.services.end() ? fault->second : ServiceFault();
+}
+
+Reply Board::receive(const Message& message) {
+  const std::string fields = textOf(message.fields);
+  mLog.add("message " + message.task + " " + message.name + " from " + message.source +
+           (message.flags.empty() ? "" : " " + message.flags) + fields);
+  Reply reply{mAppliance.serve(message.task, message.name, message.fields), {}, mAppliance.logging()};
+  refresh();
+  Traffic& traffic = mTraffic[message.task];
+  ++traffic.messages;
+  std::string told = message.task + " " + message.name.substr(0, message.name.rfind("ReqMsg")) + fields;
+  if (!reply.fields.empty()) {
+    reply.fault = faultOf(message.task);
+    if (reply.fault.kind == ServiceFault::NONE) reply.fault = mDice.roll();
+    const std::string fault = reply.fault.kind == ServiceFault::NONE ? "" : " -> " + reply.fault.text();
+    const std::string name = message.name.substr(0, message.name.rfind("Req")) + "RespMsg";
+    mLog.add("reply " + message.task + " " + name + textOf(reply.fields) + fault);
+    traffic.lastStatus = std::to_string(reply.fields[0].value);
+    told += " = " + traffic.lastStatus + fault;
+  }
+  mMessages.push_front(timeOfDay().substr(0, 8) + " " + told);
+  if (mMessages.size() > MESSAGES_KEPT) mMessages.pop_back();
+  restart(mAppliance.takeRestart());
+  return reply;
+}
+
+void Board::restart(Restart kind) {
+  if (kind == Restart::NONE) return;
+  if (kind == Restart::CONFIGURATION) {
+    mLog.add("configuration restored");
+    mAppliance.restoreDefaults();
+    mThermal.setFan(ThermalModel::DEFAULT_FAN);
+    mThermal.setSetPoint(ThermalModel::DEFAULT_SET_POINT);
+    mSwitchRegisters = {};
+  }
+  if (kind == Restart::FIRMWARE) mLog.add(std::string("firmware ") + FIRMWARE_VERSION + " restored");
+  mAppliance.stopStream();
+  refresh();
+  ++mRestarts;
+  mLog.add("restart");
 }
 
 void Board::advance(double seconds) {

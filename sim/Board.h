@@ -3,12 +3,15 @@
 #ifndef TEV_SIM_BOARD_H
 #define TEV_SIM_BOARD_H
 
+#include "sim/Appliance.h"
 #include "sim/BoardLog.h"
 #include "sim/Faults.h"
 #include "sim/ThermalModel.h"
 
 #include <array>
+#include <deque>
 #include <functional>
+#include <map>
 #include <string>
 #include <string_view>
 #include <sys/types.h>
@@ -36,12 +39,29 @@ struct Node {
   std::string shown = {};                              // what `show` gave last
 };
 
+/// A message that has reached a service task.
+struct Message {
+  std::string task;
+  std::string name;   // of its class
+  std::string source; // the task it comes from, or that one's number
+  std::string flags;  // "sync remote", or less
+  Fields fields;
+};
+
+/// What the service task has to do about it.
+struct Reply {
+  Fields fields; // of the reply; none if nothing answers
+  ServiceFault fault;
+  bool logging; // whether it tells of this in its own log
+};
+
 class Board {
 public:
   struct Setup {
     Faults faults;
     bool frozen = false; // the temperature stays where it is
     bool logReads = false;
+    std::string snapshotFolder = SNAPSHOT_FOLDER;
   };
 
   /// `log` must outlive the board.
@@ -62,25 +82,44 @@ public:
   /// A board tool starts with these arguments. What it has to do is told by the result: "ok", "fail", "silent".
   std::string runTool(std::string_view name, const std::vector<std::string>& arguments);
 
+  /// A message has reached a service task, and its reply is about to leave.
+  Reply receive(const Message& message);
+
   /// Lets time pass for the model.
   void advance(double seconds);
 
   /// One line `PATH "text"` per node.
   std::string dump() const;
 
+  /// The board as a table of lines of at most 79 characters: what is set, snapshots, messages, nodes.
+  std::string status() const;
+
 private:
+  struct Traffic {
+    unsigned messages = 0;
+    std::string lastStatus = "-";
+  };
+
   void addThermalNodes();
   void addOtherNodes();
   void applyFaults();
   void refresh();
   int takeSwitchCommands(std::string_view text);
+  ServiceFault faultOf(const std::string& task) const;
+  void restart(Restart kind);
 
   Setup mSetup;
   BoardLog& mLog;
   ThermalModel mThermal;
+  Appliance mAppliance;
+  FaultDice mDice;
+  std::map<std::string, Traffic> mTraffic; // by the task's name
+  std::deque<std::string> mMessages;       // the latest first
+  unsigned mRestarts = 0;
   std::array<unsigned, 256> mSwitchRegisters = {};
   std::vector<Node> mNodes;
-  bool mStreaming = false;
+  bool mIndicator = false; // the streaming line
+  unsigned mStream = 0;    // what the indicator last followed
   bool mAlert = false;
   bool mVlanMode = false;
 };

@@ -7,23 +7,19 @@
 
 namespace sim {
 
-namespace {
-
-std::string timeNow() {
+std::string timeOfDay() {
   timespec now = {};
   tm local = {};
   (void)clock_gettime(CLOCK_REALTIME, &now); // cannot fail with this clock
   if (localtime_r(&now.tv_sec, &local) == nullptr) return "";
   char text[32];
-  (void)snprintf(text, sizeof text, "%02d:%02d:%02d.%03ld ", local.tm_hour, local.tm_min, local.tm_sec,
+  (void)snprintf(text, sizeof text, "%02d:%02d:%02d.%03ld", local.tm_hour, local.tm_min, local.tm_sec,
                  now.tv_nsec / 1000000);
   return text;
 }
 
-} // namespace
-
 void BoardLog::add(const std::string& line) {
-  const std::string text = (mWithTimes ? timeNow() : "") + line + "\n";
+  const std::string text = (mWithTimes ? timeOfDay() + " " : "") + line + "\n";
   for (Descriptor& file : mFiles) {
     if (!file) continue;
     const ssize_t written = write(file.get(), text.data(), text.size());

@@ -9,6 +9,9 @@
 
 namespace sim {
 
+/// "HH:MM:SS.mmm", local time; empty if there is none.
+std::string timeOfDay();
+
 class BoardLog {
 public:
   explicit BoardLog(bool withTimes = false) : mWithTimes(withTimes) {}

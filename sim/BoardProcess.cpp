@@ -4,6 +4,7 @@
 #include "sim/Launch.h"
 #include "sim/Layout.h"
 #include "sim/NodeServer.h"
+#include "sim/ServiceProcesses.h"
 
 #include <chrono>
 #include <climits>
@@ -24,9 +25,10 @@ namespace sim {
 namespace {
 
 constexpr char LOG_INSIDE[] = "/var/log/board.log";
+constexpr std::chrono::seconds LONGEST_END(3);
 
 // All folders that the board has, empty and private.
-void layFolders(const Options& options) {
+void layFolders(const Options& options, const Descriptor& snapshots) {
   check(unshare(CLONE_NEWNS), "mount namespace");
   check(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr), "mount namespace");
   // In a container the old /proc may have to stay. It does: only the process numbers in it are not the command's.
@@ -37,6 +39,10 @@ void layFolders(const Options& options) {
   makeFolders("/mnt/tev/sys/bin");
   layFolder("/var/log", 0755);
   if (options.tmp != Tmp::HOST) mountMemory("/tmp", 01777, options.tmp == Tmp::READ_ONLY);
+  makeFolders(SNAPSHOT_FOLDER);
+  if (!snapshots) return;
+  const std::string source = "/proc/self/fd/" + std::to_string(snapshots.get());
+  check(mount(source.c_str(), SNAPSHOT_FOLDER, nullptr, MS_BIND | MS_REC, nullptr), "--snapshots");
 }
 
 void installTools(const Descriptor& program, const std::set<std::string>& missing) {
@@ -71,27 +77,55 @@ std::unique_ptr<NodeServer> makeNodes(const Options& options, Board& board, Boar
   return makeFileNodes(board);
 }
 
+// The console is known by its pipe; other senders have no more than a number.
+std::string sourceName(const std::string& number) {
+  struct stat about = {};
+  const bool console = stat(("/tmp/tCliAppTask." + number).c_str(), &about) == 0 && S_ISFIFO(about.st_mode);
+  return console ? "tCliAppTask" : number;
+}
+
+// From a service task: {"message", task, class, source, flags, field=value ...}. The answer: whether to log, what to do
+// wrong, the values of the reply.
+Words receive(Board& board, const Words& question) {
+  Message message{question[1], question[2], sourceName(question[3]), question[4], {}};
+  for (size_t i = 5; i < question.size(); ++i) {
+    const size_t equals = question[i].find('=');
+    if (equals == std::string::npos) return {"unknown question"};
+    const unsigned long value = strtoul(question[i].c_str() + equals + 1, nullptr, 10); // written by our own tasks
+    message.fields.push_back({question[i].substr(0, equals), static_cast<unsigned>(value)});
+  }
+  const Reply reply = board.receive(message);
+  Words answer = {reply.logging ? "on" : "off", reply.fault.text()};
+  for (const Field& field : reply.fields)
+    answer.push_back(std::to_string(field.value));
+  return answer;
+}
+
 Words answer(Board& board, const Words& question) {
   if (question[0] == "tool" && question.size() >= 2) {
     return {board.runTool(question[1], {question.begin() + 2, question.end()})};
   }
+  if (question[0] == "message" && question.size() >= 5) return receive(board, question);
+  if (question[0] == "status") return {board.status()};
   return {"unknown question"};
 }
 
 // Everything that runs once the board is set up.
 class Session {
 public:
-  Session(Board& board, NodeServer& nodes, const Descriptor& channel);
+  Session(Board& board, NodeServer& nodes, ServiceProcesses& services, const Descriptor& channel);
   /// Lives until the process `command` has ended; its exit status.
   int run(pid_t command);
 
 private:
-  bool reap(); // true when the command has ended
+  bool reap();             // true when the command has ended
+  void serve(int longest); // what happens next; waits for it for so many milliseconds
   void passSignals();
   void advance();
 
   Board& mBoard;
   NodeServer& mNodes;
+  ServiceProcesses& mServices;
   BoardSocket mSocket;
   const Descriptor& mChannel;
   Descriptor mChildren;
@@ -100,9 +134,9 @@ private:
   std::chrono::steady_clock::time_point mLast = std::chrono::steady_clock::now();
 };
 
-Session::Session(Board& board, NodeServer& nodes, const Descriptor& channel)
-    : mBoard(board), mNodes(nodes), mSocket([&board](const Words& question) { return answer(board, question); }),
-      mChannel(channel) {
+Session::Session(Board& board, NodeServer& nodes, ServiceProcesses& services, const Descriptor& channel)
+    : mBoard(board), mNodes(nodes), mServices(services),
+      mSocket([&board](const Words& question) { return answer(board, question); }), mChannel(channel) {
   sigset_t child;
   (void)sigemptyset(&child); // cannot fail, like the next
   (void)sigaddset(&child, SIGCHLD);
@@ -111,43 +145,54 @@ Session::Session(Board& board, NodeServer& nodes, const Descriptor& channel)
 
 int Session::run(pid_t command) {
   mCommand = command;
-  while (!reap()) {
-    std::vector<pollfd> waits = {
-        {mNodes.descriptor(), POLLIN, 0}, {mChildren.get(), POLLIN, 0}, {mChannel.get(), POLLIN, 0}};
-    mSocket.addTo(waits);
-    if (poll(waits.data(), waits.size(), 500) < 0 && errno != EINTR) throw failure("poll");
-    signalfd_siginfo news = {};
-    while (read(mChildren.get(), &news, sizeof news) > 0) {
-    } // reap() looks for itself
-    advance();
-    if (waits[0].revents != 0) mNodes.serve();
-    if (waits[2].revents != 0) passSignals();
-    mSocket.serve(waits);
-  }
+  while (!reap())
+    serve(500);
   mNodes.serve(); // what the command did last
+  // What it sent last is served too.
+  mServices.end();
+  const auto deadline = std::chrono::steady_clock::now() + LONGEST_END;
+  for (reap(); !mServices.allEnded(); reap()) {
+    if (std::chrono::steady_clock::now() > deadline) mServices.kill();
+    serve(100);
+  }
   return mStatus;
+}
+
+void Session::serve(int longest) {
+  std::vector<pollfd> waits = {
+      {mNodes.descriptor(), POLLIN, 0}, {mChildren.get(), POLLIN, 0}, {mChannel.get(), POLLIN, 0}};
+  mSocket.addTo(waits);
+  if (poll(waits.data(), waits.size(), longest) < 0 && errno != EINTR) throw failure("poll");
+  signalfd_siginfo news = {};
+  while (read(mChildren.get(), &news, sizeof news) > 0) {
+  } // reap() looks for itself
+  advance();
+  if (waits[0].revents != 0) mNodes.serve();
+  if (waits[2].revents != 0) passSignals();
+  mSocket.serve(waits);
 }
 
 bool Session::reap() {
   int status = 0;
   pid_t child = 0;
   while ((child = waitpid(-1, &status, WNOHANG | WUNTRACED)) > 0) {
-    if (child != mCommand) continue;
-    if (WIFSTOPPED(status)) {
+    if (child != mCommand) {
+      if (!WIFSTOPPED(status)) mServices.childEnded(child, status);
+    } else if (WIFSTOPPED(status)) {
       const int number = WSTOPSIG(status);
       (void)send(mChannel.get(), &number, sizeof number, MSG_NOSIGNAL); // fails only when tev-sim is gone, see below
     } else {
       mStatus = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-      return true;
+      mCommand = -1;
     }
   }
-  return false;
+  return mCommand < 0;
 }
 
 void Session::passSignals() {
   int number = 0;
   if (recv(mChannel.get(), &number, sizeof number, 0) == sizeof number) {
-    (void)kill(mCommand, number); // fails only when it has ended already
+    if (mCommand > 0) (void)kill(mCommand, number); // fails only when it has just ended
   } else {
     _exit(128 + SIGKILL); // tev-sim was killed; everything here goes with process 1
   }
@@ -174,19 +219,20 @@ int runBoard(const Options& options, Surroundings surroundings) {
   std::vector<std::string> words = options.command;
   if (words.empty()) words = {folder + "/../shell/tev-cli"};
   const Program program = options.probe ? Program() : findProgram(words[0]);
+  Program service = findProgram(folder + "/tev-service");
   const std::string workingFolder = currentFolder();
 
-  layFolders(options);
+  layFolders(options, surroundings.snapshots);
   BoardLog log(options.logTimes);
   if (surroundings.log) log.addFile(std::move(surroundings.log));
   log.addFile(Descriptor(check(open(LOG_INSIDE, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644), LOG_INSIDE)));
   installTools(tool, options.board.faults.missing);
   Board board(options.board, log);
   const std::unique_ptr<NodeServer> nodes = makeNodes(options, board, log);
-  Session session(board, *nodes, surroundings.channel);
+  ServiceProcesses services(std::move(service), options.board.faults.services, log);
+  Session session(board, *nodes, services, surroundings.channel);
   if (options.probe) return 0;
 
-  // Further processes of the board start here, before the command can ask for them.
   const pid_t command = check(fork(), "fork");
   if (command == 0) {
     returnToFolder(workingFolder);

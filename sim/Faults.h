@@ -2,6 +2,8 @@
 #ifndef TEV_SIM_FAULTS_H
 #define TEV_SIM_FAULTS_H
 
+#include "sim/ServiceFault.h"
+
 #include <map>
 #include <set>
 #include <string>
@@ -16,7 +18,9 @@ struct Faults {
   std::set<std::string> missing;
   std::set<std::string> readOnly;
   std::set<std::string> failWrite;
-  std::map<std::string, ToolFault> tools; // by the tool's name
+  std::map<std::string, ToolFault> tools;       // by the tool's name
+  std::map<std::string, ServiceFault> services; // by the task's name
+  FaultDice dice;                               // for the other tasks
 };
 
 } // namespace sim

@@ -2,6 +2,7 @@
 #include "sim/Quoting.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <functional>
 #include <optional>
 
@@ -18,6 +19,7 @@ Watching the board (what reached it is also in /var/log/board.log as the command
   --log FILE              write the board's log to FILE as well
   --log-reads             tell opening and reading of nodes too, not only writing
   --log-times             begin each line of the log with the time of day
+  --snapshots DIR         let snapshots be stored in DIR, which the board sees as /opt/tev/user/snapshots
   --dump FILE             at the end write each node's text to FILE, one line each: PATH "text"
 
 Making the board different (PATH is a node or tool of the board, or an ending that only one of them has: setpoint):
@@ -28,8 +30,13 @@ Making the board different (PATH is a node or tool of the board, or an ending th
   --fail-write PATH       each write to the node fails with an input/output error
   --tool NAME=fail        the board tool prints an error and ends with status 1
   --tool NAME=silent      the board tool does and prints nothing
-  --private-tmp           an empty /tmp for this command only
+  --service NAME=FAULT    the replies of the service task (tVideoPhalTask, tStreamAppTask, tAdminAppTask) are: silent
+                          (not sent), late:MS, short, split in two, garbage, or the task dies in mid-reply; full: the
+                          task is stopped and its queue is full; absent: there is neither task nor queue
+  --service-faults SEED:PERCENT
+                          so many of all replies are faulty; the same seed gives the same faults
   --read-only-tmp         an empty /tmp in which nothing can be created
+  --shared-tmp            the machine's /tmp instead of an empty one for this command only (--private-tmp)
 
 Other:
   --nodes fuse|files      how the nodes are made: by a file system of tev-sim's own, which sees each write, or as plain
@@ -102,6 +109,30 @@ std::string setTool(Options& options, const std::string& value) {
   return "";
 }
 
+std::string setService(Options& options, const std::string& value) {
+  const size_t equals = value.find('=');
+  const std::string name = value.substr(0, equals);
+  const std::string fault = equals == value.npos ? "" : value.substr(equals + 1);
+  const auto isName = [&](const ServiceTask& task) { return name == task.name; };
+  if (std::none_of(SERVICE_TASKS.begin(), SERVICE_TASKS.end(), isName)) return "there is no service " + name;
+  const std::optional<ServiceFault> parsed = ServiceFault::parse(fault);
+  if (!parsed) return "--service wants NAME=silent, late:MS, short, split, garbage, dies, full or absent";
+  options.board.faults.services[name] = *parsed;
+  return "";
+}
+
+std::string setServiceFaults(Options& options, const std::string& value) {
+  unsigned seed = 0;
+  unsigned percent = 0;
+  int length = 0;
+  const bool read = sscanf(value.c_str(), "%9u:%3u%n", &seed, &percent, &length) == 2;
+  if (!read || static_cast<size_t>(length) != value.size() || percent > FaultDice::ALWAYS) {
+    return "--service-faults wants SEED:PERCENT";
+  }
+  options.board.faults.dice = FaultDice(seed, percent);
+  return "";
+}
+
 std::string setNodeKind(Options& options, const std::string& value) {
   if (value != "fuse" && value != "files") return "--nodes wants fuse or files";
   options.nodes = value == "fuse" ? NodeKind::FUSE : NodeKind::FILES;
@@ -120,7 +151,10 @@ const std::vector<Option>& knownOptions() {
       textOption("--log", &Options::logFile),
       textOption("--dump", &Options::dumpFile),
       {"--node", true, setFirstText},
+      textOption("--snapshots", &Options::snapshotFolder),
       {"--tool", true, setTool},
+      {"--service", true, setService},
+      {"--service-faults", true, setServiceFaults},
       {"--nodes", true, setNodeKind},
       pathOption("--missing", &Faults::missing),
       pathOption("--read-only", &Faults::readOnly),
@@ -128,7 +162,8 @@ const std::vector<Option>& knownOptions() {
       flag("--log-reads", [](Options& o) { o.board.logReads = true; }),
       flag("--log-times", [](Options& o) { o.logTimes = true; }),
       flag("--frozen", [](Options& o) { o.board.frozen = true; }),
-      flag("--private-tmp", [](Options& o) { o.tmp = std::max(o.tmp, Tmp::PRIVATE); }),
+      flag("--private-tmp", [](Options& o) { o.tmp = Tmp::PRIVATE; }),
+      flag("--shared-tmp", [](Options& o) { o.tmp = Tmp::HOST; }),
       flag("--read-only-tmp", [](Options& o) { o.tmp = Tmp::READ_ONLY; }),
       flag("--probe", [](Options& o) { o.probe = true; }),
       flag("--help", [](Options& o) { o.help = true; }),

@@ -16,9 +16,10 @@ enum class Tmp { HOST, PRIVATE, READ_ONLY };
 struct Options {
   Board::Setup board;
   NodeKind nodes = NodeKind::ANY;
-  Tmp tmp = Tmp::HOST;
+  Tmp tmp = Tmp::PRIVATE;
   std::string logFile; // empty: none
   std::string dumpFile;
+  std::string snapshotFolder; // empty: only the board's own
   bool logTimes = false;
   bool probe = false;
   bool help = false;

@@ -30,6 +30,8 @@ void ThermalModel::advance(double seconds) {
 
 int ThermalModel::temperature() const { return static_cast<int>(std::floor(mCelsius)) - RAW_OFFSET; }
 
-int ThermalModel::tachCount() const { return mFan == 0 ? 0 : TACH_TICKS / (mFan * RPM_PER_STEP); }
+int ThermalModel::rpm() const { return mFan * RPM_PER_STEP; }
+
+int ThermalModel::tachCount() const { return mFan == 0 ? 0 : TACH_TICKS / rpm(); }
 
 } // namespace sim

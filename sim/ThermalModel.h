@@ -11,6 +11,8 @@ class ThermalModel {
 public:
   static constexpr int RAW_OFFSET = 11;
   static constexpr int MAX_FAN = 63;
+  static constexpr int DEFAULT_FAN = 15;
+  static constexpr int DEFAULT_SET_POINT = 60 - RAW_OFFSET;
 
   /// Fan setting 0 (off) to MAX_FAN; others are brought to the nearer end.
   void setFan(int setting);
@@ -26,14 +28,16 @@ public:
   /// Whole raw degrees, rounded down.
   int temperature() const;
   bool alert() const { return temperature() >= mSetPoint; }
+  /// Turns of the fan in a minute.
+  int rpm() const;
   /// Clock ticks in one turn of the fan, 0 while it stands; a driver shows it in two bytes.
   int tachCount() const;
 
 private:
   double balance() const;
 
-  int mFan = 15;
-  int mSetPoint = 60 - RAW_OFFSET;
+  int mFan = DEFAULT_FAN;
+  int mSetPoint = DEFAULT_SET_POINT;
   double mCelsius = balance();
 };
 

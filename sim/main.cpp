@@ -33,6 +33,10 @@ int launch(const Options& options) {
   holdStreams(inside.closed);
   inside.log = openOutside(options.logFile, O_APPEND);
   inside.dump = openOutside(options.dumpFile, 0);
+  if (!options.snapshotFolder.empty()) {
+    const char* const folder = options.snapshotFolder.c_str();
+    inside.snapshots = Descriptor(check(open(folder, O_PATH | O_DIRECTORY | O_CLOEXEC), folder));
+  }
   sigset_t all;
   (void)sigfillset(&all);                                     // cannot fail
   (void)pthread_sigmask(SIG_BLOCK, &all, &inside.signalMask); // fails only for an unknown first argument

@@ -18,7 +18,7 @@ TEST(Options, WhatIsLeftOutStaysHarmless) {
   const Options none = parsed({});
   EXPECT_TRUE(none.command.empty() && none.logFile.empty() && none.dumpFile.empty());
   EXPECT_FALSE(none.board.frozen || none.board.logReads || none.logTimes || none.probe || none.help);
-  EXPECT_EQ(none.tmp, Tmp::HOST);
+  EXPECT_EQ(none.tmp, Tmp::PRIVATE);
   EXPECT_EQ(none.nodes, NodeKind::ANY);
 }
 
@@ -31,8 +31,15 @@ TEST(Options, EachIsUnderstood) {
                               "--dump=d=e",
                               "--nodes",
                               "files",
-                              "--read-only-tmp",
+                              "--shared-tmp",
                               "--private-tmp",
+                              "--read-only-tmp",
+                              "--snapshots=/s",
+                              "--service",
+                              "tAdminAppTask=late:0",
+                              "--service=tAdminAppTask=full",
+                              "--service-faults",
+                              "7:100",
                               "--node",
                               R"(setpoint=2\n)",
                               "--node=speed=",
@@ -59,7 +66,8 @@ TEST(Options, EachIsUnderstood) {
   EXPECT_EQ(all.logFile, "a b");
   EXPECT_EQ(all.dumpFile, "d=e");
   EXPECT_EQ(all.nodes, NodeKind::FILES);
-  EXPECT_EQ(all.tmp, Tmp::READ_ONLY) << "the stricter of two";
+  EXPECT_EQ(all.tmp, Tmp::READ_ONLY) << "the last word";
+  EXPECT_EQ(all.snapshotFolder, "/s");
   EXPECT_EQ(faults.firstTexts, (std::map<std::string, std::string>{{"/sys/bus/i2c/devices/1-004c/setpoint", "2\n"},
                                                                    {"/sys/bus/i2c/devices/1-004c/speed", ""}}));
   EXPECT_EQ(faults.missing,
@@ -68,6 +76,9 @@ TEST(Options, EachIsUnderstood) {
   EXPECT_EQ(faults.failWrite, std::set<std::string>{"/sys/module/ksz8864/drivers/smi"});
   EXPECT_EQ(faults.tools, (std::map<std::string, ToolFault>{{"eeprom-read-macs-arm-none", ToolFault::FAIL},
                                                             {"eeprom-write-macs-arm-none", ToolFault::SILENT}}));
+  ASSERT_EQ(faults.services.size(), 1U);
+  EXPECT_EQ(faults.services.at("tAdminAppTask").kind, ServiceFault::FULL) << "the last word";
+  EXPECT_EQ(faults.dice.percent(), 100U);
   EXPECT_EQ(all.command, (std::vector<std::string>{"sh", "-c", "--help"}));
 }
 
@@ -86,6 +97,12 @@ TEST(Options, WrongOnesAreNamed) {
       {{"--missing", ""}, "the board has no "},
       {{"--node", R"(speed=\q)"}, R"(--node has an escape that C does not know: speed=\q)"},
       {{"--read-only", "value"}, "value is not clear: /sys/class/gpio/gpio27/value or /sys/class/gpio/gpio26/value"},
+      {{"--service", "tCliAppTask=silent"}, "there is no service tCliAppTask"},
+      {{"--service=tAdminAppTask=loud"},
+       "--service wants NAME=silent, late:MS, short, split, garbage, dies, full or absent"},
+      {{"--service-faults", "7:101"}, "--service-faults wants SEED:PERCENT"},
+      {{"--service-faults", "7:1x"}, "--service-faults wants SEED:PERCENT"},
+      {{"--service-faults", "7"}, "--service-faults wants SEED:PERCENT"},
       {{"--tool", "eeprom=fail"}, "there is no tool eeprom"},
       {{"--tool", "eeprom-read-macs-arm-none"}, "--tool wants NAME=fail or NAME=silent"},
       {{"--tool", "eeprom-read-macs-arm-none=loud"}, "--tool wants NAME=fail or NAME=silent"},

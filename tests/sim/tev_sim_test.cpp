@@ -155,14 +155,18 @@ TEST_P(TevSim, ScriptsFindABoard) {
       {{"--missing", "eeprom"},
        tools + "./*read-macs*",
        "eeprom-read-macs-arm-none: /sys/bus/i2c/devices/1-0050/eeprom: No such file or directory\n=1"},
-      {{"--private-tmp"}, "ls -A /tmp | wc -l; > /tmp/x && echo written", "0\nwritten\n=0"},
+      {{},
+       "ls -A /tmp; > /tmp/x && echo written",
+       "tAdminAppTask.0\ntStreamAppTask.229383\ntVideoPhalTask.98307\ntransient.log\nwritten\n=0"},
+      {{"--log", mFile}, "test -e " + mFile + " || echo hidden", "hidden\n=0"},
+      {{"--log", mFile, "--read-only-tmp", "--shared-tmp"}, "ls " + mFile, mFile + "\n=0"},
       {{"--read-only-tmp"}, "ls -A /tmp | wc -l; test -w /tmp || echo not", "0\nnot\n=0"},
       {{},
-       "echo 98307 > /proc/sys/kernel/msg_next_id; ipcs -q | grep -c 0x; ipcmk -Q",
-       "0\nMessage queue id: 98307\n=0"},
+       "ipcs -q | awk '/0x/{print $2}' | xargs; echo 98431 > /proc/sys/kernel/msg_next_id; ipcmk -Q",
+       "0 98307 229383\nMessage queue id: 98431\n=0"},
       {{},
-       "> /opt/tev/user/mine; > /var/log/threads.log; ls /var/log /opt/tev/user | xargs",
-       "/opt/tev/user: mine /var/log: board.log threads.log\n=0"},
+       "> /opt/tev/user/mine; > /var/log/threads.log; ls /var/log /opt/tev/user | grep -v Task | xargs",
+       "/opt/tev/user: mine snapshots /var/log: board.log threads.log\n=0"},
   };
   for (const auto& c : cases)
     EXPECT_EQ(run(c.options, c.script), c.expected) << c.script;
@@ -217,10 +221,10 @@ TEST_P(TevSim, NothingOfTheMachineChanges) {
 }
 
 TEST_P(TevSim, CommandStartsWhereverItIs) {
-  std::ofstream(mFile) << "#!/bin/sh\necho $1 $(ls -A /tmp | wc -l)\n";
+  std::ofstream(mFile) << "#!/bin/sh\necho $1 $(ls -A /tmp | grep -c test-)\n";
   ASSERT_EQ(chmod(mFile.c_str(), 0755), 0);
   const auto start = [&](const std::string& command) {
-    return outputOf({"sh", "-c", "cd /tmp; " TEV_SIM_PROGRAM " --private-tmp -- " + command + " 2>&1; echo =$?"});
+    return outputOf({"sh", "-c", "cd /tmp; " TEV_SIM_PROGRAM " -- " + command + " 2>&1; echo =$?"});
   };
   EXPECT_EQ(start(mFile + " 'a b'"), "a b 0\n=0\n") << "hidden by the private /tmp";
   EXPECT_EQ(start("./" + mFile.substr(mFile.rfind('/') + 1) + " c"), "c 0\n=0\n") << "and named in its folder";

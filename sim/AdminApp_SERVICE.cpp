@@ -1,0 +1,20 @@
+// What the messages of the administration service are to the services: in place of the console's units.
+#include "messaging/AdminControlReqMsg.h"
+#include "messaging/AdminControlRespMsg.h"
+#include "messaging/SetLoggingModeReqMsg.h"
+#include "sim/Service.h"
+
+// Every service decodes all messages, so that one which reaches the wrong service is answered too.
+namespace {
+
+AdminControlReqMsg adminControlRequest{Exemplar()};
+AdminControlRespMsg adminControlResponse{Exemplar()};
+SetLoggingModeReqMsg setLoggingModeRequest{Exemplar()};
+
+} // namespace
+
+int AdminControlReqMsg::InvokeHandler(CommObj* receiver) { return sim::serve<AdminControlRespMsg>(*this, receiver); }
+int AdminControlRespMsg::InvokeHandler(CommObj* receiver) { return sim::take(*this, receiver); }
+MsgObj* AdminControlRespMsg::CreateResponse() { return nullptr; }
+
+int SetLoggingModeReqMsg::InvokeHandler(CommObj* receiver) { return sim::take(*this, receiver); }

@@ -1,0 +1,120 @@
+// What the service tasks of the board do: video input, snapshots, stream, administration. The tasks themselves only
+// carry the messages here and the answers back.
+#ifndef TEV_SIM_APPLIANCE_H
+#define TEV_SIM_APPLIANCE_H
+
+#include "sim/BoardLog.h"
+
+#include <array>
+#include <string>
+#include <vector>
+
+namespace sim {
+
+struct ServiceTask {
+  const char* name;
+  int queueId; // the number that its users know
+  int queueKey;
+};
+constexpr std::array<ServiceTask, 3> SERVICE_TASKS = {
+    {{"tVideoPhalTask", 98307, 153001}, {"tStreamAppTask", 229383, 153002}, {"tAdminAppTask", 0, 153003}}};
+
+/// The exit status of a task that a ServiceFault::DIES has ended.
+constexpr int DIED_AS_TOLD = 42;
+/// The id of the message that ends a task: what was sent to it before has been served by then.
+constexpr unsigned short END_MESSAGE = 65534;
+
+constexpr char SNAPSHOT_FOLDER[] = "/opt/tev/user/snapshots";
+constexpr char FIRMWARE_VERSION[] = "v" TEV_SIM_FIRMWARE;
+
+/// The payload of a message.
+struct Field {
+  std::string name;
+  unsigned value;
+};
+using Fields = std::vector<Field>;
+
+/// " name=value" for each of them.
+std::string textOf(const Fields& fields);
+
+/// The first field of a reply.
+enum class Status { DONE = 0, REFUSED = 1, NOT_MINE = 2, FAILED = 3 };
+
+struct Resolution {
+  unsigned horizontal = 1280;
+  unsigned vertical = 720;
+  unsigned qualifier = 1; // 1 progressive, 2 interlaced
+  unsigned hertz = 30;
+
+  std::string text() const;
+  bool isPossible() const;
+  /// The television standard that has so many lines: 1 NTSC, 2 PAL, 0 none.
+  unsigned standard() const;
+};
+
+struct Snapshot {
+  unsigned slot;
+  std::string size;
+  std::string time; // of day
+};
+
+enum class Restart { NONE, PLAIN, CONFIGURATION, FIRMWARE };
+
+class Appliance {
+public:
+  /// Tells what changes in `log`, which must outlive the appliance, and keeps snapshots in `folder`.
+  Appliance(BoardLog& log, std::string folder) : mLog(log), mFolder(std::move(folder)) {}
+
+  /// Acts on a message that reached a service task; `name` is that of its class. Returns the fields of the reply, none
+  /// where nothing answers.
+  Fields serve(const std::string& task, const std::string& name, const Fields& fields);
+
+  /// The restart that the last request asked for. It is to happen once the reply is out.
+  Restart takeRestart() { return std::exchange(mRestart, Restart::NONE); }
+
+  /// Puts the settings back to what they were when the board was made.
+  void restoreDefaults();
+
+  /// The stream: bit 0 audio, bit 1 video.
+  unsigned stream() const { return mStream; }
+  void stopStream() { mStream = 0; }
+  const char* streamText() const;
+
+  const char* format() const;
+  const char* audioSource() const;
+  const Resolution& resolution() const { return mSettings.resolution; }
+  bool logging() const { return mSettings.logging; }
+  /// Those that can be looked at, the latest first.
+  const std::vector<Snapshot>& snapshots() const { return mSnapshots; }
+
+private:
+  struct Settings {
+    unsigned format = 9;
+    Resolution resolution;
+    unsigned audioSource = 1;
+    bool logging = true;
+  };
+  struct Request;
+  static const std::vector<Request>& requests();
+
+  Status setVideoMode(const Fields& fields);
+  Status getVideoResolution(const Fields& fields);
+  Status setVideoResolution(const Fields& fields);
+  Status takeSnapshot(const Fields& fields);
+  Status setAudioSource(const Fields& fields);
+  Status controlStream(const Fields& fields);
+  Status controlAdmin(const Fields& fields);
+  Status setLogging(const Fields& fields);
+  void change(const Settings& settings);
+
+  BoardLog& mLog;
+  std::string mFolder;
+  Settings mSettings;
+  unsigned mStream = 0;
+  Restart mRestart = Restart::NONE;
+  std::vector<Snapshot> mSnapshots;
+};
+
+} // namespace sim
+
+#endif

@@ -1,0 +1,72 @@
+// The board as a table.
+#include "sim/Board.h"
+#include "sim/Quoting.h"
+
+#include <cstdarg>
+#include <cstdio>
+
+namespace sim {
+
+namespace {
+
+constexpr size_t WIDTH = 79; // some terminals begin a new line after the 80th character
+
+// One line of the table.
+[[gnu::format(printf, 1, 2)]] std::string row(const char* format, ...) {
+  char text[512];
+  va_list arguments;
+  va_start(arguments, format);
+  (void)vsnprintf(text, sizeof text, format, arguments); // longer ones are cut below
+  va_end(arguments);
+  std::string line = text;
+  line.erase(line.find_last_not_of(' ') + 1);
+  if (line.size() > WIDTH) line.replace(WIDTH - 3, line.npos, "...");
+  return line + "\n";
+}
+
+std::string rule() { return std::string(WIDTH, '-') + "\n"; }
+
+// A pair of settings side by side.
+std::string pair(const char* left, const std::string& value, const char* right, const std::string& other) {
+  return row("%-13s %-30s %-12s %s", left, value.c_str(), right, other.c_str());
+}
+
+} // namespace
+
+std::string Board::status() const {
+  const int set = mThermal.setPoint() + ThermalModel::RAW_OFFSET;
+  const int celsius = mThermal.temperature() + ThermalModel::RAW_OFFSET;
+  const std::string fan = std::to_string(mThermal.fan()) + " of " + std::to_string(ThermalModel::MAX_FAN) + ", " +
+                          std::to_string(mThermal.rpm()) + " rpm";
+  std::string text;
+  text += pair("temperature", std::to_string(celsius) + " C", "stream", mAppliance.streamText());
+  text += pair("alert", std::string(mAlert ? "on" : "off") + ", from " + std::to_string(set) + " C on", "format",
+               mAppliance.format());
+  text += pair("fan", fan, "resolution", mAppliance.resolution().text());
+  text += pair("vlan mode", mVlanMode ? "on" : "off", "audio", mAppliance.audioSource());
+  text += pair("firmware", FIRMWARE_VERSION + std::string(", restarts: ") + std::to_string(mRestarts), "logging",
+               mAppliance.logging() ? "on" : "off");
+  text += rule() + row("%-16s %9s %9s %12s  %s", "service", "queue", "messages", "last status", "fault");
+  for (const ServiceTask& task : SERVICE_TASKS) {
+    const auto found = mTraffic.find(task.name);
+    const Traffic traffic = found != mTraffic.end() ? found->second : Traffic();
+    std::string fault = faultOf(task.name).text();
+    if (fault == "none" && mDice.percent() > 0) fault = std::to_string(mDice.percent()) + " % at random";
+    text += row("%-16s %9d %9u %12s  %s", task.name, task.queueId, traffic.messages, traffic.lastStatus.c_str(),
+                fault.c_str());
+  }
+  text += rule();
+  for (const Snapshot& snapshot : mAppliance.snapshots())
+    text += row("%.8s snapshot slot %u %s", snapshot.time.c_str(), snapshot.slot, snapshot.size.c_str());
+  if (mAppliance.snapshots().empty()) text += "no snapshots\n";
+  text += rule();
+  for (const std::string& message : mMessages)
+    text += row("%s", message.c_str());
+  if (mMessages.empty()) text += "no messages\n";
+  text += rule();
+  for (const Node& node : mNodes)
+    text += row("%-42s %s", node.path.c_str(), quoted(node.text).substr(0, WIDTH).c_str());
+  return text;
+}
+
+} // namespace sim

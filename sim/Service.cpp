@@ -1,0 +1,132 @@
+#include "sim/Service.h"
+#include "messaging/MsgOf.h"
+#include "sim/Appliance.h"
+#include "sim/BoardSocket.h"
+#include "sim/Descriptor.h"
+
+#include <algorithm>
+#include <csignal>
+#include <cstring>
+#include <ctime>
+#include <fcntl.h>
+#include <stdexcept>
+#include <sys/ioctl.h>
+#include <sys/msg.h>
+
+namespace sim {
+
+namespace {
+
+constexpr int SPLIT_CHECKS = 10000;  // of 0.3 ms: as long as users wait
+constexpr long SPLIT_PAUSE = 300000; // nanoseconds
+constexpr int GARBAGE_BYTE = 0xa5;
+
+// The name of a field, from its label in the trace log.
+std::string nameIn(const char* label) {
+  const std::string text = label;
+  const size_t first = std::min(text.find_first_not_of(' '), text.size());
+  return text.substr(first, text.find_first_of(" =", first) - first);
+}
+
+// SIGTERM is blocked in a task. It ends a pause.
+void pauseFor(const timespec& time) {
+  sigset_t term;
+  (void)sigemptyset(&term); // cannot fail, like the next
+  (void)sigaddset(&term, SIGTERM);
+  if (sigtimedwait(&term, nullptr, &time) == SIGTERM) (void)raise(SIGTERM); // for the next pause
+}
+
+// A reply past MsgObj::Send(), which sends only whole ones.
+class RawReply {
+public:
+  explicit RawReply(const MsgObj& reply)
+      : mPipe(
+            open(("/tmp/tCliAppTask." + std::to_string(reply.GetDstTid())).c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC)),
+        mBytes(static_cast<const char*>(reply.image()), reply.size()) {}
+
+  void writeHalf() const { write(0, half()); }
+  void writeRest() const { write(half(), mBytes.size()); }
+  void writeGarbage() {
+    std::fill(mBytes.begin(), mBytes.end(), static_cast<char>(GARBAGE_BYTE));
+    write(0, mBytes.size());
+  }
+  // Until a moment after everything in the pipe has been read. The user has looked for more by then, and finds the rest
+  // when he next cleans the pipe.
+  void waitForReader() const {
+    int unread = 1;
+    for (int i = 0; i < SPLIT_CHECKS && unread > 0; ++i) {
+      if (ioctl(mPipe.get(), FIONREAD, &unread) != 0) return;
+      pauseFor({0, SPLIT_PAUSE});
+    }
+  }
+
+private:
+  size_t half() const { return mBytes.size() / 2; }
+  void write(size_t from, size_t to) const {
+    // A user who has gone, or who leaves the pipe full, misses what was wrong anyway.
+    const ssize_t written = ::write(mPipe.get(), mBytes.data() + from, to - from);
+    (void)written;
+  }
+
+  Descriptor mPipe;
+  std::string mBytes;
+};
+
+class EndMsg : public MsgOf<EndMsg> {
+public:
+  static const MsgLayout layout;
+  using MsgOf::MsgOf;
+  // Without its queue the receive loop returns.
+  int InvokeHandler(CommObj* receiver) override { return msgctl(receiver->GetMsgQId(), IPC_RMID, nullptr); }
+  MsgObj* CreateResponse() override { return nullptr; }
+};
+const MsgLayout EndMsg::layout = {"EndMsg", END_MESSAGE, PipeForm::none, false, false, {}};
+EndMsg endExemplar{Exemplar()};
+
+} // namespace
+
+Service::Order Service::report(const MsgObj& message, const MsgLayout& layout) const {
+  std::string flags = message.IsSyncMsg() ? "sync" : "";
+  if (message.IsRemoteMsg()) flags += flags.empty() ? "remote" : " remote";
+  Words question = {"message", mName, layout.name, std::to_string(message.GetSrcTid()), flags};
+  const auto* image = static_cast<const MsgImage*>(message.image());
+  for (size_t i = 0; i < layout.fieldCount(); ++i)
+    question.push_back(nameIn(layout.fields[i].label) + "=" + std::to_string(image->words[i]));
+  const Words answer = askBoard(question);
+  if (answer.size() < 2) throw std::runtime_error("the board does not know messages");
+  tev::log << (answer[0] == "on" ? tev::enable : tev::disable);
+  Order order{{}, ServiceFault::parse(answer[1]).value_or(ServiceFault())};
+  for (size_t i = 2; i < answer.size(); ++i)
+    order.words.push_back(static_cast<uint16_t>(std::stoul(answer[i])));
+  return order;
+}
+
+void Service::send(MsgObj* reply, const ServiceFault& fault) {
+  if (fault.kind == ServiceFault::LATE) pauseFor({fault.delay / 1000, fault.delay % 1000 * 1000000L});
+  if (fault.kind == ServiceFault::LATE || fault.kind == ServiceFault::NONE) {
+    (void)reply->Send(); // a reply has no reply
+    return;
+  }
+  RawReply raw(*reply);
+  delete reply;
+  switch (fault.kind) {
+  case ServiceFault::SHORT:
+    raw.writeHalf();
+    break;
+  case ServiceFault::SPLIT:
+    raw.writeHalf();
+    raw.waitForReader();
+    raw.writeRest();
+    break;
+  case ServiceFault::GARBAGE:
+    raw.writeGarbage();
+    break;
+  case ServiceFault::DIES:
+    raw.writeHalf();
+    _exit(DIED_AS_TOLD);
+  default: // the others send nothing
+    break;
+  }
+}
+
+} // namespace sim

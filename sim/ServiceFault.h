@@ -1,0 +1,54 @@
+// How the service tasks of the board can fail their users.
+#ifndef TEV_SIM_SERVICEFAULT_H
+#define TEV_SIM_SERVICEFAULT_H
+
+#include <optional>
+#include <random>
+#include <string>
+#include <string_view>
+
+namespace sim {
+
+struct ServiceFault {
+  enum Kind {
+    NONE,
+    SILENT,  // the reply is not sent
+    LATE,    // it is sent after `delay`
+    SHORT,   // its first half is sent
+    SPLIT,   // its second half comes a moment after the first
+    GARBAGE, // as many bytes as it has, but others
+    DIES,    // the task ends in mid-reply; the board starts it again
+    FULL,    // the task is stopped and its queue is full
+    ABSENT,  // neither the task nor its queue exist
+  };
+  Kind kind = NONE;
+  int delay = 0; // milliseconds
+
+  /// The fault as the command line names it: "late:500"; "none" for no fault.
+  std::string text() const;
+  /// The fault that `text` names.
+  static std::optional<ServiceFault> parse(std::string_view text);
+};
+
+/// Faults of single replies at random: the same seed always gives the same ones.
+class FaultDice {
+public:
+  static constexpr unsigned ALWAYS = 100;
+
+  FaultDice() = default; // no faults
+  /// `percent` of all replies fail.
+  FaultDice(unsigned seed, unsigned percent) : mEngine(seed), mPercent(percent) {}
+
+  ServiceFault roll();
+  unsigned percent() const { return mPercent; }
+
+private:
+  unsigned below(unsigned limit) { return static_cast<unsigned>(mEngine() % limit); }
+
+  std::mt19937 mEngine;
+  unsigned mPercent = 0;
+};
+
+} // namespace sim
+
+#endif

@@ -1,0 +1,142 @@
+#include "sim/ServiceProcesses.h"
+#include "sim/Failure.h"
+
+#include <algorithm>
+#include <csignal>
+#include <cstdio>
+#include <fcntl.h>
+#include <sys/msg.h>
+#include <sys/wait.h>
+
+namespace sim {
+
+namespace {
+
+constexpr int CRASHES_MAX = 3; // a task that ends by itself so often stays away
+
+struct QueueText {
+  long type = 1;
+  char text[512] = {};
+};
+
+// In a fresh IPC namespace the kernel lets the id of the next queue be chosen.
+void makeQueue(const ServiceTask& task) {
+  constexpr char NEXT[] = "/proc/sys/kernel/msg_next_id";
+  const std::string number = std::to_string(task.queueId);
+  const Descriptor next(check(open(NEXT, O_WRONLY | O_CLOEXEC), NEXT));
+  check(write(next.get(), number.data(), number.size()), NEXT);
+  const int id = check(msgget(task.queueKey, IPC_CREAT | IPC_EXCL | 0660), task.name);
+  if (id != task.queueId) throw std::runtime_error(task.name + std::string(": the queue has another id"));
+}
+
+// Fills a queue with messages that nobody can decode.
+void fill(int queueId) {
+  const QueueText nothing;
+  for (const size_t size : {sizeof nothing.text, size_t{1}}) {
+    while (msgsnd(queueId, &nothing, size, IPC_NOWAIT) == 0) {
+    } // until there is no room for another
+  }
+}
+
+std::string howItEnded(int status) {
+  if (WIFEXITED(status)) return "exit status " + std::to_string(WEXITSTATUS(status));
+  return "signal " + std::to_string(WTERMSIG(status));
+}
+
+std::string errorFile(const ServiceTask& task) { return std::string("/var/log/") + task.name + ".err"; }
+
+std::string lastWords(const ServiceTask& task) {
+  std::string text(4000, '\0');
+  const Descriptor errors(open(errorFile(task).c_str(), O_RDONLY | O_CLOEXEC));
+  text.resize(static_cast<size_t>(std::max(ssize_t{0}, read(errors.get(), text.data(), text.size()))));
+  return text;
+}
+
+} // namespace
+
+ServiceProcesses::ServiceProcesses(Program program, const std::map<std::string, ServiceFault>& faults, BoardLog& log)
+    : mProgram(std::move(program)), mLog(log) {
+  for (const ServiceTask& task : SERVICE_TASKS) {
+    const auto found = faults.find(task.name);
+    const ServiceFault::Kind fault = found != faults.end() ? found->second.kind : ServiceFault::NONE;
+    makeQueue(task);
+    if (fault == ServiceFault::ABSENT) {
+      // It has been there, so that the number 0, which stands for no task, goes to nobody else.
+      check(msgctl(task.queueId, IPC_RMID, nullptr), task.name);
+      continue;
+    }
+    mProcesses.push_back({&task});
+    startFirst(mProcesses.back());
+    if (fault == ServiceFault::FULL) {
+      check(::kill(mProcesses.back().pid, SIGSTOP), task.name);
+      fill(task.queueId);
+    }
+  }
+}
+
+void ServiceProcesses::startFirst(Process& process) {
+  int ends[2] = {-1, -1};
+  check(pipe2(ends, O_CLOEXEC), "pipe");
+  const Descriptor life(ends[0]);
+  Descriptor ready(ends[1]);
+  start(process, ready.get());
+  ready = Descriptor();
+  char sign = 0;
+  if (read(life.get(), &sign, 1) == 1) return;
+  throw std::runtime_error(process.task->name + std::string(" does not start: ") + lastWords(*process.task));
+}
+
+// `ready` becomes its standard output.
+void ServiceProcesses::start(Process& process, int ready) {
+  process.pid = check(fork(), "fork");
+  if (process.pid != 0) return;
+  (void)setsid(); // cannot fail in a new process; keeps the terminal's signals away
+  const Descriptor nothing(open("/dev/null", O_RDONLY | O_CLOEXEC));
+  const Descriptor file(open(errorFile(*process.task).c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644));
+  if (dup2(nothing.get(), 0) < 0 || dup2(ready, 1) < 0 || dup2(file.get(), 2) < 0) _exit(126);
+  sigset_t term;
+  (void)sigemptyset(&term); // cannot fail, like the next two
+  (void)sigaddset(&term, SIGTERM);
+  (void)sigprocmask(SIG_SETMASK, &term, nullptr);
+  startProgram(mProgram, {"tev-service", process.task->name});
+}
+
+void ServiceProcesses::childEnded(pid_t child, int status) {
+  for (Process& process : mProcesses) {
+    if (process.pid != child) continue;
+    process.pid = -1;
+    const bool asTold = WIFEXITED(status) && WEXITSTATUS(status) == DIED_AS_TOLD;
+    if (!asTold && !(mEnding && status == 0)) {
+      ++process.crashes;
+      mLog.add(std::string("service ") + process.task->name + " ended: " + howItEnded(status));
+      (void)fprintf(stderr, "tev-sim: %s ended: %s\n%s", process.task->name, howItEnded(status).c_str(),
+                    lastWords(*process.task).c_str());
+    }
+    if (!mEnding && process.crashes < CRASHES_MAX) start(process, STDOUT_FILENO);
+  }
+}
+
+void ServiceProcesses::end() {
+  mEnding = true;
+  QueueText last;
+  last.text[0] = static_cast<char>(END_MESSAGE >> 8U);
+  last.text[1] = static_cast<char>(END_MESSAGE & 0xffU);
+  for (const Process& process : mProcesses) {
+    if (process.pid < 0) continue;
+    // One whose queue is full, or gone, would not see its end coming.
+    const bool told = msgsnd(process.task->queueId, &last, sizeof(uint16_t), IPC_NOWAIT) == 0;
+    (void)::kill(process.pid, told ? SIGTERM : SIGKILL); // SIGTERM ends a pause; fails only when it has just ended
+  }
+}
+
+bool ServiceProcesses::allEnded() const {
+  return std::all_of(mProcesses.begin(), mProcesses.end(), [](const Process& p) { return p.pid < 0; });
+}
+
+void ServiceProcesses::kill() const {
+  for (const Process& process : mProcesses) {
+    if (process.pid >= 0) (void)::kill(process.pid, SIGKILL); // fails only when it has just ended
+  }
+}
+
+} // namespace sim

@@ -1,0 +1,55 @@
+// What the messages of the video service are to the services: in place of the console's units.
+#include "messaging/GetVideoResolutionReqMsg.h"
+#include "messaging/GetVideoResolutionRespMsg.h"
+#include "messaging/SetAudioSourceReqMsg.h"
+#include "messaging/SetAudioSourceRespMsg.h"
+#include "messaging/SetVideoModeReqMsg.h"
+#include "messaging/SetVideoModeRespMsg.h"
+#include "messaging/SetVideoResolutionReqMsg.h"
+#include "messaging/SetVideoResolutionRespMsg.h"
+#include "messaging/TakeSnapshotReqMsg.h"
+#include "messaging/TakeSnapshotRespMsg.h"
+#include "sim/Service.h"
+
+// Every service decodes all messages, so that one which reaches the wrong service is answered too.
+namespace {
+
+SetVideoModeReqMsg setVideoModeRequest{Exemplar()};
+SetVideoModeRespMsg setVideoModeResponse{Exemplar()};
+GetVideoResolutionReqMsg getVideoResolutionRequest{Exemplar()};
+GetVideoResolutionRespMsg getVideoResolutionResponse{Exemplar()};
+SetVideoResolutionReqMsg setVideoResolutionRequest{Exemplar()};
+SetVideoResolutionRespMsg setVideoResolutionResponse{Exemplar()};
+TakeSnapshotReqMsg takeSnapshotRequest{Exemplar()};
+TakeSnapshotRespMsg takeSnapshotResponse{Exemplar()};
+SetAudioSourceReqMsg setAudioSourceRequest{Exemplar()};
+SetAudioSourceRespMsg setAudioSourceResponse{Exemplar()};
+
+} // namespace
+
+int SetVideoModeReqMsg::InvokeHandler(CommObj* receiver) { return sim::serve<SetVideoModeRespMsg>(*this, receiver); }
+int SetVideoModeRespMsg::InvokeHandler(CommObj* receiver) { return sim::take(*this, receiver); }
+MsgObj* SetVideoModeRespMsg::CreateResponse() { return nullptr; }
+
+int GetVideoResolutionReqMsg::InvokeHandler(CommObj* receiver) {
+  return sim::serve<GetVideoResolutionRespMsg>(*this, receiver);
+}
+MsgObj* GetVideoResolutionReqMsg::CreateResponse() { return new (std::nothrow) GetVideoResolutionRespMsg; }
+int GetVideoResolutionRespMsg::InvokeHandler(CommObj* receiver) { return sim::take(*this, receiver); }
+MsgObj* GetVideoResolutionRespMsg::CreateResponse() { return nullptr; }
+
+int SetVideoResolutionReqMsg::InvokeHandler(CommObj* receiver) {
+  return sim::serve<SetVideoResolutionRespMsg>(*this, receiver);
+}
+int SetVideoResolutionRespMsg::InvokeHandler(CommObj* receiver) { return sim::take(*this, receiver); }
+MsgObj* SetVideoResolutionRespMsg::CreateResponse() { return nullptr; }
+
+int TakeSnapshotReqMsg::InvokeHandler(CommObj* receiver) { return sim::serve<TakeSnapshotRespMsg>(*this, receiver); }
+int TakeSnapshotRespMsg::InvokeHandler(CommObj* receiver) { return sim::take(*this, receiver); }
+MsgObj* TakeSnapshotRespMsg::CreateResponse() { return nullptr; }
+
+int SetAudioSourceReqMsg::InvokeHandler(CommObj* receiver) {
+  return sim::serve<SetAudioSourceRespMsg>(*this, receiver);
+}
+int SetAudioSourceRespMsg::InvokeHandler(CommObj* receiver) { return sim::take(*this, receiver); }
+MsgObj* SetAudioSourceRespMsg::CreateResponse() { return nullptr; }

@@ -1,0 +1,40 @@
+// Runs inside the board as one of its service tasks, the one that its only argument names.
+#include "sim/Appliance.h"
+#include "sim/Service.h"
+
+#include <cstdio>
+#include <cstring>
+#include <unistd.h>
+
+namespace sim {
+
+namespace {
+
+int run(const ServiceTask& task) {
+  tev::initlog((std::string("/var/log/") + task.name + ".log").c_str());
+  tev::log << tev::enable;
+  CommObj::SetKey(task.queueKey - 1);
+  const auto* service = new Service(task.name); // StopAll() ends it
+  if (service->GetMsgQId() != task.queueId) {
+    (void)fprintf(stderr, "%s: has queue %d instead of %d\n", task.name, service->GetMsgQId(), task.queueId);
+    return 1;
+  }
+  // Standard output is where the board waits for a sign of life, and for nothing more.
+  if (write(STDOUT_FILENO, "\n", 1) != 1) return 1;
+  if (dup2(STDERR_FILENO, STDOUT_FILENO) < 0) return 1;
+  const_cast<Service*>(service)->run();
+  CommObj::StopAll();
+  return 0;
+}
+
+} // namespace
+
+} // namespace sim
+
+int main(int argc, char** argv) {
+  for (const sim::ServiceTask& task : sim::SERVICE_TASKS) {
+    if (argc == 2 && std::strcmp(argv[1], task.name) == 0) return sim::run(task);
+  }
+  (void)fprintf(stderr, "tev-service: wants the name of a service task\n");
+  return 2;
+}
