@@ -237,7 +237,7 @@ int doLog(KrLogger* logger, int level, const char* format, va_list arguments) {
   if (logger == nullptr) return kr::failWith(KR_ERR_INVALID);
   return kr::uncancelledIfAsynchronous([&] {
     static constexpr kr::Place here{source, lineOfDoLog, "doLog", ""};
-    if (kr::lockMutex(logger->mutex, KR_WAIT_FOREVER, here, PTHREAD_CANCEL_DISABLE) != 0) return -1;
+    if (kr::lockMutex(logger->mutex, here, PTHREAD_CANCEL_DISABLE) != 0) return -1;
     // The other threads may be cancelled where a printer waits.
     kr::OnCancel onCancel{[logger] { (void)krMutexUnlock(logger->mutex); }};
     // An argument that cannot be converted ends the message where it stands.
