@@ -48,7 +48,7 @@ std::atomic<KrLogger*>& bucketOf(std::string_view name) {
 
 /// The part of a name that counts.
 std::string_view cut(const char* name) {
-  return name != nullptr ? std::string_view(name, strnlen(name, KR_LOG_MAX_NAME)) : std::string_view();
+  return name != nullptr ? std::string_view(name, strnlen(name, KR_LOG_MAX_NAME)) : std::string_view("");
 }
 
 /// Copies what cut() returned, or a text of the same size, into a zeroed field.
@@ -239,7 +239,7 @@ int doLog(KrLogger* logger, int level, const char* format, va_list arguments) {
     static constexpr kr::Place here{source, lineOfDoLog, "doLog", ""};
     if (kr::lockMutex(logger->mutex, here, PTHREAD_CANCEL_DISABLE) != 0) return -1;
     // The other threads may be cancelled where a printer waits.
-    kr::OnCancel onCancel{[logger] { (void)krMutexUnlock(logger->mutex); }};
+    kr::OnCancel onCancel{[logger] { kr::unlockMutex(logger->mutex); }};
     // An argument that cannot be converted ends the message where it stands.
     (void)vsnprintf(logger->message, sizeof logger->message, format, arguments);
     if (logger->printers == nullptr) {
@@ -255,7 +255,8 @@ int doLog(KrLogger* logger, int level, const char* format, va_list arguments) {
         printer->print(logger->message);
     }
     onCancel.armed = false;
-    return krMutexUnlock(logger->mutex);
+    kr::unlockMutex(logger->mutex);
+    return 0;
   });
 }
 

@@ -15,7 +15,7 @@ int krPrintf(const char* format, ...) {
   return count;
 }
 
-int krFdPrintf(int fd, const char* format, ...) {
+KR_UNWOUND_BY_CANCELLATION int krFdPrintf(int fd, const char* format, ...) {
   char text[1024];
   va_list arguments;
   va_start(arguments, format);

@@ -1,0 +1,220 @@
+#include "platform/CKrProperty.h"
+
+#include "platform/Diagnostic.h"
+#include "platform/Mutex.h"
+#include "platform/MutexOnce.h"
+#include "platform/Uncancelled.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <memory>
+
+CKrProperty::Instances* CKrProperty::_dbs = nullptr;
+std::atomic<KrLogger*> CKrProperty::_log{nullptr};
+std::atomic<KrMutex*> CKrProperty::_dbsMutex{nullptr};
+
+namespace {
+
+using kr::orEmpty;
+
+constexpr char source[] = "common/CKrProperty";
+
+struct CloseFile {
+  void operator()(FILE* file) const { (void)fclose(file); } // after reading; a writer closes before
+};
+using OpenFile = std::unique_ptr<FILE, CloseFile>;
+
+/// A line without its terminator, cut to what fits. Sets `*cut` if something did not. False at the end of the file.
+bool readLine(FILE* file, char (&line)[512], bool* cut) {
+  size_t length = 0;
+  *cut = false;
+  int c = getc(file);
+  const bool found = c != EOF;
+  for (; c != EOF && c != '\r' && c != '\n'; c = getc(file)) {
+    if (length < sizeof line - 1)
+      line[length++] = static_cast<char>(c);
+    else
+      *cut = true;
+  }
+  line[length] = '\0';
+  // The other character of a pair belongs to the terminator.
+  const int next = c != EOF ? getc(file) : EOF;
+  if (next != EOF && (next == c || (next != '\r' && next != '\n'))) (void)ungetc(next, file);
+  return found;
+}
+
+/// Does `work` with cancellation disabled, and tells the log if it runs out of memory.
+template <class Work>
+auto guarded(const std::atomic<KrLogger*>& log, const char* function, Work work) {
+  return kr::uncancelled([&] {
+    try {
+      return work();
+    } catch (const std::exception& error) {
+      krError(log, "CKrProperty::%s: error, %s", function, error.what());
+      return decltype(work())();
+    }
+  });
+}
+
+} // namespace
+
+CKrProperty* CKrProperty::getInstance(const char* file, KrPropCallback load, KrPropCallback store) {
+  if (file == nullptr) file = "properties.txt";
+  return guarded(_log, "getInstance", [=]() -> CKrProperty* {
+    KrMutex* const mutex = kr::mutexOnce(_dbsMutex);
+    if (mutex == nullptr) throw std::bad_alloc();
+    const kr::Held held(mutex, source, 105,
+                        "static CKrProperty* CKrProperty::getInstance(char*, bool (*)(char*, KrPropMap&), "
+                        "bool (*)(char*, KrPropMap&))");
+    if (_log == nullptr) _log = krLogGetLogger("comps.kr");
+    if (strlen(file) >= sizeof file_) {
+      krError(_log, "CKrProperty::getInstance: error, file name of more than 255 characters");
+      return nullptr;
+    }
+    if (_dbs == nullptr) _dbs = new Instances;
+    CKrProperty*& instance = (*_dbs)[file];
+    if (instance == nullptr) {
+      instance = new CKrProperty(file, load, store);
+      krInfo(_log, "Loading property file '%s'", file);
+      (void)instance->load(); // an instance without a file is empty
+      instance->dirty_ = false;
+    }
+    return instance;
+  });
+}
+
+CKrProperty::CKrProperty(const char* file, KrPropCallback loader, KrPropCallback storer)
+    : mutex_(krMutexCreate()), load_(loader != nullptr ? loader : loadFile),
+      store_(storer != nullptr ? storer : storeFile) {
+  if (mutex_ == nullptr) throw std::bad_alloc();
+  strncpy(file_, file, sizeof file_ - 1);
+}
+
+bool CKrProperty::load(const char* file) {
+  return guarded(_log, "load", [=] {
+    const kr::Held held(mutex_, source, 143, "bool CKrProperty::load(char*)");
+    std::string name(file != nullptr ? file : file_);
+    if (dirty_) (void)store(name.c_str());
+    return load_(name.data(), settings_);
+  });
+}
+
+bool CKrProperty::store(const char* file) {
+  return guarded(_log, "store", [=] {
+    const kr::Held held(mutex_, source, 174, "bool CKrProperty::store(char*)");
+    if (!dirty_) return true;
+    std::string name(file != nullptr ? file : file_);
+    const bool stored = store_(name.data(), settings_);
+    if (stored) dirty_ = false;
+    return stored;
+  });
+}
+
+bool CKrProperty::loadFile(char* file, KrPropMap& settings) {
+  return guarded(_log, "loadFile", [&] {
+    settings.clear();
+    const OpenFile open(fopen(file, "r"));
+    if (open == nullptr) {
+      krWarn(_log, "CKrProperty::loadFile Unable to open '%s'", file);
+      return false;
+    }
+    char line[512];
+    bool cut = false;
+    while (readLine(open.get(), line, &cut) && line[0] != '\0') {
+      if (cut) krWarn(_log, "CKrProperty::loadFile Line of more than 511 characters cut in '%s'", file);
+      char* const equals = strchr(line, '=');
+      if (equals == nullptr) continue;
+      *equals = '\0';
+      settings[line] = equals + 1;
+    }
+    if (ferror(open.get()) == 0) return true;
+    krWarn(_log, "CKrProperty::loadFile Unable to read '%s'", file);
+    return false;
+  });
+}
+
+bool CKrProperty::storeFile(char* file, KrPropMap& settings) {
+  return kr::uncancelled([&] {
+    FILE* const open = fopen(file, "w");
+    if (open == nullptr) return false;
+    for (const auto& [name, value] : settings)
+      (void)fprintf(open, "%s=%s\n", name.c_str(), value.c_str()); // a failure stays with the stream
+    const bool written = ferror(open) == 0;
+    return fclose(open) == 0 && written;
+  });
+}
+
+void CKrProperty::setProperty(const char* name, const char* value) {
+  if (name == nullptr || value == nullptr) {
+    krError(_log, "CKrProperty::setProperty: error, null parameter");
+    return;
+  }
+  guarded(_log, "setProperty", [=] {
+    const kr::Held held(mutex_, source, 227, "void CKrProperty::setProperty(const char*, const char*)");
+    const auto found = settings_.find(name);
+    if (found == settings_.end())
+      settings_.emplace(name, value);
+    else if (found->second != value)
+      found->second = std::string(value);
+    else
+      return;
+    dirty_ = true;
+  });
+}
+
+void CKrProperty::setProperty(const char* name, int32_t value) {
+  char text[12];
+  (void)snprintf(text, sizeof text, "%d", value);
+  setProperty(name, text);
+}
+
+template <class Use>
+auto CKrProperty::withValue(const char* name, int line, const char* function, Use use) {
+  return kr::uncancelled([&] {
+    const kr::Held held(mutex_, source, line, function);
+    const auto found = settings_.find(name);
+    return use(found != settings_.end() ? found->second.c_str() : nullptr);
+  });
+}
+
+char* CKrProperty::getProperty(const char* name, char* buffer, const char* defaultText, int size) {
+  if (name == nullptr || buffer == nullptr) {
+    krError(_log, "CKrProperty::getProperty: error, null parameter");
+    return buffer;
+  }
+  return withValue(name, 269, "char* CKrProperty::getProperty(const char*, char*, const char*, int)",
+                   [=](const char* value) {
+                     const char* const text = value != nullptr ? value : orEmpty(defaultText);
+                     if (size < 0) return buffer;
+                     size_t length = strlen(text);
+                     if (size > 0) length = std::min(length, static_cast<size_t>(size) - 1);
+                     memmove(buffer, text, length); // the default may be what the buffer holds
+                     buffer[length] = '\0';
+                     return buffer;
+                   });
+}
+
+int32_t CKrProperty::getProperty(const char* name, int32_t defaultValue) {
+  if (name == nullptr) {
+    krError(_log, "CKrProperty::getProperty: error, null parameter");
+    return 0;
+  }
+  return withValue(name, 320, "int32 CKrProperty::getProperty(const char*, int32)", [=](const char* value) {
+    if (value == nullptr) return defaultValue;
+    const long number = strtol(value, nullptr, 10);
+    return static_cast<int32_t>(std::clamp<long>(number, INT32_MIN, INT32_MAX));
+  });
+}
+
+unsigned int CKrProperty::getLength(const char* name, const char* defaultText) {
+  if (name == nullptr) {
+    krError(_log, "CKrProperty::getLength: error, null parameter");
+    return 0;
+  }
+  return withValue(name, 354, "unsigned int CKrProperty::getLength(const char*, const char*)", [=](const char* value) {
+    return static_cast<unsigned int>(strlen(value != nullptr ? value : orEmpty(defaultText)));
+  });
+}

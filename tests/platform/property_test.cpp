@@ -1,0 +1,192 @@
+#include "platform/CKrProperty.h"
+
+#include "tests/platform/Scratch.h"
+#include "tests/platform/WaitingPlaces.h"
+
+#include <climits>
+
+using std::string;
+
+namespace {
+
+string logged; // on the store's log since the last look
+
+class Property : public Scratch {
+protected:
+  void SetUp() override {
+    Scratch::SetUp();
+    krLogAddPrinter(krLogGetLogger("comps.kr"), "test", [](const char* message) { logged += string(message) + '\n'; });
+    store = CKrProperty::getInstance();
+    EXPECT_EQ(takeLog(), "Loading property file 'properties.txt'\n"
+                         "CKrProperty::loadFile Unable to open 'properties.txt'\n");
+  }
+  string takeLog() { return std::exchange(logged, ""); }
+  string get(const char* name, int size = 0) {
+    char buffer[600];
+    return store->getProperty(name, buffer, "dflt", size);
+  }
+  CKrProperty* store = nullptr;
+};
+
+/// A medium that is no file.
+KrPropMap medium{{"a", "1"}};
+string uses;
+bool works = true;
+bool loadMedium(char* file, KrPropMap& settings) {
+  uses += string("load ") + file + " ";
+  if (string(file) == "throw") throw std::bad_alloc();
+  settings = medium;
+  return works;
+}
+bool storeMedium(char* file, KrPropMap& settings) {
+  uses += string("store ") + file + " ";
+  if (works) medium = settings;
+  return works;
+}
+
+} // namespace
+
+TEST_F(Property, TextFile) {
+  const string longest(509, 'v');
+  const struct {
+    string file;
+    KrPropMap settings;
+  } table[] = {{"a=1\r\nb=x=y\n\nc=3\n", {{"a", "1"}, {"b", "x=y"}}},
+               {"a=1\n\rb=2\rno\n=e\n b = \na=9", {{"a", "9"}, {"b", "2"}, {"", "e"}, {" b ", " "}}},
+               {"\na=1\n", {}},
+               {"a=1\r\n\r\nb=2", {{"a", "1"}}},
+               {"a=" + longest + "\nb=2\n", {{"a", longest}, {"b", "2"}}},
+               {"a=" + longest + "=" + longest + "\r\nb=2", {{"a", longest}, {"b", "2"}}}};
+  char file[] = "file", directory[] = ".", full[] = "/dev/full", missing[] = "no/file";
+  for (const auto& row : table) {
+    EXPECT_EQ(takeLog(), "");
+    write(file, row.file);
+    KrPropMap settings{{"old", "1"}};
+    EXPECT_TRUE(CKrProperty::loadFile(file, settings));
+    EXPECT_EQ(settings, row.settings) << row.file;
+  }
+  EXPECT_EQ(takeLog(), "CKrProperty::loadFile Line of more than 511 characters cut in 'file'\n");
+  KrPropMap settings{{"b", "2=3"}, {"\xff", "4"}, {"a", ""}};
+  EXPECT_TRUE(CKrProperty::storeFile(file, settings));
+  EXPECT_EQ(contents(file), "a=\nb=2=3\n\xff=4\n");
+  EXPECT_FALSE(CKrProperty::storeFile(full, settings) || CKrProperty::storeFile(missing, settings));
+  EXPECT_FALSE(CKrProperty::loadFile(directory, settings) || CKrProperty::loadFile(missing, settings));
+  EXPECT_TRUE(settings.empty());
+}
+
+TEST_F(Property, Values) {
+  store->setProperty("text", "4711x");
+  store->setProperty("low", INT_MIN);
+  store->setProperty("high", "99999999999999999999");
+  EXPECT_EQ(get("text") + get("none") + get("none", 3) + get("text", 1) + get("text", 99), "4711xdfltdf4711x");
+  EXPECT_EQ(get("low"), "-2147483648");
+  char same[] = "keep";
+  EXPECT_STREQ(store->getProperty("none", same, same, 3), "ke");
+  EXPECT_STREQ(store->getProperty("text", same, same, -1), "ke");
+  EXPECT_STREQ(store->getProperty("none", same, nullptr, 3), "");
+  EXPECT_EQ(store->getProperty("text", 7) + store->getProperty("none", 7), 4718);
+  EXPECT_EQ(store->getProperty("low", 7) + store->getProperty("high", 7), -1);
+  EXPECT_EQ(store->getLength("text", "x") * 100 + store->getLength("none", "xx") * 10 +
+                store->getLength("none", nullptr),
+            520u);
+  store->setProperty("text", "abc");
+  EXPECT_EQ(store->getProperty("text", 7), 0);
+  EXPECT_EQ(takeLog(), "");
+  store->setProperty(nullptr, "x");
+  store->setProperty("text", nullptr);
+  EXPECT_EQ(store->getProperty(nullptr, same, "x", 2), same);
+  EXPECT_EQ(store->getProperty("x", nullptr, "x", 2), nullptr);
+  EXPECT_EQ(store->getProperty(nullptr, 7) + static_cast<int>(store->getLength(nullptr, "x")), 0);
+  const string error = ": error, null parameter\n", set = "CKrProperty::setProperty" + error,
+               get = "CKrProperty::getProperty" + error;
+  EXPECT_EQ(takeLog(), set + set + get + get + get + "CKrProperty::getLength" + error);
+}
+
+TEST_F(Property, StoresOnlyChanges) {
+  EXPECT_TRUE(store->store());
+  EXPECT_FALSE(std::filesystem::exists("properties.txt")); // nothing changed
+  store->setProperty("sn", "1");
+  EXPECT_FALSE(store->store("/dev/full"));
+  EXPECT_TRUE(store->store()); // it was still changed
+  EXPECT_EQ(contents("properties.txt"), "sn=1\n");
+  write("properties.txt", "sn=2\n");
+  store->setProperty("sn", "1"); // it is so
+  EXPECT_TRUE(store->store());
+  EXPECT_EQ(contents("properties.txt"), "sn=2\n");
+  EXPECT_TRUE(store->load());
+  EXPECT_EQ(get("sn"), "2");
+  store->setProperty("sn", 3);
+  EXPECT_TRUE(store->load()); // stores first
+  EXPECT_EQ(get("sn") + contents("properties.txt"), "3sn=3\n");
+  EXPECT_FALSE(store->load("missing"));
+  EXPECT_EQ(get("sn"), "dflt");
+}
+
+TEST_F(Property, OneInstancePerFileWithItsCallbacks) {
+  EXPECT_EQ(CKrProperty::getInstance("properties.txt", loadMedium), store);
+  CKrProperty* const other = CKrProperty::getInstance("medium", loadMedium, storeMedium);
+  EXPECT_EQ(CKrProperty::getInstance("medium"), other);
+  EXPECT_EQ(other->getProperty("a", 0), 1);
+  other->setProperty("a", "2");
+  works = false;
+  EXPECT_FALSE(other->store() || other->load("else") || other->load("throw"));
+  works = true;
+  EXPECT_TRUE(other->store("else") && other->store() && other->load());
+  EXPECT_EQ(uses, "load medium store medium store else load else store throw load throw store else load medium ");
+  EXPECT_NE(takeLog().find("CKrProperty::load: error, std::bad_alloc\n"), string::npos);
+  EXPECT_NE(CKrProperty::getInstance(string(255, 'n').c_str()), nullptr);
+  takeLog();
+  EXPECT_EQ(CKrProperty::getInstance(string(256, 'n').c_str()), nullptr);
+  EXPECT_EQ(takeLog(), "CKrProperty::getInstance: error, file name of more than 255 characters\n");
+}
+
+TEST_F(Property, ThreadsShareAnInstance) {
+  std::atomic<int> wrong{0};
+  const auto work = [&](int i) {
+    const string name = "n" + std::to_string(i);
+    for (int n = 0; n < 500; ++n) {
+      store->setProperty(name.c_str(), n);
+      wrong += store->getProperty(name.c_str(), -1) != n || !store->store() ||
+               CKrProperty::getInstance(std::to_string(n).c_str()) == nullptr;
+    }
+  };
+  std::thread one(work, 1);
+  work(2);
+  one.join();
+  EXPECT_EQ(wrong, 0);
+  EXPECT_EQ(contents("properties.txt"), "n1=499\nn2=499\n");
+}
+
+TEST_F(Property, WaitingPlaces) {
+  static std::atomic<bool> held{true};
+  CKrProperty* const busy = CKrProperty::getInstance("x", loadMedium, [](char*, KrPropMap&) {
+    waitUntil([] { return !held; });
+    return true;
+  });
+  busy->setProperty("a", "2");
+  std::thread holder([=] { busy->store(); });
+  std::thread maker([] {
+    CKrProperty::getInstance("y", [](char*, KrPropMap&) {
+      waitUntil([] { return !held; });
+      return true;
+    });
+  });
+  krThreadSuspend(200);
+  char buffer[9];
+  const auto places =
+      waitingPlaces({[] { CKrProperty::getInstance("z"); }, [=] { busy->load(); }, [=] { busy->store(); },
+                     [=] { busy->setProperty("a", "3"); }, [&] { busy->getProperty("a", buffer, "", 9); },
+                     [=] { busy->getProperty("a", 1); }, [=] { busy->getLength("a", ""); }},
+                    [] { held = false; });
+  holder.join();
+  maker.join();
+  const string at = "common/CKrProperty ";
+  EXPECT_EQ(places,
+            (std::set<string>{at + "105 static CKrProperty* CKrProperty::getInstance(char*, bool (*)(char*, "
+                                   "KrPropMap&), bool (*)(char*, KrPropMap&))",
+                              at + "143 bool CKrProperty::load(char*)", at + "174 bool CKrProperty::store(char*)",
+                              at + "227 void CKrProperty::setProperty(const char*, const char*)",
+                              at + "269 char* CKrProperty::getProperty(const char*, char*, const char*, int)",
+                              at + "320 int32 CKrProperty::getProperty(const char*, int32)",
+                              at + "354 unsigned int CKrProperty::getLength(const char*, const char*)"}));
+}
