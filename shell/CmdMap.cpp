@@ -1,6 +1,7 @@
 #include "shell/CmdMap.h"
 
 #include "commands/AudioSourceCmd.h"
+#include "commands/FactoryResetCmd.h"
 #include "commands/FanCmd.h"
 #include "commands/LogCmd.h"
 #include "commands/MacCmd.h"
@@ -32,6 +33,7 @@ void initmap() {
   enter(new TemperatureCmd);
   enter(new FanCmd);
   enter(new VlanCmd);
+  enter(new FactoryResetCmd);
   enter(new LogCmd);
   enter(new StreamCmd);
   enter(new TakeSnapshotCmd);

@@ -98,6 +98,7 @@ Outcome play(const Session& session) {
   const auto input = session.sections.find("input");
   std::ofstream(base + "/in") << (input != session.sections.end() ? input->second : "");
   (void)setenv("TEV_CLI", cli.c_str(), 1);
+  (void)setenv("TEV_PUT_SN", TEV_PUT_SN_PATH, 0);
 
   Outcome outcome;
   outcome.status = run("exec timeout 60 " + sim + " --private-tmp --frozen --log " + base + "/board " +

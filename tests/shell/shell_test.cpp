@@ -88,7 +88,7 @@ TEST_F(PromptLoop, ACommandThatThrowsDoesNotEndTheShell) {
 TEST(Registry, HoldsEveryCommandUnderItsOwnKey) {
   gCmdMap.clear();
   initmap();
-  EXPECT_EQ(gCmdMap.size(), 15u);
+  EXPECT_EQ(gCmdMap.size(), 16u);
   for (const auto& [key, object] : gCmdMap) {
     EXPECT_EQ(key, object->getkey());
     const std::string longText = object->getlong();
