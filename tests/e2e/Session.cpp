@@ -79,6 +79,8 @@ std::vector<Session> readSessions(const std::string& path) {
       sessions.back().command = value;
     } else if (key == "status") {
       sessions.back().status = std::stoi(value);
+    } else if (key == "input-file") {
+      sessions.back().sections["input"] = contentOf(std::string(TEV_SOURCE_PATH "/") + value);
     } else if (key == "input" || key == "out" || key == "err" || key == "board") {
       section = key;
       sessions.back().sections[section] += "";

@@ -6,6 +6,7 @@
 //   options: --missing /sys/class/gpio/gpio27/value        options of tev-sim (words; default none)
 //   command: sh -c '$TEV_CLI; cat /tmp/cli.log'            run in place of the shell (passed to sh -c; optional)
 //   status: 0                                              expected exit status (default 0)
+//   input-file: docs/tour.txt                              in place of an input section; from the project's root
 //   input:                                                 sections: each content line stands behind a |
 //   |temperature
 //   out:
