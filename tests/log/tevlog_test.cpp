@@ -44,8 +44,8 @@ void* operator new(std::size_t size) {
   if (void* block = std::malloc(size)) return block;
   throw std::bad_alloc();
 }
-void operator delete(void* block) noexcept { std::free(block); }
-void operator delete(void* block, std::size_t) noexcept { std::free(block); }
+[[gnu::noinline]] void operator delete(void* block) noexcept { std::free(block); }
+[[gnu::noinline]] void operator delete(void* block, std::size_t) noexcept { std::free(block); }
 
 TEST_F(TraceLog, WritesEveryKindOfValueInTheBaseLastSet) {
   const std::string file = path("a.log");
