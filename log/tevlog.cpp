@@ -103,7 +103,8 @@ tevlog& tevlog::operator=(tevlog& other) {
 
 bool tevlog::IsEnabled() const { return LogStep::isEnabled(*this); }
 
-tevlog log("/tmp/transient.log");
+// Before all other static objects of the program: prototypes of messages write to it when they register.
+__attribute__((init_priority(200))) tevlog log("/tmp/transient.log");
 
 void initlog(const char* filename) {
   try {

@@ -21,7 +21,12 @@ CmdMap gCmdMap;
 
 namespace {
 
-void enter(CmdFunctor* command) { gCmdMap[command->getkey()] = command; }
+void enter(CmdFunctor* command) {
+  // The objects outlive the registry. This keeps them in sight of leak checkers.
+  static auto* const all = new std::vector<CmdFunctor*>;
+  all->push_back(command);
+  gCmdMap[command->getkey()] = command;
+}
 
 } // namespace
 
