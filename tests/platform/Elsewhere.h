@@ -1,4 +1,5 @@
-// Work on other threads, for the tests of locks and threads.
+// What several tests of this folder need: locks as one place of the source takes them, work on other threads, and what
+// is printed meanwhile.
 #ifndef TEV_TESTS_PLATFORM_ELSEWHERE_H
 #define TEV_TESTS_PLATFORM_ELSEWHERE_H
 
@@ -6,8 +7,10 @@
 
 #include <atomic>
 #include <cerrno>
+#include <fstream>
 #include <functional>
 #include <gtest/gtest.h>
+#include <sstream>
 #include <string>
 #include <thread>
 
@@ -15,55 +18,59 @@ inline int lock(KrMutex* mutex, int timeoutMs) { return krMutexLockDebug(mutex, 
 inline int readLock(KrReadWrite* rw) { return krReadLockDebug(rw, "b.cpp", 8, "r"); }
 inline int writeLock(KrReadWrite* rw) { return krWriteLockDebug(rw, "b.cpp", 9, "w"); }
 
+/// errno of a call that returned -1, 0 of one that did not.
+inline int errnoOf(int result) { return result == -1 ? errno : 0; }
+
 /// Runs `work` on another thread to its end and returns its result.
-template <class Work>
-int elsewhere(Work work) {
+inline int elsewhere(const std::function<int()>& work) {
   int result = 0;
   std::thread([&] { result = work(); }).join();
   return result;
 }
 
-/// errno of a call that returned -1, 0 of one that did not.
-inline int errnoOf(int result) { return result == -1 ? errno : 0; }
-
-/// Whether the whole text matches an extended POSIX expression.
-inline bool matches(const std::string& text, const std::string& expression) {
-  return testing::internal::RE::FullMatch(text, testing::internal::RE(expression));
-}
-
-template <class Condition>
-void waitUntil(Condition condition) {
+inline void waitUntil(const std::function<bool()>& condition) {
   while (!condition())
     krThreadSuspend(1);
 }
 
-/// A POSIX thread that does `work`, in the given cancellation type, until it returns or is cancelled.
-class Cancellable {
-public:
-  Cancellable(int type, std::function<void()> work) : type_(type), work_(std::move(work)) {
-    EXPECT_EQ(pthread_create(&thread_, nullptr, run, this), 0);
-    waitUntil([this] { return started_.load(); });
-  }
-  /// Whether it had to be cancelled to end.
-  bool cancel() {
-    EXPECT_EQ(pthread_cancel(thread_), 0);
-    void* result = nullptr;
-    EXPECT_EQ(pthread_join(thread_, &result), 0);
-    return result == PTHREAD_CANCELED;
-  }
+/// What `work` prints on standard output.
+inline std::string printed(const std::function<void()>& work) {
+  testing::internal::CaptureStdout();
+  work();
+  return testing::internal::GetCapturedStdout();
+}
 
-private:
-  static void* run(void* argument) {
-    auto& self = *static_cast<Cancellable*>(argument);
-    (void)pthread_setcanceltype(self.type_, nullptr);
-    self.started_ = true;
-    self.work_();
-    return nullptr;
+/// Whether the whole text matches an extended POSIX expression.
+inline testing::AssertionResult matches(const std::string& text, const std::string& expression) {
+  if (testing::internal::RE::FullMatch(text, testing::internal::RE(expression))) return testing::AssertionSuccess();
+  return testing::AssertionFailure() << text << "does not match " << expression;
+}
+
+inline std::string contents(const std::string& path) {
+  std::ostringstream text;
+  text << std::ifstream(path).rdbuf();
+  return text.str();
+}
+
+template <class Value>
+std::string text(const Value& value) {
+  return (std::ostringstream() << value).str();
+}
+
+/// Lets `work` wait on a thread of either cancellation type and expects that it has to be cancelled to end.
+inline void expectCancellable(const std::function<void()>& work) {
+  for (const int type : {PTHREAD_CANCEL_DEFERRED, PTHREAD_CANCEL_ASYNCHRONOUS}) {
+    std::atomic<bool> ended{false};
+    std::thread thread([&] {
+      (void)pthread_setcanceltype(type, nullptr);
+      work();
+      ended = true;
+    });
+    krThreadSuspend(50); // for it to wait; else it is cancelled where it begins to
+    EXPECT_EQ(pthread_cancel(thread.native_handle()), 0);
+    thread.join();
+    EXPECT_FALSE(ended);
   }
-  const int type_;
-  const std::function<void()> work_;
-  std::atomic<bool> started_{false};
-  pthread_t thread_{};
-};
+}
 
 #endif
