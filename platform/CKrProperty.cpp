@@ -46,39 +46,45 @@ bool readLine(FILE* file, char (&line)[512], bool* cut) {
   return found;
 }
 
+} // namespace
+
+KrLogger* CKrProperty::log() {
+  // A handle does not outlive a reset of the loggers.
+  KrLogger* const logger = krLogGetLogger("comps.kr");
+  _log = logger;
+  return logger;
+}
+
 /// Does `work` with cancellation disabled, and tells the log if it runs out of memory.
 template <class Work>
-auto guarded(const std::atomic<KrLogger*>& log, const char* function, Work work) {
+auto CKrProperty::guarded(const char* function, Work work) {
   return kr::uncancelled([&] {
     try {
       return work();
     } catch (const std::exception& error) {
-      krError(log, "CKrProperty::%s: error, %s", function, error.what());
+      krError(log(), "CKrProperty::%s: error, %s", function, error.what());
       return decltype(work())();
     }
   });
 }
 
-} // namespace
-
 CKrProperty* CKrProperty::getInstance(const char* file, KrPropCallback load, KrPropCallback store) {
   if (file == nullptr) file = "properties.txt";
-  return guarded(_log, "getInstance", [=]() -> CKrProperty* {
+  return guarded("getInstance", [=]() -> CKrProperty* {
     KrMutex* const mutex = kr::mutexOnce(_dbsMutex);
     if (mutex == nullptr) throw std::bad_alloc();
     const kr::Held held(mutex, source, 105,
                         "static CKrProperty* CKrProperty::getInstance(char*, bool (*)(char*, KrPropMap&), "
                         "bool (*)(char*, KrPropMap&))");
-    if (_log == nullptr) _log = krLogGetLogger("comps.kr");
     if (strlen(file) >= sizeof file_) {
-      krError(_log, "CKrProperty::getInstance: error, file name of more than 255 characters");
+      krError(log(), "CKrProperty::getInstance: error, file name of more than 255 characters");
       return nullptr;
     }
     if (_dbs == nullptr) _dbs = new Instances;
     CKrProperty*& instance = (*_dbs)[file];
     if (instance == nullptr) {
       instance = new CKrProperty(file, load, store);
-      krInfo(_log, "Loading property file '%s'", file);
+      krInfo(log(), "Loading property file '%s'", file);
       (void)instance->load(); // an instance without a file is empty
       instance->dirty_ = false;
     }
@@ -94,7 +100,7 @@ CKrProperty::CKrProperty(const char* file, KrPropCallback loader, KrPropCallback
 }
 
 bool CKrProperty::load(const char* file) {
-  return guarded(_log, "load", [=] {
+  return guarded("load", [=] {
     const kr::Held held(mutex_, source, 143, "bool CKrProperty::load(char*)");
     std::string name(file != nullptr ? file : file_);
     if (dirty_) (void)store(name.c_str());
@@ -103,7 +109,7 @@ bool CKrProperty::load(const char* file) {
 }
 
 bool CKrProperty::store(const char* file) {
-  return guarded(_log, "store", [=] {
+  return guarded("store", [=] {
     const kr::Held held(mutex_, source, 174, "bool CKrProperty::store(char*)");
     if (!dirty_) return true;
     std::string name(file != nullptr ? file : file_);
@@ -114,24 +120,24 @@ bool CKrProperty::store(const char* file) {
 }
 
 bool CKrProperty::loadFile(char* file, KrPropMap& settings) {
-  return guarded(_log, "loadFile", [&] {
+  return guarded("loadFile", [&] {
     settings.clear();
     const OpenFile open(fopen(file, "r"));
     if (open == nullptr) {
-      krWarn(_log, "CKrProperty::loadFile Unable to open '%s'", file);
+      krWarn(log(), "CKrProperty::loadFile Unable to open '%s'", file);
       return false;
     }
     char line[512];
     bool cut = false;
     while (readLine(open.get(), line, &cut) && line[0] != '\0') {
-      if (cut) krWarn(_log, "CKrProperty::loadFile Line of more than 511 characters cut in '%s'", file);
+      if (cut) krWarn(log(), "CKrProperty::loadFile Line of more than 511 characters cut in '%s'", file);
       char* const equals = strchr(line, '=');
       if (equals == nullptr) continue;
       *equals = '\0';
       settings[line] = equals + 1;
     }
     if (ferror(open.get()) == 0) return true;
-    krWarn(_log, "CKrProperty::loadFile Unable to read '%s'", file);
+    krWarn(log(), "CKrProperty::loadFile Unable to read '%s'", file);
     return false;
   });
 }
@@ -149,10 +155,10 @@ bool CKrProperty::storeFile(char* file, KrPropMap& settings) {
 
 void CKrProperty::setProperty(const char* name, const char* value) {
   if (name == nullptr || value == nullptr) {
-    krError(_log, "CKrProperty::setProperty: error, null parameter");
+    krError(log(), "CKrProperty::setProperty: error, null parameter");
     return;
   }
-  guarded(_log, "setProperty", [=] {
+  guarded("setProperty", [=] {
     const kr::Held held(mutex_, source, 227, "void CKrProperty::setProperty(const char*, const char*)");
     const auto found = settings_.find(name);
     if (found == settings_.end())
@@ -182,7 +188,7 @@ auto CKrProperty::withValue(const char* name, int line, const char* function, Us
 
 char* CKrProperty::getProperty(const char* name, char* buffer, const char* defaultText, int size) {
   if (name == nullptr || buffer == nullptr) {
-    krError(_log, "CKrProperty::getProperty: error, null parameter");
+    krError(log(), "CKrProperty::getProperty: error, null parameter");
     return buffer;
   }
   return withValue(name, 269, "char* CKrProperty::getProperty(const char*, char*, const char*, int)",
@@ -199,7 +205,7 @@ char* CKrProperty::getProperty(const char* name, char* buffer, const char* defau
 
 int32_t CKrProperty::getProperty(const char* name, int32_t defaultValue) {
   if (name == nullptr) {
-    krError(_log, "CKrProperty::getProperty: error, null parameter");
+    krError(log(), "CKrProperty::getProperty: error, null parameter");
     return 0;
   }
   return withValue(name, 320, "int32 CKrProperty::getProperty(const char*, int32)", [=](const char* value) {
@@ -211,7 +217,7 @@ int32_t CKrProperty::getProperty(const char* name, int32_t defaultValue) {
 
 unsigned int CKrProperty::getLength(const char* name, const char* defaultText) {
   if (name == nullptr) {
-    krError(_log, "CKrProperty::getLength: error, null parameter");
+    krError(log(), "CKrProperty::getLength: error, null parameter");
     return 0;
   }
   return withValue(name, 354, "unsigned int CKrProperty::getLength(const char*, const char*)", [=](const char* value) {

@@ -66,6 +66,9 @@ private:
   using Instances = std::map<std::string, CKrProperty*, std::less<>>;
 
   CKrProperty(const char* file, KrPropCallback loader, KrPropCallback storer);
+  static KrLogger* log();
+  template <class Work>
+  static auto guarded(const char* function, Work work);
   template <class Use>
   auto withValue(const char* name, int line, const char* function, Use use);
 
@@ -76,8 +79,8 @@ private:
   const KrPropCallback load_;
   const KrPropCallback store_;
 
-  static Instances* _dbs; ///< guarded by _dbsMutex; lives as long as the process
-  static std::atomic<KrLogger*> _log;
+  static Instances* _dbs;             ///< guarded by _dbsMutex; lives as long as the process
+  static std::atomic<KrLogger*> _log; ///< "comps.kr", as it was last looked up
   static std::atomic<KrMutex*> _dbsMutex;
 };
 

@@ -8,16 +8,12 @@
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <sstream>
-#include <string>
 #include <sys/mount.h>
 
 /// The current directory is an empty one, removed afterwards.
 class Scratch : public testing::Test {
 protected:
-  void SetUp() override {
-    ASSERT_NE(mkdtemp(directory_.data()), nullptr);
-    std::filesystem::current_path(directory_);
-  }
+  void SetUp() override { std::filesystem::current_path(mkdtemp(directory_.data())); }
   void TearDown() override {
     std::filesystem::current_path("/");
     std::filesystem::remove_all(directory_);
@@ -35,9 +31,11 @@ inline std::string contents(const std::string& path) {
   return text.str();
 }
 
-/// Mounts made from here on are seen by this thread alone.
-inline bool ownMounts() {
-  return unshare(CLONE_NEWNS) == 0 && mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+/// Mounts something that only this thread sees.
+inline bool mountForUs(const char* what, const char* where, const char* type, unsigned long flags,
+                       const char* options) {
+  return unshare(CLONE_NEWNS) == 0 && mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+         mount(what, where, type, flags, options) == 0;
 }
 
 #endif
