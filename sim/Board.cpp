@@ -257,6 +257,7 @@ Reply Board::receive(const Message& message) {
   std::string told = message.task + " " + message.name.substr(0, message.name.rfind("ReqMsg")) + fields;
   if (!reply.fields.empty()) {
     reply.fault = faultOf(message.task);
+    if (reply.fault.kind == ServiceFault::FULL) reply.fault = {}; // somebody has let the task go on
     if (reply.fault.kind == ServiceFault::NONE) reply.fault = mDice.roll();
     const std::string fault = reply.fault.kind == ServiceFault::NONE ? "" : " -> " + reply.fault.text();
     const std::string name = message.name.substr(0, message.name.rfind("Req")) + "RespMsg";

@@ -28,9 +28,15 @@ constexpr char LOG_INSIDE[] = "/var/log/board.log";
 constexpr std::chrono::seconds LONGEST_END(3);
 
 // All folders that the board has, empty and private.
-void layFolders(const Options& options, const Descriptor& snapshots) {
+void layFolders(const Options& options) {
   check(unshare(CLONE_NEWNS), "mount namespace");
   check(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr), "mount namespace");
+  // Opened in this mount namespace, from which alone it can be bound, and before a folder of the board hides it.
+  Descriptor snapshots;
+  if (!options.snapshotFolder.empty()) {
+    const std::string& folder = options.snapshotFolder;
+    snapshots = Descriptor(check(open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC), folder));
+  }
   // In a container the old /proc may have to stay. It does: only the process numbers in it are not the command's.
   (void)mount("proc", "/proc", "proc", MS_NOSUID | MS_NODEV | MS_NOEXEC, nullptr);
   layFolder("/opt/tev", 0755);
@@ -106,7 +112,7 @@ Words answer(Board& board, const Words& question) {
     return {board.runTool(question[1], {question.begin() + 2, question.end()})};
   }
   if (question[0] == "message" && question.size() >= 5) return receive(board, question);
-  if (question[0] == "status") return {board.status()};
+  if (question[0] == "status") return {"status", board.status()};
   return {"unknown question"};
 }
 
@@ -222,7 +228,7 @@ int runBoard(const Options& options, Surroundings surroundings) {
   Program service = findProgram(folder + "/tev-service");
   const std::string workingFolder = currentFolder();
 
-  layFolders(options, surroundings.snapshots);
+  layFolders(options);
   BoardLog log(options.logTimes);
   if (surroundings.log) log.addFile(std::move(surroundings.log));
   log.addFile(Descriptor(check(open(LOG_INSIDE, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644), LOG_INSIDE)));

@@ -14,7 +14,6 @@ struct Surroundings {
   Descriptor channel;       // to waitForBoard()
   Descriptor log;           // may be none
   Descriptor dump;          // may be none
-  Descriptor snapshots;     // a folder; may be none
   sigset_t signalMask = {}; // for the command
   bool closed[3] = {};      // which of the command's standard streams were closed
 };

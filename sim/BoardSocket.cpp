@@ -3,6 +3,8 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <fstream>
+#include <set>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -18,15 +20,28 @@ struct Address {
   socklen_t size = 0;
 };
 
-Address address() {
+constexpr char NAME_BEGINS[] = "tev-sim-";
+
+// The name that the board has which the caller is on.
+std::string ownName() {
   struct stat space = {};
   check(stat("/proc/self/ns/mnt", &space), "/proc/self/ns/mnt");
+  return NAME_BEGINS + std::to_string(space.st_ino);
+}
+
+Address addressOf(const std::string& name) {
   Address out;
   out.name.sun_family = AF_UNIX;
-  const std::string text = "tev-sim-" + std::to_string(space.st_ino);
-  text.copy(out.name.sun_path + 1, sizeof out.name.sun_path - 1); // after a zero byte: no file
-  out.size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + text.size());
+  name.copy(out.name.sun_path + 1, sizeof out.name.sun_path - 1); // after a zero byte: no file
+  out.size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name.size());
   return out;
+}
+
+Descriptor connectTo(const std::string& name) {
+  Descriptor board(check(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0), "the board's socket"));
+  const Address address = addressOf(name);
+  check(connect(board.get(), reinterpret_cast<const sockaddr*>(&address.name), address.size), "no board here");
+  return board;
 }
 
 // One packet holds all words, each with a zero byte after it.
@@ -57,7 +72,7 @@ Words receiveWords(int fd) {
 BoardSocket::BoardSocket(Answer answer)
     : mAnswer(std::move(answer)),
       mListener(check(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK | SOCK_CLOEXEC, 0), "the board's socket")) {
-  const Address own = address();
+  const Address own = addressOf(ownName());
   check(bind(mListener.get(), reinterpret_cast<const sockaddr*>(&own.name), own.size), "the board's socket");
   check(listen(mListener.get(), 16), "the board's socket");
 }
@@ -95,14 +110,45 @@ bool BoardSocket::serveClient(int fd) {
   return !question.empty() && sendWords(fd, mAnswer(question));
 }
 
-Words askBoard(const Words& question) {
-  const Descriptor board(check(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0), "the board's socket"));
-  const Address own = address();
-  check(connect(board.get(), reinterpret_cast<const sockaddr*>(&own.name), own.size), "no board here");
+namespace {
+
+Words ask(int board, const Words& question) {
   Words answer;
-  if (sendWords(board.get(), question)) answer = receiveWords(board.get());
+  if (sendWords(board, question)) answer = receiveWords(board);
   if (answer.empty()) throw std::runtime_error("the board does not answer");
   return answer;
+}
+
+} // namespace
+
+Words askBoard(const Words& question) { return ask(connectTo(ownName()).get(), question); }
+
+Words askBoard(const RunningBoard& board, const Words& question) {
+  return ask(connectTo(board.socket).get(), question);
+}
+
+std::vector<RunningBoard> findBoards() {
+  std::ifstream sockets("/proc/net/unix");
+  if (!sockets) throw std::runtime_error("/proc/net/unix cannot be read");
+  std::set<std::string> names; // each connection has the name too
+  for (std::string line; std::getline(sockets, line);) {
+    const size_t at = line.rfind(std::string(" @") + NAME_BEGINS);
+    if (at != line.npos) names.insert(line.substr(at + 2));
+  }
+  std::vector<RunningBoard> found;
+  for (const std::string& name : names) {
+    try {
+      const Descriptor board = connectTo(name);
+      ucred peer = {};
+      socklen_t size = sizeof peer;
+      check(getsockopt(board.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size), name);
+      // Boards of other users do not answer.
+      if (ask(board.get(), {"status"})[0] == "status") found.push_back({name, peer.pid});
+    } catch (const std::runtime_error&) {
+      continue; // it is not ours, or has just ended
+    }
+  }
+  return found;
 }
 
 } // namespace sim

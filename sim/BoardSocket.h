@@ -7,6 +7,7 @@
 #include <functional>
 #include <poll.h>
 #include <string>
+#include <sys/types.h>
 #include <vector>
 
 namespace sim {
@@ -39,6 +40,16 @@ private:
 
 /// Asks the board whose mount namespace the caller is in. Throws std::runtime_error when there is no answer.
 Words askBoard(const Words& question);
+
+/// A board of this user that runs somewhere on the machine.
+struct RunningBoard {
+  std::string socket; // its abstract name
+  pid_t pid;          // of the board's process, 0 where it cannot be seen
+};
+/// All of them, by their numbers. Throws std::runtime_error.
+std::vector<RunningBoard> findBoards();
+/// Asks this board. Throws std::runtime_error when there is no answer, as when it has ended.
+Words askBoard(const RunningBoard& board, const Words& question);
 
 } // namespace sim
 

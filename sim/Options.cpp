@@ -15,7 +15,12 @@ small model of the board that exists for this command only. Without a command it
 The terminal belongs to the command, and tev-sim ends with the command's exit status (128 + n for a signal n). When
 it ends, also when it is killed, all is gone; the machine itself is never changed.
 
-Watching the board (what reached it is also in /var/log/board.log as the command sees it):
+Watching the board from another terminal:
+  --status                print the board as a table: settings, services, snapshots, messages, nodes
+  --watch                 repeat that in place until Ctrl-C
+  --pid PID               of the tev-sim to look at, where several run
+
+Keeping what happens on the board (what reached it is also in /var/log/board.log as the command sees it):
   --log FILE              write the board's log to FILE as well
   --log-reads             tell opening and reading of nodes too, not only writing
   --log-times             begin each line of the log with the time of day
@@ -133,6 +138,12 @@ std::string setServiceFaults(Options& options, const std::string& value) {
   return "";
 }
 
+std::string setPid(Options& options, const std::string& value) {
+  int length = 0;
+  const bool read = sscanf(value.c_str(), "%9d%n", &options.pid, &length) == 1;
+  return read && static_cast<size_t>(length) == value.size() && options.pid > 0 ? "" : "--pid wants a process number";
+}
+
 std::string setNodeKind(Options& options, const std::string& value) {
   if (value != "fuse" && value != "files") return "--nodes wants fuse or files";
   options.nodes = value == "fuse" ? NodeKind::FUSE : NodeKind::FILES;
@@ -165,6 +176,9 @@ const std::vector<Option>& knownOptions() {
       flag("--private-tmp", [](Options& o) { o.tmp = Tmp::PRIVATE; }),
       flag("--shared-tmp", [](Options& o) { o.tmp = Tmp::HOST; }),
       flag("--read-only-tmp", [](Options& o) { o.tmp = Tmp::READ_ONLY; }),
+      {"--pid", true, setPid},
+      flag("--status", [](Options& o) { o.status = true; }),
+      flag("--watch", [](Options& o) { o.status = o.watch = true; }),
       flag("--probe", [](Options& o) { o.probe = true; }),
       flag("--help", [](Options& o) { o.help = true; }),
   };

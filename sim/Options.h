@@ -22,6 +22,9 @@ struct Options {
   std::string snapshotFolder; // empty: only the board's own
   bool logTimes = false;
   bool probe = false;
+  bool status = false; // look at a board that runs
+  bool watch = false;  // and go on looking
+  int pid = 0;         // of that board, or of its tev-sim; 0: the only one there is
   bool help = false;
   std::vector<std::string> command; // empty: the shell from the build tree
 };

@@ -4,6 +4,7 @@
 #include "sim/Job.h"
 #include "sim/Launch.h"
 #include "sim/Namespaces.h"
+#include "sim/StatusView.h"
 
 #include <cstdio>
 #include <fcntl.h>
@@ -33,10 +34,6 @@ int launch(const Options& options) {
   holdStreams(inside.closed);
   inside.log = openOutside(options.logFile, O_APPEND);
   inside.dump = openOutside(options.dumpFile, 0);
-  if (!options.snapshotFolder.empty()) {
-    const char* const folder = options.snapshotFolder.c_str();
-    inside.snapshots = Descriptor(check(open(folder, O_PATH | O_DIRECTORY | O_CLOEXEC), folder));
-  }
   sigset_t all;
   (void)sigfillset(&all);                                     // cannot fail
   (void)pthread_sigmask(SIG_BLOCK, &all, &inside.signalMask); // fails only for an unknown first argument
@@ -70,7 +67,7 @@ int main(int argc, char** argv) {
     }
     const auto& options = std::get<sim::Options>(parsed);
     if (options.help) return fputs(sim::HELP, stdout) < 0 || fflush(stdout) != 0 ? 1 : 0;
-    return sim::launch(options);
+    return options.status ? sim::showStatus(options.pid, options.watch) : sim::launch(options);
   } catch (const std::exception& error) {
     (void)fprintf(stderr, "tev-sim: %s\n", error.what());
     return sim::REFUSED;

@@ -45,10 +45,11 @@ struct BoardTest : testing::Test {
 
   Board::Setup mSetup;
 
+  BoardLog mLog;
+
 private:
   Descriptor mLogFile;
   off_t mSeen = 0;
-  BoardLog mLog;
   std::unique_ptr<Board> mBoard;
 };
 
@@ -164,6 +165,141 @@ TEST_F(BoardTest, Faults) {
                        "tool eeprom-write-macs-arm-none \"a b\" \"\" -> silent\n"
                        "tool eeprom-read-serialnum-arm-none \"\\n\"\n");
   EXPECT_EQ(board().dump().find(CHIP + "temperature \"36\\n\"\n" + CHIP + "setpoint \"49\\n\"\n"), 0U);
+}
+
+TEST_F(BoardTest, MessagesActOnTheApplianceAndAreAnswered) {
+  mSetup.snapshotFolder = testing::TempDir();
+  const std::string video = "tVideoPhalTask", stream = "tStreamAppTask", admin = "tAdminAppTask";
+  const auto resolution = [](unsigned h, unsigned v, unsigned q, unsigned r) {
+    return Fields{{"horizontal", h}, {"vertical", v}, {"qualifier", q}, {"hertz", r}};
+  };
+  const auto control = [](unsigned what, unsigned type) { return Fields{{"control", what}, {"type", type}}; };
+  const auto snap = [](unsigned slot, unsigned scale) { return Fields{{"slot", slot}, {"scale", scale}}; };
+  const auto onOff = [](unsigned what, unsigned of) { return Fields{{"onoff", what}, {"component", of}}; };
+  const struct {
+    std::string task, name;
+    Fields fields;
+    std::string effects; // lines between the message and its reply, or after it behind a |
+    std::string reply;
+  } cases[] = {
+      {video, "SetVideoMode", {{"mode", 8}}, "format dvi\n", " status=0"},
+      {video, "SetVideoMode", {{"mode", 8}}, "", " status=0"},
+      {video, "SetVideoMode", {{"mode", 0}}, "", " status=1"},
+      {video, "SetVideoMode", {{"mode", 10}}, "", " status=1"},
+      {video, "SetVideoMode", {{"mode", 1}}, "format svideo\n", " status=0"},
+      {stream, "SetVideoMode", {{"mode", 8}}, "", " status=2"},
+      {video, "SetVideoResolution", resolution(720, 576, 2, 50), "resolution 720x576i@50\n", " status=0"},
+      {video, "SetVideoResolution", resolution(1921, 576, 2, 50), "", " status=1"},
+      {video, "SetVideoResolution", resolution(720, 0, 2, 50), "", " status=1"},
+      {video, "SetVideoResolution", resolution(720, 576, 3, 50), "", " status=1"},
+      {video, "SetVideoResolution", resolution(720, 576, 1, 0), "", " status=1"},
+      {video, "GetVideoResolution", {}, "", " status=0 horizontal=720 vertical=576 qualifier=2 hertz=50 sdp_std=2"},
+      {admin, "GetVideoResolution", {}, "", " status=2 horizontal=0 vertical=0 qualifier=0 hertz=0 sdp_std=0"},
+      {video, "SetAudioSource", {{"audiosrc", 2}}, "audio source analog\n", " status=0"},
+      {video, "SetAudioSource", {{"audiosrc", 3}}, "", " status=1"},
+      {video, "TakeSnapshot", snap(16, 8), "snapshot slot 16 720x576\n", " status=0"},
+      {video, "TakeSnapshot", snap(1, 1), "snapshot slot 1 90x72\n", " status=0"},
+      {video, "TakeSnapshot", snap(0, 8), "", " status=1"},
+      {video, "TakeSnapshot", snap(17, 8), "", " status=1"},
+      {video, "TakeSnapshot", snap(1, 0), "", " status=1"},
+      {video, "TakeSnapshot", snap(1, 9), "", " status=1"},
+      {stream, "StreamControl", control(1, 2), "stream video\n", " status=0"},
+      {stream, "StreamControl", control(1, 1), "stream both\n", " status=0"},
+      {stream, "StreamControl", control(2, 2), "stream audio\n", " status=0"},
+      {stream, "StreamControl", control(3, 1), "", " status=1"},
+      {stream, "StreamControl", control(2, 4), "", " status=1"},
+      {stream, "StreamControl", control(2, 0), "", " status=1"},
+      {admin, "SetLoggingMode", onOff(0, 255), "logging off\n", ""},
+      {admin, "SetLoggingMode", onOff(1, 1), "", ""},
+      {admin, "SetLoggingMode", onOff(2, 255), "", ""},
+      {admin, "AdminControl", {{"control", 2}}, "", " status=1"},
+      {admin, "AdminControl", {{"control", 1}}, "|stream off\nrestart\n", " status=0"},
+      {admin, "AdminControl", {{"control", 5}}, "|firmware v" TEV_SIM_FIRMWARE " restored\nrestart\n", " status=0"},
+      {admin,
+       "AdminControl",
+       {{"control", 4}},
+       "|configuration restored\nformat hdmi\nresolution 1280x720p@30\naudio source digital\nlogging on\n"
+       "alert off\nvlan mode off\nrestart\n",
+       " status=0"},
+  };
+  bool logging = true;
+  write(CHIP + "setpoint", "1");
+  write(SMI, "write 0x05 0x80");
+  (void)log();
+  for (const auto& c : cases) {
+    const Reply reply = board().receive({c.task, c.name + "ReqMsg", "7", "sync remote", c.fields});
+    EXPECT_EQ(textOf(reply.fields), c.reply);
+    const size_t bar = std::min(c.effects.find('|'), c.effects.size());
+    EXPECT_EQ(log(), "message " + c.task + " " + c.name + "ReqMsg from 7 sync remote" + textOf(c.fields) + "\n" +
+                         c.effects.substr(0, bar) +
+                         (c.reply.empty() ? "" : "reply " + c.task + " " + c.name + "RespMsg" + c.reply + "\n") +
+                         c.effects.substr(std::min(bar + 1, c.effects.size())));
+    if (c.effects == "stream audio\n") {
+      EXPECT_EQ(text("/sys/class/gpio/gpio26/value"), "1\n");
+    }
+    if (c.effects == "format svideo\n") {
+      EXPECT_EQ(text("/sys/bus/i2c/devices/2-0020/format"), "svideo\n");
+    }
+    logging &= c.effects != "logging off\n";
+    EXPECT_EQ(reply.logging, logging);
+  }
+  EXPECT_EQ(text("/sys/class/gpio/gpio26/value"), "0\n");
+  EXPECT_EQ(text(CHIP + "setpoint"), "49\n");
+  EXPECT_TRUE(board().receive({video, "SetVideoModeRespMsg", "7", "", {{"status", 0}}}).fields.empty());
+  EXPECT_EQ(log(), "message tVideoPhalTask SetVideoModeRespMsg from 7 status=0\n");
+
+  mSetup.snapshotFolder = "/nowhere";
+  Board without(mSetup, mLog);
+  EXPECT_EQ(textOf(without.receive({video, "TakeSnapshotReqMsg", "7", "", snap(1, 1)}).fields), " status=3");
+  EXPECT_EQ(log(), "message tVideoPhalTask TakeSnapshotReqMsg from 7 slot=1 scale=1\nsnapshot slot 1 -> ENOENT\n"
+                   "reply tVideoPhalTask TakeSnapshotRespMsg status=3\n");
+}
+
+TEST_F(BoardTest, RepliesFailAsAsked) {
+  mSetup.faults.services = {{"tStreamAppTask", {ServiceFault::LATE, 500}}};
+  mSetup.faults.dice = FaultDice(1, 100);
+  const Message stream{"tStreamAppTask", "StreamControlReqMsg", "7", "", {{"control", 2}, {"type", 3}}};
+  EXPECT_EQ(board().receive(stream).fault.text(), "late:500");
+  EXPECT_NE(log().find("reply tStreamAppTask StreamControlRespMsg status=0 -> late:500\n"), std::string::npos);
+  const Message video{"tVideoPhalTask", "GetVideoResolutionReqMsg", "7", "", {}};
+  FaultDice same(1, 100);
+  for (int i = 0; i < 20; ++i)
+    EXPECT_EQ(board().receive(video).fault.text(), same.roll().text());
+  const Message unanswered{"tAdminAppTask", "SetLoggingModeReqMsg", "7", "", {}};
+  EXPECT_EQ(board().receive(unanswered).fault.kind, ServiceFault::NONE);
+}
+
+TEST_F(BoardTest, StatusIsATable) {
+  mSetup.snapshotFolder = testing::TempDir();
+  mSetup.faults.services = {{"tAdminAppTask", {ServiceFault::ABSENT, 0}}};
+  mSetup.faults.dice = FaultDice(1, 1);
+  mSetup.faults.firstTexts = {{SMI, std::string(200, 'x')}};
+  board().receive({"tStreamAppTask", "StreamControlReqMsg", "7", "sync", {{"control", 1}, {"type", 3}}});
+  board().receive({"tVideoPhalTask", "TakeSnapshotReqMsg", "7", "sync", {{"slot", 3}, {"scale", 4}}});
+  for (unsigned mode = 1; mode <= 10; ++mode)
+    board().receive({"tVideoPhalTask", "SetVideoModeReqMsg", "7", "sync", {{"mode", mode}}});
+  std::string status = board().status();
+  for (size_t at = 0; (at = status.find(':', at)) != status.npos; ++at) // times of day
+    if (at >= 2 && status[at + 3] == ':') status.replace(at - 2, 8, "HH:MM:SS");
+  const std::string rule(79, '-');
+  const std::string expected = "temperature   47 C                           stream       both\n"
+                               "alert         off, from 60 C on              format       hdmi\n"
+                               "fan           15 of 63, 1500 rpm             resolution   1280x720p@30\n"
+                               "vlan mode     off                            audio        digital\n"
+                               "firmware      v2.1.112, restarts: 0          logging      on\n" +
+                               rule +
+                               "\nservice              queue  messages  last status  fault\n"
+                               "tVideoPhalTask       98307        11            1  1 % at random\n"
+                               "tStreamAppTask      229383         1            0  1 % at random\n"
+                               "tAdminAppTask            0         0            -  absent\n" +
+                               rule + "\nHH:MM:SS snapshot slot 3 640x360\n" + rule +
+                               "\nHH:MM:SS tVideoPhalTask SetVideoMode mode=10 = 1\n"
+                               "HH:MM:SS tVideoPhalTask SetVideoMode mode=9 = 0\n";
+  EXPECT_EQ(status.substr(0, expected.size()), expected);
+  EXPECT_EQ(status.find("mode=2 "), status.npos) << "the latest eight";
+  EXPECT_NE(status.find("\n/sys/class/gpio/gpio26/value               \"1\\n\"\n"), status.npos);
+  EXPECT_NE(status.find("\n/sys/module/ksz8864/drivers/smi            \"" + std::string(32, 'x') + "...\n"),
+            status.npos);
 }
 
 } // namespace

@@ -18,6 +18,7 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <sstream>
+#include <sys/msg.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -36,9 +37,10 @@ std::string contents(const std::string& path) {
 // Each test runs on a board of its own: outside, it only starts itself there.
 class Services : public testing::Test {
 protected:
+  static bool isOnBoard() { return std::getenv("TEV_ON_BOARD") != nullptr; } // NOLINT: there is one thread
   // True on the board. Outside it runs the test there and tells how that went.
   bool onBoard(const std::string& options = "") {
-    if (std::getenv("TEV_ON_BOARD") != nullptr) { // NOLINT(concurrency-mt-unsafe): there is one thread
+    if (isOnBoard()) {
       CommObj::SetKey(153190);
       mConsole = new CommObj("tCliAppTask"); // the process is all there is to clean up
       return true;
@@ -50,7 +52,7 @@ protected:
       const auto* test = testing::UnitTest::GetInstance()->current_test_info();
       const std::string self = std::string(test->test_suite_name()) + "." + test->name();
       EXPECT_EQ(run("TEV_ON_BOARD=1 " + sim + options + " -- /proc/" + std::to_string(getpid()) +
-                    "/exe --gtest_filter=" + self),
+                    "/exe --gtest_brief=1 '--gtest_filter=" + self + "'"),
                 0);
     }
     return false;
@@ -60,7 +62,7 @@ protected:
 
   // Sends a request like the console does. The reply's words; none if there was no reply.
   template <class Request>
-  std::vector<int> ask(const char* task, const std::vector<uint16_t>& words = {}) {
+  std::vector<int> ask(const char* task, const std::vector<uint16_t>& words = {}, bool isForUs = true) {
     auto* request = new Request(ProxyCommObj("tCliAppTask").Tid(), ProxyCommObj(task).Tid());
     std::copy(words.begin(), words.end(), static_cast<MsgImage*>(request->image())->words);
     request->SetSync();
@@ -70,7 +72,7 @@ protected:
     mWaited = std::chrono::duration<double>(Clock::now() - start).count();
     if (!reply) return {};
     const auto* image = static_cast<const MsgImage*>(reply->image());
-    EXPECT_EQ(image->dstTid, consoleId());
+    EXPECT_EQ(image->dstTid == consoleId(), isForUs);
     return {image->words, image->words + (reply->size() - MsgImage::headerSize) / 2};
   }
 
@@ -94,14 +96,164 @@ private:
 };
 
 TEST_F(Services, AnswerEveryRequest) {
-  if (!onBoard()) return;
-  EXPECT_EQ(ask<SetVideoModeReqMsg>("tVideoPhalTask", {8}), (std::vector<int>{0, 0}));
-  EXPECT_EQ(ask<SetVideoResolutionReqMsg>("tVideoPhalTask", {640, 480, 1, 30}), (std::vector<int>{0, 0}));
+  const std::string folder = testing::TempDir() + "snapshots-" + std::to_string(getpid());
+  (void)(isOnBoard() ? 0 : mkdir(folder.c_str(), 0755));
+  if (!onBoard("--snapshots " + folder)) {
+    EXPECT_TRUE(IsSkipped() || unlink((folder + "/slot03.jpg").c_str()) == 0) << "the machine has it";
+    EXPECT_EQ(rmdir(folder.c_str()), 0) << "and nothing else";
+    return;
+  }
+  const std::vector<int> done = {0, 0}; // the status, and what fills the image up
+  EXPECT_EQ(ask<SetVideoModeReqMsg>("tVideoPhalTask", {8}), done);
+  EXPECT_EQ(contents("/sys/bus/i2c/devices/2-0020/format"), "dvi\n");
+  EXPECT_EQ(ask<SetVideoResolutionReqMsg>("tVideoPhalTask", {640, 480, 1, 30}), done);
   EXPECT_EQ(ask<GetVideoResolutionReqMsg>("tVideoPhalTask"), (std::vector<int>{0, 640, 480, 1, 30, 0}));
-  EXPECT_EQ(ask<SetAudioSourceReqMsg>("tVideoPhalTask", {2}), (std::vector<int>{0, 0}));
-  EXPECT_EQ(ask<TakeSnapshotReqMsg>("tVideoPhalTask", {3, 4}), (std::vector<int>{0, 0}));
-  EXPECT_EQ(ask<StreamControlReqMsg>("tStreamAppTask", {1, 3}), (std::vector<int>{0, 0}));
-  EXPECT_EQ(ask<AdminControlReqMsg>("tAdminAppTask", {4}), (std::vector<int>{0, 0}));
+  EXPECT_EQ(ask<SetAudioSourceReqMsg>("tVideoPhalTask", {2}), done);
+  EXPECT_EQ(ask<TakeSnapshotReqMsg>("tVideoPhalTask", {3, 4}), done);
+  EXPECT_EQ(ask<TakeSnapshotReqMsg>("tVideoPhalTask", {3, 9}), (std::vector<int>{1, 0}));
+  EXPECT_GT(contents("/opt/tev/user/snapshots/slot03.jpg").size(), 1000U);
+  EXPECT_EQ(ask<StreamControlReqMsg>("tStreamAppTask", {1, 3}), done);
+  EXPECT_EQ(ask<StreamControlReqMsg>("tAdminAppTask", {1, 3}), (std::vector<int>{2, 0})) << "the wrong one";
+  EXPECT_EQ(ask<AdminControlReqMsg>("tAdminAppTask", {1}), done);
+  const std::string flags = " from tCliAppTask sync remote";
+  EXPECT_EQ(log(), "message tVideoPhalTask SetVideoModeReqMsg" + flags +
+                       " mode=8\n"
+                       "format dvi\n"
+                       "reply tVideoPhalTask SetVideoModeRespMsg status=0\n"
+                       "message tVideoPhalTask SetVideoResolutionReqMsg" +
+                       flags +
+                       " horizontal=640 vertical=480 qualifier=1 hertz=30\n"
+                       "resolution 640x480p@30\n"
+                       "reply tVideoPhalTask SetVideoResolutionRespMsg status=0\n"
+                       "message tVideoPhalTask GetVideoResolutionReqMsg" +
+                       flags +
+                       "\nreply tVideoPhalTask GetVideoResolutionRespMsg"
+                       " status=0 horizontal=640 vertical=480 qualifier=1 hertz=30 sdp_std=0\n"
+                       "message tVideoPhalTask SetAudioSourceReqMsg" +
+                       flags +
+                       " audiosrc=2\n"
+                       "audio source analog\n"
+                       "reply tVideoPhalTask SetAudioSourceRespMsg status=0\n"
+                       "message tVideoPhalTask TakeSnapshotReqMsg" +
+                       flags +
+                       " slot=3 scale=4\n"
+                       "snapshot slot 3 320x240\n"
+                       "reply tVideoPhalTask TakeSnapshotRespMsg status=0\n"
+                       "message tVideoPhalTask TakeSnapshotReqMsg" +
+                       flags +
+                       " slot=3 scale=9\n"
+                       "reply tVideoPhalTask TakeSnapshotRespMsg status=1\n"
+                       "message tStreamAppTask StreamControlReqMsg" +
+                       flags +
+                       " control=1 type=3\n"
+                       "stream both\n"
+                       "reply tStreamAppTask StreamControlRespMsg status=0\n"
+                       "message tAdminAppTask StreamControlReqMsg" +
+                       flags +
+                       " control=1 type=3\n"
+                       "reply tAdminAppTask StreamControlRespMsg status=2\n"
+                       "message tAdminAppTask AdminControlReqMsg" +
+                       flags +
+                       " control=1 arg1=0 arg2=0 arg3=0 arg4=0\n"
+                       "reply tAdminAppTask AdminControlRespMsg status=0\n"
+                       "stream off\n"
+                       "restart\n");
+}
+
+// What needs no waiting for a reply, and what comes back anyway.
+TEST_F(Services, ServeWhatIsSentWithoutWaiting) {
+  if (!onBoard("--shared-tmp")) return;
+  const auto post = [this](MsgObj* request) {
+    request->SetRemote();
+    EXPECT_EQ(request->Send(), nullptr);
+    EXPECT_EQ(ask<GetVideoResolutionReqMsg>("tAdminAppTask").at(0), 2) << "all before it has been served";
+  };
+  const std::string file = "/var/log/tAdminAppTask.log";
+  auto* off = new SetLoggingModeReqMsg(consoleId(), 0);
+  off->SetComponent(255);
+  post(off);
+  const std::string quiet = contents(file);
+  EXPECT_EQ(quiet.find("SetLoggingModeReqMsg"), quiet.npos) << "its log is off before it tells of the message";
+  auto* on = new SetLoggingModeReqMsg(consoleId(), 0);
+  on->SetOnOff(1);
+  on->SetComponent(255);
+  post(on);
+  EXPECT_NE(contents(file).find("SetLoggingModeReqMsg:\n   msgType = 112\n"), std::string::npos);
+  EXPECT_NE(log().find("message tAdminAppTask SetLoggingModeReqMsg from tCliAppTask remote onoff=1 component=255\n"
+                       "logging on\n"
+                       "message tAdminAppTask GetVideoResolutionReqMsg"),
+            std::string::npos);
+  post(new StreamControlReqMsg(consoleId(), 0));
+  char reply[100] = {};
+  EXPECT_EQ(msgrcv(static_cast<int>(consoleId()), reply, sizeof reply - sizeof(long), 0, IPC_NOWAIT), 20)
+      << "what nobody waits for is answered on the queue";
+  EXPECT_EQ(ask<SetVideoModeReqMsg>("tVideoPhalTask", {9}), (std::vector<int>{0, 0}));
+  EXPECT_EQ(access("/tmp/tVideoPhalTask.98307", F_OK), 0);
+}
+
+class FaultyServices : public Services, public testing::WithParamInterface<const char*> {};
+
+INSTANTIATE_TEST_SUITE_P(Faults, FaultyServices,
+                         testing::Values("none", "silent", "late:40", "short", "split", "garbage", "dies", "absent"),
+                         [](const auto& fault) { return std::string(fault.param).substr(0, 4); });
+
+TEST_P(FaultyServices, FailAsAskedAndHarmNobodyElse) {
+  const std::string fault = GetParam();
+  if (!onBoard("--service tVideoPhalTask=" + fault)) return;
+  tev::initlog("/tmp/trace.log");
+  tev::log << tev::enable;
+  const std::vector<int> done = {0, 0};
+  const struct {
+    const char* fault;
+    std::vector<int> reply;
+    double waited;    // at least so many seconds
+    std::string told; // in the trace log
+    std::string next; // in the trace log, of the next request
+  } cases[] = {
+      {"none", done, 0, "returning pRespMsg", ""},
+      {"silent", {}, 3, "timed out waiting on reply of msgType: 101", ""},
+      {"late:40", done, 0.04, "returning pRespMsg", ""},
+      {"short", {}, 0, "couldn't get all the expected data, size=20, left=10", ""},
+      {"split", {}, 0, "couldn't get all the expected data, size=20, left=10", "flushing data from pipe"},
+      {"garbage", {0xa5a5, 0xa5a5}, 0, "returning pRespMsg", ""},
+      {"dies", {}, 0, "couldn't get all the expected data, size=20, left=10", ""},
+      {"absent", {}, 3, "timed out waiting on reply of msgType: 101", ""},
+  };
+  for (const auto& c : cases) {
+    if (c.fault != fault) continue;
+    for (int round = 0; round < (c.waited < 1 ? 3 : 1); ++round) { // also after the task has died
+      EXPECT_EQ(ask<SetVideoModeReqMsg>("tVideoPhalTask", {7}, c.fault != std::string("garbage")), c.reply);
+      EXPECT_GE(mWaited, c.waited);
+      const std::string trace = contents("/tmp/trace.log");
+      EXPECT_NE(trace.find(c.told), trace.npos) << trace;
+      if (!c.next.empty()) usleep(50000); // the pipe is cleaned for a millisecond only
+      EXPECT_EQ(ask<StreamControlReqMsg>("tStreamAppTask", {1, 1}), done);
+      const std::string more = contents("/tmp/trace.log").substr(trace.size());
+      EXPECT_NE(more.find(c.next), more.npos) << more;
+    }
+  }
+  const std::string suffix = fault == "none" ? "\n" : " -> " + fault + "\n";
+  EXPECT_EQ(log().find("reply tVideoPhalTask SetVideoModeRespMsg status=0" + suffix) != std::string::npos,
+            fault != "absent");
+}
+
+TEST_F(Services, FullQueueIsServedOnceTheTaskGoesOn) {
+  if (!onBoard("--service tVideoPhalTask=full")) return;
+  const struct {
+    long type;
+    char text[20];
+  } message = {1, {}};
+  EXPECT_EQ(msgsnd(98307, &message, sizeof message.text, IPC_NOWAIT), -1);
+  EXPECT_EQ(errno, EAGAIN);
+  EXPECT_EQ(std::system("kill -CONT $(pgrep -f 'tev-servic[e] tVideoPhalTask')"), 0); // NOLINT: there is one thread
+  EXPECT_EQ(ask<SetVideoModeReqMsg>("tVideoPhalTask", {7}), (std::vector<int>{0, 0}));
+}
+
+TEST_F(Services, CrashedTaskIsStartedAgainAndTold) {
+  if (!onBoard("2>/dev/null")) return;
+  EXPECT_EQ(std::system("kill -SEGV $(pgrep -f 'tev-servic[e] tStreamAppTask')"), 0); // NOLINT: there is one thread
+  EXPECT_EQ(ask<StreamControlReqMsg>("tStreamAppTask", {1, 1}), (std::vector<int>{0, 0}));
+  EXPECT_EQ(log().find("service tStreamAppTask ended: signal 11\nmessage tStreamAppTask"), 0U);
 }
 
 } // namespace
