@@ -7,7 +7,6 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <sched.h>
-#include <sstream>
 #include <sys/mount.h>
 
 /// The current directory is an empty one, removed afterwards.
@@ -24,12 +23,6 @@ private:
 };
 
 inline void write(const std::string& path, const std::string& contents) { std::ofstream(path) << contents; }
-
-inline std::string contents(const std::string& path) {
-  std::ostringstream text;
-  text << std::ifstream(path).rdbuf();
-  return text.str();
-}
 
 /// Mounts something that only this thread sees.
 inline bool mountForUs(const char* what, const char* where, const char* type, unsigned long flags,

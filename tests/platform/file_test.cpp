@@ -74,8 +74,7 @@ TEST_F(File, LinesAreReadByteByByte) {
   EXPECT_EQ(errnoOf(krFioRdString(0, buffer, 0)), KR_ERR_INVALID);
   int ends[2];
   ASSERT_EQ(pipe(ends), 0);
-  Cancellable reader(PTHREAD_CANCEL_ASYNCHRONOUS, [&] { (void)krFioRdString(ends[0], buffer, 4); });
-  EXPECT_TRUE(reader.cancel());
+  expectCancellable([&] { (void)krFioRdString(ends[0], buffer, 4); });
 }
 
 TEST_F(File, Information) {

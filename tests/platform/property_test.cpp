@@ -1,5 +1,6 @@
 #include "platform/CKrProperty.h"
 
+#include "tests/platform/Elsewhere.h"
 #include "tests/platform/Scratch.h"
 
 #include <climits>
