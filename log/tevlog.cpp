@@ -41,8 +41,8 @@ void uninterrupted(Step step) {
 class LogStep {
 public:
   template <class Value>
-  static tevlog& write(tevlog& out, const Value& value) {
-    uninterrupted([&out, &value] {
+  static tevlog& write(tevlog& out, Value value) {
+    uninterrupted([&out, value] {
       if (out.writable()) *out._stream << value;
     });
     return out;
