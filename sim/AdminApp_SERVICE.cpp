@@ -4,14 +4,9 @@
 #include "messaging/SetLoggingModeReqMsg.h"
 #include "sim/Service.h"
 
-// Every service decodes all messages, so that one which reaches the wrong service is answered too.
-namespace {
-
-AdminControlReqMsg adminControlRequest{Exemplar()};
-AdminControlRespMsg adminControlResponse{Exemplar()};
-SetLoggingModeReqMsg setLoggingModeRequest{Exemplar()};
-
-} // namespace
+void sim::registerAdminAppMessages() {
+  registerMessages<AdminControlReqMsg, AdminControlRespMsg, SetLoggingModeReqMsg>();
+}
 
 int AdminControlReqMsg::InvokeHandler(CommObj* receiver) { return sim::serve<AdminControlRespMsg>(*this, receiver); }
 int AdminControlRespMsg::InvokeHandler(CommObj* receiver) { return sim::take(*this, receiver); }

@@ -33,8 +33,7 @@ void layFolders(const Options& options) {
   check(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr), "mount namespace");
   // Opened in this mount namespace, from which alone it can be bound, and before a folder of the board hides it.
   Descriptor snapshots;
-  if (!options.snapshotFolder.empty()) {
-    const std::string& folder = options.snapshotFolder;
+  if (const std::string& folder = options.snapshots; !folder.empty()) {
     snapshots = Descriptor(check(open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC), folder));
   }
   // In a container the old /proc may have to stay. It does: only the process numbers in it are not the command's.

@@ -2,6 +2,7 @@
 #include "sim/Board.h"
 #include "sim/Quoting.h"
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 
@@ -9,6 +10,7 @@ namespace sim {
 
 namespace {
 
+constexpr size_t SNAPSHOTS_SHOWN = 4;
 constexpr size_t WIDTH = 79; // some terminals begin a new line after the 80th character
 
 // One line of the table.
@@ -56,9 +58,10 @@ std::string Board::status() const {
                 fault.c_str());
   }
   text += rule();
-  for (const Snapshot& snapshot : mAppliance.snapshots())
-    text += row("%.8s snapshot slot %u %s", snapshot.time.c_str(), snapshot.slot, snapshot.size.c_str());
-  if (mAppliance.snapshots().empty()) text += "no snapshots\n";
+  const std::vector<Snapshot>& snapshots = mAppliance.snapshots();
+  for (size_t i = 0; i < std::min(snapshots.size(), SNAPSHOTS_SHOWN); ++i)
+    text += row("%.8s snapshot slot %u %s", snapshots[i].time.c_str(), snapshots[i].slot, snapshots[i].size.c_str());
+  if (snapshots.empty()) text += "no snapshots\n";
   text += rule();
   for (const std::string& message : mMessages)
     text += row("%s", message.c_str());

@@ -162,7 +162,7 @@ const std::vector<Option>& knownOptions() {
       textOption("--log", &Options::logFile),
       textOption("--dump", &Options::dumpFile),
       {"--node", true, setFirstText},
-      textOption("--snapshots", &Options::snapshotFolder),
+      textOption("--snapshots", &Options::snapshots),
       {"--tool", true, setTool},
       {"--service", true, setService},
       {"--service-faults", true, setServiceFaults},

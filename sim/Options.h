@@ -19,7 +19,7 @@ struct Options {
   Tmp tmp = Tmp::PRIVATE;
   std::string logFile; // empty: none
   std::string dumpFile;
-  std::string snapshotFolder; // empty: only the board's own
+  std::string snapshots; // empty: only the board's own
   bool logTimes = false;
   bool probe = false;
   bool status = false; // look at a board that runs

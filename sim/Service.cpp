@@ -81,9 +81,15 @@ public:
   MsgObj* CreateResponse() override { return nullptr; }
 };
 const MsgLayout EndMsg::layout = {"EndMsg", END_MESSAGE, PipeForm::none, false, false, {}};
-EndMsg endExemplar{Exemplar()};
 
 } // namespace
+
+Service::Service(const char* name) : CommObj(name), mName(name) {
+  registerVideoPhalMessages();
+  registerStreamAppMessages();
+  registerAdminAppMessages();
+  registerMessages<EndMsg>();
+}
 
 Service::Order Service::report(const MsgObj& message, const MsgLayout& layout) const {
   std::string flags = message.IsSyncMsg() ? "sync" : "";

@@ -14,7 +14,8 @@ namespace sim {
 
 class Service : public CommObj {
 public:
-  explicit Service(const char* name) : CommObj(name), mName(name) {}
+  /// Makes all messages known, and the endpoint. `name` must stay.
+  explicit Service(const char* name);
 
   struct Order {
     std::vector<uint16_t> words; // of the reply's payload
@@ -29,6 +30,19 @@ public:
 private:
   const char* mName;
 };
+
+/// Makes messages decodable: for each class there is a prototype from the first call on. Not before main, because the
+/// trace log, which is told of it, need not exist then.
+template <class... Messages>
+void registerMessages() {
+  const auto makeOne = [](auto* type) { static std::remove_pointer_t<decltype(type)> prototype{Exemplar()}; };
+  (makeOne(static_cast<Messages*>(nullptr)), ...);
+}
+
+// The messages of each service. All services know all of them, so that one which reaches the wrong service is answered.
+void registerVideoPhalMessages();
+void registerStreamAppMessages();
+void registerAdminAppMessages();
 
 /// What the handler of the request does that a `Response` answers. Returns 0, or -1 if the board was of no help.
 template <class Response, class Request>

@@ -3,13 +3,7 @@
 #include "messaging/StreamControlRespMsg.h"
 #include "sim/Service.h"
 
-// Every service decodes all messages, so that one which reaches the wrong service is answered too.
-namespace {
-
-StreamControlReqMsg streamControlRequest{Exemplar()};
-StreamControlRespMsg streamControlResponse{Exemplar()};
-
-} // namespace
+void sim::registerStreamAppMessages() { registerMessages<StreamControlReqMsg, StreamControlRespMsg>(); }
 
 int StreamControlReqMsg::InvokeHandler(CommObj* receiver) { return sim::serve<StreamControlRespMsg>(*this, receiver); }
 int StreamControlRespMsg::InvokeHandler(CommObj* receiver) { return sim::take(*this, receiver); }

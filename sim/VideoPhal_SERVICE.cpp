@@ -11,21 +11,11 @@
 #include "messaging/TakeSnapshotRespMsg.h"
 #include "sim/Service.h"
 
-// Every service decodes all messages, so that one which reaches the wrong service is answered too.
-namespace {
-
-SetVideoModeReqMsg setVideoModeRequest{Exemplar()};
-SetVideoModeRespMsg setVideoModeResponse{Exemplar()};
-GetVideoResolutionReqMsg getVideoResolutionRequest{Exemplar()};
-GetVideoResolutionRespMsg getVideoResolutionResponse{Exemplar()};
-SetVideoResolutionReqMsg setVideoResolutionRequest{Exemplar()};
-SetVideoResolutionRespMsg setVideoResolutionResponse{Exemplar()};
-TakeSnapshotReqMsg takeSnapshotRequest{Exemplar()};
-TakeSnapshotRespMsg takeSnapshotResponse{Exemplar()};
-SetAudioSourceReqMsg setAudioSourceRequest{Exemplar()};
-SetAudioSourceRespMsg setAudioSourceResponse{Exemplar()};
-
-} // namespace
+void sim::registerVideoPhalMessages() {
+  registerMessages<SetVideoModeReqMsg, SetVideoModeRespMsg, GetVideoResolutionReqMsg, GetVideoResolutionRespMsg,
+                   SetVideoResolutionReqMsg, SetVideoResolutionRespMsg, TakeSnapshotReqMsg, TakeSnapshotRespMsg,
+                   SetAudioSourceReqMsg, SetAudioSourceRespMsg>();
+}
 
 int SetVideoModeReqMsg::InvokeHandler(CommObj* receiver) { return sim::serve<SetVideoModeRespMsg>(*this, receiver); }
 int SetVideoModeRespMsg::InvokeHandler(CommObj* receiver) { return sim::take(*this, receiver); }

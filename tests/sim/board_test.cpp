@@ -276,6 +276,9 @@ TEST_F(BoardTest, StatusIsATable) {
   mSetup.faults.firstTexts = {{SMI, std::string(200, 'x')}};
   board().receive({"tStreamAppTask", "StreamControlReqMsg", "7", "sync", {{"control", 1}, {"type", 3}}});
   board().receive({"tVideoPhalTask", "TakeSnapshotReqMsg", "7", "sync", {{"slot", 3}, {"scale", 4}}});
+  for (unsigned slot = 4; slot <= 7; ++slot)
+    board().receive({"tVideoPhalTask", "TakeSnapshotReqMsg", "7", "sync", {{"slot", slot}, {"scale", 8}}});
+  board().receive({"tVideoPhalTask", "TakeSnapshotReqMsg", "7", "sync", {{"slot", 4}, {"scale", 1}}});
   for (unsigned mode = 1; mode <= 10; ++mode)
     board().receive({"tVideoPhalTask", "SetVideoModeReqMsg", "7", "sync", {{"mode", mode}}});
   std::string status = board().status();
@@ -289,10 +292,13 @@ TEST_F(BoardTest, StatusIsATable) {
                                "firmware      v2.1.112, restarts: 0          logging      on\n" +
                                rule +
                                "\nservice              queue  messages  last status  fault\n"
-                               "tVideoPhalTask       98307        11            1  1 % at random\n"
+                               "tVideoPhalTask       98307        16            1  1 % at random\n"
                                "tStreamAppTask      229383         1            0  1 % at random\n"
                                "tAdminAppTask            0         0            -  absent\n" +
-                               rule + "\nHH:MM:SS snapshot slot 3 640x360\n" + rule +
+                               rule +
+                               "\nHH:MM:SS snapshot slot 4 160x90\nHH:MM:SS snapshot slot 7 1280x720\n"
+                               "HH:MM:SS snapshot slot 6 1280x720\nHH:MM:SS snapshot slot 5 1280x720\n" +
+                               rule +
                                "\nHH:MM:SS tVideoPhalTask SetVideoMode mode=10 = 1\n"
                                "HH:MM:SS tVideoPhalTask SetVideoMode mode=9 = 0\n";
   EXPECT_EQ(status.substr(0, expected.size()), expected);

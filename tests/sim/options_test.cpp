@@ -17,7 +17,7 @@ Options parsed(const std::vector<std::string>& words) {
 TEST(Options, WhatIsLeftOutStaysHarmless) {
   const Options none = parsed({});
   EXPECT_TRUE(none.command.empty() && none.logFile.empty() && none.dumpFile.empty());
-  EXPECT_FALSE(none.board.frozen || none.board.logReads || none.logTimes || none.probe || none.help);
+  EXPECT_FALSE(none.board.frozen || none.board.logReads || none.logTimes || none.probe || none.help || none.status);
   EXPECT_EQ(none.tmp, Tmp::PRIVATE);
   EXPECT_EQ(none.nodes, NodeKind::ANY);
 }
@@ -55,6 +55,8 @@ TEST(Options, EachIsUnderstood) {
                               "eeprom-read-macs-arm-none=fail",
                               "--tool",
                               "eeprom-write-macs-arm-none=silent",
+                              "--watch",
+                              "--pid=77",
                               "--probe",
                               "--help",
                               "--",
@@ -62,12 +64,13 @@ TEST(Options, EachIsUnderstood) {
                               "-c",
                               "--help"});
   const Faults& faults = all.board.faults;
-  EXPECT_TRUE(all.board.frozen && all.board.logReads && all.logTimes && all.probe && all.help);
+  EXPECT_TRUE(all.board.frozen && all.board.logReads && all.logTimes && all.probe && all.help && all.status &&
+              all.watch);
   EXPECT_EQ(all.logFile, "a b");
   EXPECT_EQ(all.dumpFile, "d=e");
   EXPECT_EQ(all.nodes, NodeKind::FILES);
   EXPECT_EQ(all.tmp, Tmp::READ_ONLY) << "the last word";
-  EXPECT_EQ(all.snapshotFolder, "/s");
+  EXPECT_EQ(all.snapshots, "/s");
   EXPECT_EQ(faults.firstTexts, (std::map<std::string, std::string>{{"/sys/bus/i2c/devices/1-004c/setpoint", "2\n"},
                                                                    {"/sys/bus/i2c/devices/1-004c/speed", ""}}));
   EXPECT_EQ(faults.missing,
@@ -76,6 +79,7 @@ TEST(Options, EachIsUnderstood) {
   EXPECT_EQ(faults.failWrite, std::set<std::string>{"/sys/module/ksz8864/drivers/smi"});
   EXPECT_EQ(faults.tools, (std::map<std::string, ToolFault>{{"eeprom-read-macs-arm-none", ToolFault::FAIL},
                                                             {"eeprom-write-macs-arm-none", ToolFault::SILENT}}));
+  EXPECT_EQ(all.pid, 77);
   ASSERT_EQ(faults.services.size(), 1U);
   EXPECT_EQ(faults.services.at("tAdminAppTask").kind, ServiceFault::FULL) << "the last word";
   EXPECT_EQ(faults.dice.percent(), 100U);
@@ -103,6 +107,8 @@ TEST(Options, WrongOnesAreNamed) {
       {{"--service-faults", "7:101"}, "--service-faults wants SEED:PERCENT"},
       {{"--service-faults", "7:1x"}, "--service-faults wants SEED:PERCENT"},
       {{"--service-faults", "7"}, "--service-faults wants SEED:PERCENT"},
+      {{"--pid", "-1"}, "--pid wants a process number"},
+      {{"--pid=1x"}, "--pid wants a process number"},
       {{"--tool", "eeprom=fail"}, "there is no tool eeprom"},
       {{"--tool", "eeprom-read-macs-arm-none"}, "--tool wants NAME=fail or NAME=silent"},
       {{"--tool", "eeprom-read-macs-arm-none=loud"}, "--tool wants NAME=fail or NAME=silent"},

@@ -58,6 +58,7 @@ public:
     EXPECT_EQ(write(mOutput.get(), keys.data(), keys.size()), static_cast<ssize_t>(keys.size()));
   }
   void send(int signal) const { EXPECT_EQ(kill(mPid, signal), 0); }
+  pid_t pid() const { return mPid; }
   // Like $? of a shell.
   int wait() const {
     if (testing::Test::HasFailure()) send(SIGKILL); // it may never end by itself
@@ -244,6 +245,33 @@ TEST_P(TevSim, KillingItLeavesNothing) {
     EXPECT_EQ(child.readTo(), signal == SIGKILL ? "" : "term\n") << "ends when the last process has ended";
     EXPECT_EQ(child.wait(), signal == SIGKILL ? 128 + SIGKILL : 3);
   }
+}
+
+TEST_P(TevSim, StatusIsSeenFromAnotherTerminal) {
+  Child board(tevSim(options(), "echo up; cat; printf 1 > /sys/class/gpio/gpio26/value; echo on; cat"), true);
+  board.readTo("up\r\n");
+  const std::string pid = std::to_string(board.pid());
+  const std::string once = outputOf({TEV_SIM_PROGRAM, "--status", "--pid", pid});
+  EXPECT_EQ(once.find("board of tev-sim " + pid + " "), 0U) << once;
+  EXPECT_NE(once.find("\n/sys/class/gpio/gpio26/value               \"0\\n\"\n"), once.npos) << once;
+  Child watch({TEV_SIM_PROGRAM, "--watch", "--pid=" + pid}, true);
+  watch.readTo("\x1b[2J\x1b[Hboard of tev-sim " + pid);
+  for (int line = 1; line < 24; ++line)
+    EXPECT_LE(watch.readTo("\x1b[K\r\n").size(), 79U + 5U);
+  watch.readTo("\x1b[J\x1b[H"); // in place, and no more than the terminal has lines
+  Child print({TEV_SIM_PROGRAM, "--watch", "--pid=" + pid}, false);
+  print.readTo("gpio26/value               \"0");
+  board.type("\x04");
+  board.readTo("on\r\n");
+  print.readTo("gpio26/value               \"1");
+  board.type("\x04");
+  EXPECT_EQ(board.wait(), 0);
+  watch.readTo("the board has ended\r\n");
+  EXPECT_EQ(watch.wait(), 0);
+  print.readTo("the board has ended\n");
+  EXPECT_EQ(print.wait(), 0);
+  EXPECT_EQ(outputOf({"sh", "-c", TEV_SIM_PROGRAM " --status --pid=1 2>&1; echo $?"}),
+            "tev-sim: no board of process 1 is running that belongs to this user\n1\n");
 }
 
 TEST_P(TevSim, TerminalBelongsToTheCommand) {
