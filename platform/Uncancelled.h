@@ -21,7 +21,11 @@
 
 /// For functions whose frames a cancellation unwinds, if they have variables in memory: the address sanitizer does not
 /// learn that such a frame is gone, and would report the next use of that piece of stack.
-#define KR_UNWOUND_BY_CANCELLATION __attribute__((no_sanitize("address")))
+#if defined(__SANITIZE_ADDRESS__)
+#define KR_UNWOUND_BY_CANCELLATION __attribute__((noinline, no_sanitize("address")))
+#else
+#define KR_UNWOUND_BY_CANCELLATION
+#endif
 
 namespace kr {
 
