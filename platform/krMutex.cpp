@@ -117,11 +117,7 @@ void krMutexDestroy(KrMutex* mutex) {
   if (mutex == nullptr) return;
   kr::uncancelled([mutex] {
     kr::endWaiting(mutex);
-    // A destroyer that holds the mutex gives it up first: this kind of lock must not be destroyed while held.
-    if (mutex->owner.load(std::memory_order_relaxed) == kr::self())
-      while (pthread_mutex_unlock(&mutex->main) == 0) {
-      }
-    // Only a mutex that another thread still holds refuses; its block goes all the same.
+    // A mutex that is still held refuses; it has nothing to release, and its block goes all the same.
     (void)pthread_mutex_destroy(&mutex->main);
     krFree(mutex);
   });
