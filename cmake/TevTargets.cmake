@@ -7,6 +7,9 @@ add_library(tev_options INTERFACE)
 target_compile_options(tev_options INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion
   $<$<BOOL:${TEV_WERROR}>:-Werror>)
 target_include_directories(tev_options INTERFACE ${PROJECT_SOURCE_DIR})
+# A release leaves out what nothing refers to.
+target_compile_options(tev_options INTERFACE "$<$<CONFIG:Release,MinSizeRel>:-ffunction-sections;-fdata-sections>")
+target_link_options(tev_options INTERFACE $<$<CONFIG:Release,MinSizeRel>:LINKER:--gc-sections>)
 if(TEV_SANITIZE)
   target_compile_options(tev_options INTERFACE -fsanitize=${TEV_SANITIZE} -fno-omit-frame-pointer
     -fno-sanitize-recover=all)
@@ -17,4 +20,13 @@ function(tev_library name)
   cmake_parse_arguments(ARG "" "" "SOURCES;LINKS" ${ARGN})
   add_library(${name} STATIC ${ARG_SOURCES})
   target_link_libraries(${name} PUBLIC tev_options ${ARG_LINKS})
+endfunction()
+
+# In a cross build: PROGRAM-emulated beside the program runs it on this machine.
+function(tev_emulated program)
+  if(CMAKE_CROSSCOMPILING)
+    list(JOIN CMAKE_CROSSCOMPILING_EMULATOR " " emulator)
+    file(GENERATE OUTPUT ${program}-emulated CONTENT "#!/bin/sh\nexec ${emulator} $<TARGET_FILE:${program}> \"$@\"\n"
+      FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+  endif()
 endfunction()

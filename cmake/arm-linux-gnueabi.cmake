@@ -1,0 +1,3 @@
+# The board, soft float: the widest reach. Compilers from Debian's g++-arm-linux-gnueabi.
+set(TEV_TRIPLET arm-linux-gnueabi)
+include(${CMAKE_CURRENT_LIST_DIR}/arm.cmake)

@@ -1,0 +1,11 @@
+# Common to the boards: Debian's cross compilers, and Debian's emulator for what is built to run on this machine.
+set(CMAKE_SYSTEM_NAME Linux)
+set(CMAKE_SYSTEM_PROCESSOR arm)
+set(CMAKE_C_COMPILER ${TEV_TRIPLET}-gcc)
+set(CMAKE_CXX_COMPILER ${TEV_TRIPLET}-g++)
+set(CMAKE_FIND_ROOT_PATH /usr/${TEV_TRIPLET})
+set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
+set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
+set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm -L /usr/${TEV_TRIPLET})
