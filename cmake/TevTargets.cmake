@@ -7,6 +7,8 @@ add_library(tev_options INTERFACE)
 target_compile_options(tev_options INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion
   $<$<BOOL:${TEV_WERROR}>:-Werror>)
 target_include_directories(tev_options INTERFACE ${PROJECT_SOURCE_DIR})
+# Files beyond 2 GiB and times after 2038 on 32-bit machines, the same in every unit.
+target_compile_definitions(tev_options INTERFACE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
 # A release leaves out what nothing refers to.
 target_compile_options(tev_options INTERFACE "$<$<CONFIG:Release,MinSizeRel>:-ffunction-sections;-fdata-sections>")
 target_link_options(tev_options INTERFACE $<$<CONFIG:Release,MinSizeRel>:LINKER:--gc-sections>)
