@@ -1,6 +1,7 @@
 #include "log/tevlog.h"
 
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <mutex>
 #include <new>
@@ -21,15 +22,20 @@ template <class Step>
   step();
 }
 
-// Runs one step under the lock with cancellation disabled. This frame owns nothing with a destructor: it is the one
-// that an asynchronous cancellation may unwind. The type changes with the state, because a cancellation that was sent
-// while it was still enabled arrives as a signal a moment later, and the C library then looks at the type alone. The
-// four calls fail only for values that do not exist. The address sanitizer, which does not learn that an unwound frame
-// is gone, is kept out of this one.
+// Runs one step under the lock. A thread whose cancellation is asynchronous finishes the step first; this frame owns
+// nothing with a destructor, because it is the one that such a cancellation may unwind. The type changes with the
+// state: a cancellation that was sent while it was still enabled arrives as a signal a moment later, and the C library
+// then looks at the type alone. Any other thread can be cancelled only where the file is written, and unwinds in order
+// from there: the lock is released and the stream stays usable. The calls fail only for values that do not exist. The
+// address sanitizer, which does not learn that an unwound frame is gone, is kept out of this one.
 template <class Step>
 __attribute__((noinline, no_sanitize("address"))) void uninterrupted(Step step) {
   int type = PTHREAD_CANCEL_DEFERRED, state = PTHREAD_CANCEL_ENABLE;
   (void)pthread_setcanceltype(PTHREAD_CANCEL_DEFERRED, &type);
+  if (type == PTHREAD_CANCEL_DEFERRED) {
+    locked(step);
+    return;
+  }
   (void)pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &state);
   locked(step);
   (void)pthread_setcancelstate(state, nullptr);
@@ -56,9 +62,21 @@ public:
     return out;
   }
 
+  // Text and line ends go straight to the buffer of the stream: no flag of the stream concerns them.
+  static tevlog& writeText(tevlog& out, const char* text, std::streamsize length) {
+    uninterrupted([&out, text, length] {
+      if (out.writable() && out._stream->good() && out._stream->rdbuf()->sputn(text, length) != length)
+        out._stream->setstate(std::ios_base::badbit);
+    });
+    return out;
+  }
+
   static tevlog& endLine(tevlog& out) {
     uninterrupted([&out] {
-      if (out.writable()) out._stream->put('\n').flush();
+      if (!out.writable() || !out._stream->good()) return;
+      std::filebuf& file = *out._stream->rdbuf();
+      if (file.sputc('\n') == std::filebuf::traits_type::eof() || file.pubsync() != 0)
+        out._stream->setstate(std::ios_base::badbit);
     });
     return out;
   }
@@ -124,7 +142,9 @@ tevlog& dec(tevlog& out) { return LogStep::setBase(out, std::dec); }
 
 tevlog& operator<<(tevlog& out, tevlog& (*manipulator)(tevlog&)) { return manipulator(out); }
 tevlog& operator<<(tevlog& out, char value) { return LogStep::write(out, value); }
-tevlog& operator<<(tevlog& out, const char* text) { return text == nullptr ? out : LogStep::write(out, text); }
+tevlog& operator<<(tevlog& out, const char* text) {
+  return text == nullptr ? out : LogStep::writeText(out, text, static_cast<std::streamsize>(std::strlen(text)));
+}
 tevlog& operator<<(tevlog& out, unsigned int value) { return LogStep::write(out, value); }
 tevlog& operator<<(tevlog& out, long value) { return LogStep::write(out, value); }
 tevlog& operator<<(tevlog& out, int value) { return LogStep::write(out, value); }
