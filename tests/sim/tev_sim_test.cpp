@@ -258,7 +258,8 @@ TEST_P(TevSim, StatusIsSeenFromAnotherTerminal) {
   watch.readTo("\x1b[2J\x1b[Hboard of tev-sim " + pid);
   for (int line = 1; line < 24; ++line)
     EXPECT_LE(watch.readTo("\x1b[K\r\n").size(), 79U + 5U);
-  watch.readTo("\x1b[J\x1b[H"); // in place, and no more than the terminal has lines
+  EXPECT_EQ(watch.readTo("\x1b[J"), "\x1b[J") << "no more than the terminal has lines";
+  watch.readTo("\x1b[H");
   Child print({TEV_SIM_PROGRAM, "--watch", "--pid=" + pid}, false);
   print.readTo("gpio26/value               \"0");
   board.type("\x04");
