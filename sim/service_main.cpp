@@ -10,21 +10,25 @@ namespace sim {
 
 namespace {
 
-int run(const ServiceTask& task) {
-  tev::initlog((std::string("/var/log/") + task.name + ".log").c_str());
-  tev::log << tev::enable;
-  CommObj::SetKey(task.queueKey - 1);
-  const auto* service = new Service(task.name); // StopAll() ends it
-  if (service->GetMsgQId() != task.queueId) {
-    (void)fprintf(stderr, "%s: has queue %d instead of %d\n", task.name, service->GetMsgQId(), task.queueId);
+int serve(Service& service, const ServiceTask& task) {
+  if (service.GetMsgQId() != task.queueId) {
+    (void)fprintf(stderr, "%s: has queue %d instead of %d\n", task.name, service.GetMsgQId(), task.queueId);
     return 1;
   }
   // Standard output is where the board waits for a sign of life, and for nothing more.
   if (write(STDOUT_FILENO, "\n", 1) != 1) return 1;
   if (dup2(STDERR_FILENO, STDOUT_FILENO) < 0) return 1;
-  const_cast<Service*>(service)->run();
-  CommObj::StopAll();
+  service.run(); // the main thread has nothing else to do
   return 0;
+}
+
+int run(const ServiceTask& task) {
+  tev::initlog((std::string("/var/log/") + task.name + ".log").c_str());
+  tev::log << tev::enable;
+  CommObj::SetKey(task.queueKey - 1);
+  const int status = serve(*new Service(task.name), task); // NOLINT: StopAll() deletes it
+  CommObj::StopAll();
+  return status;
 }
 
 } // namespace
