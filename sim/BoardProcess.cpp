@@ -10,6 +10,7 @@
 #include <climits>
 #include <cstdlib>
 #include <fcntl.h>
+#include <filesystem>
 #include <poll.h>
 #include <sched.h>
 #include <sys/mount.h>
@@ -43,7 +44,8 @@ void layFolders(const Options& options) {
   layFolder("/mnt/tev", 0755);
   makeFolders("/mnt/tev/sys/bin");
   layFolder("/var/log", 0755);
-  if (options.tmp != Tmp::HOST) mountMemory("/tmp", 01777, options.tmp == Tmp::READ_ONLY);
+  if (options.tmp != Tmp::HOST)
+    coverTmp(std::filesystem::read_symlink("/proc/self/exe"), options.tmp == Tmp::READ_ONLY);
   makeFolders(SNAPSHOT_FOLDER);
   if (!snapshots) return;
   const std::string source = "/proc/self/fd/" + std::to_string(snapshots.get());

@@ -63,11 +63,20 @@ void coverFolder(const std::string& folder) {
 
 } // namespace
 
-void mountMemory(const std::string& path, unsigned mode, bool readOnly) {
+void mountMemory(const std::string& path, unsigned mode) {
   char data[32];
   (void)snprintf(data, sizeof data, "mode=%04o", mode);
-  const unsigned long flags = MS_NODEV | (readOnly ? MS_RDONLY : 0);
-  check(mount("tev-board", path.c_str(), "tmpfs", flags, data), path + " (tmpfs)");
+  check(mount("tev-board", path.c_str(), "tmpfs", MS_NODEV, data), path + " (tmpfs)");
+}
+
+void coverTmp(const std::string& program, bool readOnly) {
+  const std::string tmp = "/tmp";
+  const size_t end = program.rfind(tmp + "/", 0) == 0 ? program.find('/', tmp.size() + 1) : program.npos;
+  const Descriptor covered(check(open(tmp.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC), tmp));
+  mountMemory(tmp, 01777);
+  if (end != program.npos) bindAgain(covered.get(), tmp, program.substr(tmp.size() + 1, end - tmp.size() - 1));
+  if (!readOnly) return;
+  check(mount(nullptr, tmp.c_str(), nullptr, MS_REMOUNT | MS_NODEV | MS_RDONLY, nullptr), tmp + " (read-only)");
 }
 
 void makeFolders(const std::string& path) {

@@ -12,7 +12,11 @@ namespace sim {
 void layFolder(const std::string& path, unsigned mode);
 
 /// Mounts an empty memory file system of this mode over a folder that exists. Throws std::runtime_error.
-void mountMemory(const std::string& path, unsigned mode, bool readOnly = false);
+void mountMemory(const std::string& path, unsigned mode);
+
+/// Gives /tmp an empty memory file system. Where `program`, a whole path, lies in a folder below /tmp, as in a build
+/// tree there, that folder is bound again: what runs on the board is found under its name. Throws std::runtime_error.
+void coverTmp(const std::string& program, bool readOnly);
 
 /// Creates the folders on the way to `path`, and `path`. Throws std::runtime_error.
 void makeFolders(const std::string& path);
