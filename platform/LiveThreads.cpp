@@ -79,6 +79,7 @@ int createThread(KrThreadId* tid, const pthread_attr_t* attributes, void* startB
   const ListHeld held;
   int error = haveKey ? 0 : pthread_key_create(&leaving, atThreadEnd);
   haveKey = error == 0;
+  if (error == 0) error = prepareCancelling();
   if (error == 0) error = pthread_create(tid, attributes, linuxEntry, startBlock);
   if (error != 0) {
     free(thread);
@@ -115,13 +116,19 @@ bool stayTillTheEnd() {
   return false;
 }
 
+int cancel(KrThreadId tid) {
+  return uncancelled([tid] {
+    const ListHeld held;
+    return *find(tid) != nullptr ? cancelThread(tid) : pthread_cancel(tid);
+  });
+}
+
 void endThread(KrThreadId tid, intptr_t owner) {
   uncancelled([=](int cancelState) {
     (void)pthread_mutex_lock(&listLock);
     const LiveThread* const thread = *find(tid);
     if (thread != nullptr && thread->owner == owner) {
-      // A thread in the list exists; pthread_cancel has no other reason to fail.
-      (void)pthread_cancel(tid);
+      (void)cancelThread(tid); // fails only for a thread that does not exist
       if (tid != self()) awaitEnd(tid, cancelState);
     }
     (void)pthread_mutex_unlock(&listLock);

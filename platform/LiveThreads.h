@@ -26,6 +26,9 @@ bool stayTillTheEnd();
 /// Whether an id can be that of a thread.
 inline bool isThread(KrThreadId tid) { return tid != KR_NO_THREAD && tid != 0; }
 
+/// pthread_cancel, for any thread.
+int cancel(KrThreadId tid);
+
 /// Cancels a thread and waits until it has ended, unless it is the calling one. Does nothing when no live thread has
 /// this id and owner.
 void endThread(KrThreadId tid, intptr_t owner);

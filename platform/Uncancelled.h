@@ -15,6 +15,8 @@
 #ifndef TEV_PLATFORM_UNCANCELLED_H
 #define TEV_PLATFORM_UNCANCELLED_H
 
+#include "platform/CancelAnywhere.h"
+
 #include <cstddef>
 #include <pthread.h>
 #include <type_traits>
@@ -85,12 +87,14 @@ KR_UNWOUND_BY_CANCELLATION inline auto uncancelled(Work work) {
 template <class Wait>
 [[gnu::noinline]] int cancellable(int state, Wait wait) {
   int type = PTHREAD_CANCEL_DEFERRED;
+  const WayOut wayOutBefore = setWayOut(nullptr);
   // These fail only for states and types that do not exist.
   (void)pthread_setcanceltype(PTHREAD_CANCEL_DEFERRED, &type);
   (void)pthread_setcancelstate(state, nullptr);
   const int result = wait();
   (void)pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
   (void)pthread_setcanceltype(type, nullptr);
+  (void)setWayOut(wayOutBefore);
   return result;
 }
 

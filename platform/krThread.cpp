@@ -119,13 +119,6 @@ KrThreadId withAttributes(int detachState, int stackSize, Use use) {
   return tid;
 }
 
-/// From here on the thread can be cancelled anywhere: this frame and linuxEntry's own nothing with a destructor.
-[[gnu::noinline]] void runCancellable(const StartBlock& start) {
-  const intptr_t* const a = start.arguments;
-  (void)pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr);
-  (void)start.entry(a[0], a[1], a[2], a[3], a[4], a[5], a[6], a[7], a[8], a[9]);
-}
-
 /// What a new thread does before its entry. False when it must end without.
 [[gnu::noinline]] bool begin(void* startBlock, StartBlock* start) {
   const auto lwp = static_cast<int>(syscall(SYS_gettid));
@@ -211,7 +204,7 @@ int krThreadGetPriority(KrThreadId tid, int* priority) {
   return 0;
 }
 
-int krThreadDelete(KrThreadId tid) { return kr::isThread(tid) ? pthread_cancel(tid) : ESRCH; }
+int krThreadDelete(KrThreadId tid) { return kr::isThread(tid) ? kr::cancel(tid) : ESRCH; }
 
 int krThreadJoin(KrThreadId tid, void** result) { return kr::isThread(tid) ? pthread_join(tid, result) : ESRCH; }
 
@@ -225,8 +218,11 @@ void* linuxEntry(void* startBlock) {
   StartBlock start;
   if (begin(startBlock, &start)) {
     kr::asynchronousThread = true;
-    (void)pthread_setcanceltype(PTHREAD_CANCEL_ASYNCHRONOUS, nullptr);
-    runCancellable(start);
+    // This frame, too, owns nothing with a destructor.
+    kr::cancellableAnywhere([&start] {
+      const intptr_t* const a = start.arguments;
+      (void)start.entry(a[0], a[1], a[2], a[3], a[4], a[5], a[6], a[7], a[8], a[9]);
+    });
   }
   pthread_exit(nullptr);
 }

@@ -1,0 +1,58 @@
+#include "platform/CancelAnywhere.h"
+
+#if KR_UNWINDS_FROM_CALLS_ONLY
+
+#include "platform/Uncancelled.h"
+
+#include <cerrno>
+#include <csignal>
+#include <execinfo.h>
+#include <unistd.h>
+
+namespace {
+
+// Ignored unless somebody asks for it, and nobody here asks for out-of-band data.
+constexpr int cancelSignal = SIGURG;
+
+// Runs on the thread that is to end. Owns nothing, because it may be unwound.
+void onCancelSignal(int, siginfo_t* info, void*) {
+  if (info->si_code != SI_TKILL || info->si_pid != getpid()) return; // out-of-band data after all
+  const int reason = errno;
+  const kr::CancelSetting found = kr::disableCancellation();
+  if (kr::wayOut != nullptr && found.state == PTHREAD_CANCEL_ENABLE && found.type == PTHREAD_CANCEL_ASYNCHRONOUS)
+    siglongjmp(*kr::wayOut, 1);
+  kr::restoreCancellation(found);
+  (void)pthread_cancel(pthread_self()); // this thread exists
+  errno = reason;
+}
+
+} // namespace
+
+namespace kr {
+
+int cancelThread(KrThreadId tid) { return pthread_kill(tid, cancelSignal); }
+
+int prepareCancelling() {
+  static bool prepared = false;
+  if (prepared) return 0;
+  // Loads the unwinder now, which a signal handler could not do.
+  void* caller = nullptr;
+  (void)backtrace(&caller, 1);
+  struct sigaction action {};
+  action.sa_sigaction = onCancelSignal;
+  action.sa_flags = SA_SIGINFO | SA_RESTART;
+  prepared = sigaction(cancelSignal, &action, nullptr) == 0;
+  return prepared ? 0 : errno;
+}
+
+void acceptCancelling() {
+  sigset_t signals;
+  // None of these fails for a signal that exists.
+  (void)sigemptyset(&signals);
+  (void)sigaddset(&signals, cancelSignal);
+  (void)pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
+}
+
+} // namespace kr
+
+#endif
