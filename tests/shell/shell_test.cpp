@@ -4,6 +4,7 @@
 #include "shell/Terminal.h"
 
 #include <fcntl.h>
+#include <functional>
 #include <gtest/gtest.h>
 #include <pty.h>
 #include <sstream>
@@ -83,6 +84,33 @@ TEST_F(PromptLoop, AnEmptyLineRunsTheRememberedOneAgain) {
 TEST_F(PromptLoop, ACommandThatThrowsDoesNotEndTheShell) {
   EXPECT_EQ(run("note throw\nnote again\n"), "tev-cli> tev-cli> tev-cli> ");
   EXPECT_EQ(command.calls.size(), 2u);
+}
+
+TEST_F(PromptLoop, EverythingPrintedIsFlushedBeforeALineIsRead) {
+  struct : std::stringbuf {
+    int sync() override {
+      flushed = str();
+      return 0;
+    }
+    std::string flushed;
+  } printed;
+  struct Typing : std::streambuf { // one character at a time
+    explicit Typing(std::function<void()> check) : beforeRead(std::move(check)) {}
+    int_type underflow() override {
+      beforeRead();
+      if (*next == '\0') return traits_type::eof();
+      key = *next++;
+      setg(&key, &key, &key + 1);
+      return traits_type::to_int_type(key);
+    }
+    std::function<void()> beforeRead;
+    const char* next = "unknown\n\n";
+    char key = 0;
+  } typing([&] { EXPECT_EQ(printed.flushed, printed.str()); });
+  std::istream in(&typing);
+  std::ostream out(&printed);
+  runPromptLoop(in, out);
+  EXPECT_EQ(printed.flushed, "tev-cli> command: [unknown] is not implemented \ntev-cli> tev-cli> ");
 }
 
 TEST(Registry, HoldsEveryCommandUnderItsOwnKey) {
