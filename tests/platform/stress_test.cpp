@@ -1,0 +1,98 @@
+#include "tests/platform/Elsewhere.h"
+
+#include "platform/krLog.h"
+#include "platform/krMem.h"
+
+#include <array>
+#include <cstdlib>
+#include <cstring>
+#include <random>
+#include <vector>
+
+namespace {
+
+std::atomic<long> wellFormed{0};
+
+/// The messages below name their number twice.
+void checkMessage(const char* message) {
+  const std::string copy = message;
+  const size_t half = copy.size() / 2;
+  wellFormed += copy[half] == ' ' && copy.substr(0, half) == copy.substr(half + 1);
+}
+
+} // namespace
+
+// Lasts 2 seconds, or as many as TEV_STRESS_SECONDS says. A release that woke nobody would show as a wait of 20 seconds
+// with its report on the console, or as a hang.
+TEST(Stress, ManyThreadsOverLocksHeapAndLogger) {
+  const char* const seconds = getenv("TEV_STRESS_SECONDS");
+  krMemInit(1, 0);
+  KrMutex* const mutex = krMutexCreate();
+  KrReadWrite* const rw = krReadWriteCreate();
+  KrSem* const sem = krSemCreate(2);
+  KrLogger* const logger = krLogGetLogger("stress.one");
+  krLogAddPrinter(logger, "check", checkMessage);
+  const uint32_t inUse = g_heap->inUse[1];
+  std::atomic<bool> stop{false};
+  std::atomic<long> locks{0}, messages{0};
+  long guarded = 0, first = 0, second = 0;
+  std::atomic<int> inside{0};
+  const auto work = [&](unsigned seed) {
+    std::mt19937 random(seed);
+    std::vector<std::pair<char*, size_t>> blocks(16, {nullptr, 0});
+    while (!stop) {
+      const int timeout = std::array{KR_WAIT_FOREVER, 60'000, KR_NO_WAIT}[random() % 3];
+      if (lock(mutex, timeout) == 0) {
+        ++guarded;
+        ++locks;
+        EXPECT_EQ(krMutexUnlock(mutex), 0);
+      } else {
+        EXPECT_EQ(timeout, KR_NO_WAIT);
+      }
+      if (random() % 16 == 0) { // these wait in milliseconds
+        EXPECT_EQ(writeLock(rw), 0);
+        ++first;
+        ++second;
+        EXPECT_EQ(krWriteUnlock(rw), 0);
+      }
+      EXPECT_EQ(readLock(rw), 0);
+      EXPECT_EQ(first, second);
+      EXPECT_EQ(krReadUnlock(rw), 0);
+      EXPECT_EQ(krSemTake(sem, random() % 2 == 0 ? KR_WAIT_FOREVER : 60'000), 0);
+      EXPECT_LE(++inside, 2);
+      --inside;
+      EXPECT_EQ(krSemGive(sem), 0);
+      auto& [block, size] = blocks[random() % blocks.size()];
+      EXPECT_TRUE(block == nullptr || std::string(block, size).find_first_not_of(block[0]) == std::string::npos);
+      const size_t newSize = 1 + random() % 40'000;
+      block = static_cast<char*>(krRealloc(block, newSize));
+      size = newSize;
+      memset(block, static_cast<int>(random() % 256), size);
+      const auto number = static_cast<unsigned>(random());
+      krInfo(logger, "%u %u", number, number);
+      ++messages;
+    }
+    for (const auto& block : blocks)
+      krFree(block.first);
+  };
+  EXPECT_EQ(printed([&] {
+              std::vector<std::thread> threads;
+              for (unsigned seed = 1; seed <= 4; ++seed)
+                threads.emplace_back(work, seed);
+              (void)krThreadSuspend(1000 * (seconds != nullptr ? atoi(seconds) : 2));
+              stop = true;
+              for (auto& thread : threads)
+                thread.join();
+            }),
+            "");
+  EXPECT_EQ(guarded, locks);
+  EXPECT_GT(locks, 0);
+  EXPECT_EQ(krSemGetValue(sem), 2);
+  EXPECT_EQ(wellFormed, messages);
+  EXPECT_EQ(g_heap->inUse[1], inUse);
+  EXPECT_EQ(g_heap->largeInUse, 0u);
+  krLogReset();
+  krMutexDestroy(mutex);
+  krReadWriteDestroy(rw);
+  krSemDestroy(sem);
+}
