@@ -38,7 +38,8 @@ using Function = std::function<void(benchmark::State&)>;
 void compare(const std::string& what, const std::string& beside, const Options& options, Function ours, Function peer);
 
 /// A row without: the time for each size, which the function finds in state.range(0).
-void growth(const std::string& what, const std::vector<int64_t>& sizes, Function function, const Options& options = {});
+void growth(const std::string& what, const std::vector<int64_t>& sizes, const Function& function,
+            const Options& options = {});
 
 } // namespace bench
 

@@ -127,7 +127,8 @@ void compare(const std::string& what, const std::string& beside, const Options& 
   add(nameOf(row, "peer"), options, std::move(peer));
 }
 
-void growth(const std::string& what, const std::vector<int64_t>& sizes, Function function, const Options& options) {
+void growth(const std::string& what, const std::vector<int64_t>& sizes, const Function& function,
+            const Options& options) {
   rows().push_back({what, "", 0, sizes});
   for (const int64_t size : sizes)
     add(nameOf(rows().size() - 1, std::to_string(size)), options, function, size);

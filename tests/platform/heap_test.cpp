@@ -176,7 +176,7 @@ TEST(Heap, ReallocKeepsWhatBothSizesHold) {
 TEST(Heap, SizesNearTheLargestFail) {
   krMemInit(1, 0);
   for (const size_t size : {SIZE_MAX, SIZE_MAX - 15, SIZE_MAX - 16, SIZE_MAX / 2 + 1}) {
-    for (const size_t old : {0, 10, 40'000}) {
+    for (const size_t old : {size_t{0}, size_t{10}, size_t{40'000}}) {
       void* const block = old != 0 ? krMalloc(old) : nullptr; // released, although there is no new one
       errno = 0;
       EXPECT_EQ(printed([&] { EXPECT_EQ(krRealloc(block, size), nullptr); }), "krMem.krMallocByHeap - Error (Task=)\n");
