@@ -175,7 +175,7 @@ void* allocate(KrHeap* heap, size_t size) {
 }
 
 void trackDeletedUsage(KrHeap* heap, uint32_t creator, uint32_t bytes) {
-  uint32_t* const end = heap->trackedIds + heap->highestSlot + 1;
+  uint32_t* const end = heap->trackedIds + (heap->highestSlot + 1);
   const uint32_t* const slot = std::find(heap->trackedIds, end, creator);
   // A thread that was never counted has nothing to take off.
   if (slot == end) return;
@@ -342,7 +342,7 @@ void krMemEnableWatch() {
 void krMemTrackNewUsage(KrHeap* heap, KrThreadId tid, int32_t bytes) {
   if (heap == nullptr) return;
   const uint32_t id = kr::shortId(tid);
-  const uint32_t* const end = heap->trackedIds + heap->highestSlot + 1;
+  const uint32_t* const end = heap->trackedIds + (heap->highestSlot + 1);
   const auto slot = std::find(static_cast<const uint32_t*>(heap->trackedIds), end, id) - heap->trackedIds;
   if (slot > heap->highestSlot) {
     if (heap->highestSlot >= KR_MEM_TRACKED_THREADS - 1) {
