@@ -7,9 +7,12 @@
 
 #include <atomic>
 #include <cerrno>
+#include <cstdarg>
 #include <fstream>
 #include <functional>
 #include <gtest/gtest.h>
+#include <initializer_list>
+#include <numeric>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -20,6 +23,9 @@ inline int writeLock(KrReadWrite* rw) { return krWriteLockDebug(rw, "b.cpp", 9, 
 
 /// errno of a call that returned -1, 0 of one that did not.
 inline int errnoOf(int result) { return result == -1 ? errno : 0; }
+
+/// The sum of what calls return, which are made in the order of the list.
+inline int sum(std::initializer_list<int> results) { return std::accumulate(results.begin(), results.end(), 0); }
 
 /// Runs `work` on another thread to its end and returns its result.
 inline int elsewhere(const std::function<int()>& work) {
@@ -52,9 +58,13 @@ inline std::string contents(const std::string& path) {
   return text.str();
 }
 
-template <class Value>
-std::string text(const Value& value) {
-  return (std::ostringstream() << value).str();
+inline __attribute__((format(printf, 1, 2))) std::string format(const char* format, ...) {
+  char text[2048];
+  va_list arguments;
+  va_start(arguments, format);
+  EXPECT_LT(vsnprintf(text, sizeof text, format, arguments), static_cast<int>(sizeof text));
+  va_end(arguments);
+  return text;
 }
 
 /// Lets `work` wait on a thread of either cancellation type and expects that it has to be cancelled to end.

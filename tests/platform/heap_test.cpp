@@ -14,14 +14,12 @@ uint32_t word(const void* block, int offset) {
   return value;
 }
 
-std::string report(const char* format, const void* block) {
-  char line[128];
-  (void)snprintf(line, sizeof line, format, static_cast<unsigned>(reinterpret_cast<uintptr_t>(block) - 16));
-  return line;
+unsigned headerOf(const void* block) { return static_cast<unsigned>(reinterpret_cast<uintptr_t>(block) - 16); }
+std::string invalid(const void* block) {
+  return format("krFree - Delete invalid block %08X (Task=)\n", headerOf(block));
 }
-std::string invalid(const void* block) { return report("krFree - Delete invalid block %08X (Task=)\n", block); }
 std::string deleted(const void* block) {
-  return report("krFree - Block %08X already deleted (Creator=) (Deleted by=) (CurrentTask=)\n", block);
+  return format("krFree - Block %08X already deleted (Creator=) (Deleted by=) (CurrentTask=)\n", headerOf(block));
 }
 
 /// An address the compiler cannot follow, for releases that it would rightly object to.
@@ -155,7 +153,7 @@ TEST(Heap, ReallocKeepsWhatBothSizesHold) {
                {100, 34'816, false},    {100, 34'817, false},    {34'816, 300'000, false}, {40'000, 10, false},
                {40'000, 60'000, false}, {400'000, 40'000, false}};
   for (const auto& row : table) {
-    SCOPED_TRACE(text(row.from) + " to " + text(row.to));
+    SCOPED_TRACE(row.from + row.to);
     std::string pattern(row.from, 'x');
     for (size_t i = 0; i < row.from; ++i)
       pattern[i] = static_cast<char>(i % 251);

@@ -65,36 +65,35 @@ KrThreadId withAttributes(const char* name) {
   return krThreadSpawn_with_attr(name, 50, nullptr, checkArguments, INTPTR_MIN, 2, 3, 4, 5, 6, 7, 8, 9, INTPTR_MAX);
 }
 
-std::string asSigned(KrThreadId tid) { return text(static_cast<int>(tid)); }
-std::string asUnsigned(KrThreadId tid) { return text(static_cast<uint32_t>(tid)); }
+std::string asSigned(KrThreadId tid) { return format("%d", static_cast<int>(tid)); }
+std::string asUnsigned(KrThreadId tid) { return format("%u", static_cast<unsigned>(tid)); }
 
 /// What setting `priority` for a thread says here, and the Linux priority it has then. Ordinary users may not set one,
 /// and neither may root in many a container.
 std::pair<std::string, int> expectedPriority(KrThreadId tid, int priority, int linux) {
-  const std::string head = "krThreadSetPriority: ", id = "tid[" + asSigned(tid) + "]";
-  if (geteuid() != 0) return {head + "ERROR: " + id + "; NOT ROOT: geteuid()=" + text(geteuid()) + "\n", 0};
+  const int id = static_cast<int>(tid), user = static_cast<int>(geteuid());
+  if (user != 0) return {format("krThreadSetPriority: ERROR: tid[%d]; NOT ROOT: geteuid()=%d\n", id, user), 0};
   const bool allowed = elsewhere([] {
                          sched_param parameters{};
                          parameters.sched_priority = 1;
                          return pthread_setschedparam(pthread_self(), SCHED_FIFO, &parameters);
                        }) == 0;
-  return allowed ? std::pair{head + "Set priority for " + id + " to [" + text(linux) +
-                                 "] (kr priority=" + text(priority) + "), policy=1\n",
-                             linux}
-                 : std::pair{head + "ERROR: pthread_setschedparam (pri=" + text(linux) + ", policy=1) failed for " +
-                                 id + "\n",
-                             0};
+  const char* const set = "krThreadSetPriority: Set priority for tid[%d] to [%d] (kr priority=%d), policy=1\n";
+  const char* const failed =
+      "krThreadSetPriority: ERROR: pthread_setschedparam (pri=%d, policy=1) failed for tid[%d]\n";
+  return allowed ? std::pair(format(set, id, linux, priority), linux) : std::pair(format(failed, linux, id), 0);
 }
 
 } // namespace
 
 TEST(Thread, SpawnsAreToldAndLogged) {
-  const std::string name(300, 'n'), self = asUnsigned(krThreadIdSelf());
+  const std::string name(300, 'n');
   const struct {
     KrThreadId (*spawn)(const char*);
-    std::string shownStack;
+    const char* shownStack;
     std::string (*shown)(KrThreadId);
-  } table[] = {{detached, "64000", asSigned}, {joinable, "1048576", asUnsigned}, {withAttributes, "", asUnsigned}};
+  } table[] = {
+      {detached, " ss:64000", asSigned}, {joinable, " ss:1048576", asUnsigned}, {withAttributes, nullptr, asUnsigned}};
   for (const auto& row : table) {
     ran = false;
     KrThreadId tid = KR_NO_THREAD;
@@ -107,25 +106,27 @@ TEST(Thread, SpawnsAreToldAndLogged) {
     });
     EXPECT_TRUE(ran);
     EXPECT_EQ(stackSize >> 20 == 1, row.spawn == joinable); // the others get the system's default
-    EXPECT_EQ(console, row.shownStack.empty()
+    EXPECT_EQ(console, row.shownStack == nullptr
                            ? ""
-                           : "krThreadSpawn " + name + " ss:" + row.shownStack + " p:50 tid:" + text(tid) + "\n");
+                           : "krThreadSpawn " + name + row.shownStack + format(" p:50 tid:%lu\n", tid));
     const auto [said, linux] = expectedPriority(tid, 50, 80);
-    const std::string told = "Thread [" + name + "] (tid = " + row.shown(tid) + "); Linux Priority = " + text(linux) +
-                             "; spawned by tid = " + row.shown(krThreadIdSelf()) + "\n";
-    const std::string spawned = R"([0-9/]{5} [0-9:]{8}\.[0-9]{2} \[)" + self +
-                                R"(\] krThreadSpawn: Spawned Thread \[)" + name + R"(\] \(tid = )" + row.shown(tid) +
-                                R"(\); Linux Priority = )" + text(linux) + "\n";
+    const std::string id = row.shown(tid), self = row.shown(krThreadIdSelf());
+    const std::string told = said + format("Thread [%s] (tid = %s); Linux Priority = %d; spawned by tid = %s\n",
+                                           name.c_str(), id.c_str(), linux, self.c_str());
+    const std::string spawned =
+        "[0-9/]{5} [0-9:]{8}\\.[0-9]{2} \\[" + asUnsigned(krThreadIdSelf()) +
+        format("\\] krThreadSpawn: Spawned Thread \\[%s\\] \\(tid = %s\\); Linux Priority = %d\n", name.c_str(),
+               id.c_str(), linux);
     const std::string started =
-        "New thread, tid = " + asSigned(tid) + " / PID = " + text(getpid()) + " / LWP id = [0-9]+\n";
+        format("New thread, tid = %d / PID = %d / LWP id = [0-9]+\n", static_cast<int>(tid), getpid());
     std::string error = GetCapturedStderr();
     const size_t at = error.find("New thread"); // told by the thread itself, whenever it runs
     ASSERT_NE(at, std::string::npos);
     const size_t length = error.find("\n\n", at) + 2 - at;
     EXPECT_TRUE(matches(error.substr(at, length), started + "\n"));
     error.erase(at, length);
-    EXPECT_EQ(error.substr(0, said.size() + told.size()), said + told);
-    EXPECT_TRUE(matches(error.substr(said.size() + told.size()), spawned + "\n"));
+    EXPECT_EQ(error.substr(0, told.size()), told);
+    EXPECT_TRUE(matches(error.substr(told.size()), spawned + "\n"));
     if (access("/var/log", W_OK) != 0) continue;
     for (const auto& line : {spawned, started}) // others may log there as well
       EXPECT_TRUE(matches(contents("/var/log/threads.log"), "(.*\n)*" + line + "(.*\n)*"));
@@ -147,11 +148,9 @@ TEST(Thread, DefaultStackSizeAndFailureToSpawn) {
               EXPECT_EQ(krThreadSpawn_joinable("x", 50, -1, spin, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0), KR_NO_THREAD);
               error = errno;
             }),
-            "krThreadSpawn x ss:-1 p:50 tid:" + text(KR_NO_THREAD) + "\n");
-  char expected[128];
-  (void)snprintf(expected, sizeof expected, "krThreadSpawn Failed to spawn [x], errno = [0x%08x : %s]\n",
-                 static_cast<unsigned>(error), strerror(error));
-  EXPECT_EQ(GetCapturedStderr(), expected);
+            format("krThreadSpawn x ss:-1 p:50 tid:%lu\n", KR_NO_THREAD));
+  EXPECT_EQ(GetCapturedStderr(), format("krThreadSpawn Failed to spawn [x], errno = [0x%08x : %s]\n",
+                                        static_cast<unsigned>(error), strerror(error)));
 }
 
 TEST(Thread, Priorities) {
@@ -176,28 +175,22 @@ TEST(Thread, Priorities) {
   EXPECT_EQ(GetCapturedStderr(), "");
 }
 
-TEST(Thread, NoThreadIsRefused) {
-  int out = 7;
-  for (const KrThreadId none : {KR_NO_THREAD, KrThreadId{0}}) {
-    EXPECT_EQ(krThreadDelete(none), ESRCH);
-    EXPECT_EQ(krThreadJoin(none, nullptr), ESRCH);
-    EXPECT_EQ(errnoOf(krThreadSetPriority(none, 5)), ESRCH);
-    EXPECT_EQ(errnoOf(krThreadGetPriority(none, &out)), ESRCH);
-    EXPECT_EQ(krThreadAwaitEnd(none), 0);
-  }
-  EXPECT_EQ(out, 7);
-  EXPECT_EQ(krThreadResume(krThreadIdSelf()), -1);
-  EXPECT_EQ(krThreadStackAvailable(krThreadIdSelf()), 0x7FFFFFFF);
-  EXPECT_EQ(errnoOf(krThreadAwaitEnd(krThreadIdSelf())), EDEADLK);
-}
-
-TEST(Thread, IsCancelledAnywhere) {
+TEST(Thread, IsCancelledAnywhereAndRefusedWhenItIsNone) {
   ran = false;
   const KrThreadId tid = spawn(spin);
   waitUntil([] { return ran.load(); });
   expectCancellable([=] { (void)krThreadAwaitEnd(tid); });
-  EXPECT_EQ(krThreadDelete(tid), 0);
-  EXPECT_EQ(krThreadAwaitEnd(tid) + krThreadAwaitEnd(tid), 0);
+  EXPECT_EQ(sum({krThreadDelete(tid), krThreadAwaitEnd(tid), krThreadAwaitEnd(tid)}), 0);
+  int out = 7;
+  for (const KrThreadId none : {KR_NO_THREAD, KrThreadId{0}}) {
+    EXPECT_TRUE(krThreadDelete(none) == ESRCH && krThreadJoin(none, nullptr) == ESRCH);
+    EXPECT_EQ(errnoOf(krThreadSetPriority(none, 5)), ESRCH);
+    EXPECT_EQ(errnoOf(krThreadGetPriority(none, &out)), ESRCH);
+    EXPECT_EQ(krThreadAwaitEnd(none) + out, 7);
+  }
+  EXPECT_EQ(krThreadResume(krThreadIdSelf()), -1);
+  EXPECT_EQ(krThreadStackAvailable(krThreadIdSelf()), 0x7FFFFFFF);
+  EXPECT_EQ(errnoOf(krThreadAwaitEnd(krThreadIdSelf())), EDEADLK);
 }
 
 TEST(Thread, CancellingLeavesTheLibraryUsable) {
@@ -220,8 +213,8 @@ TEST(Thread, CancellingLeavesTheLibraryUsable) {
       ran = false;
       const KrThreadId tid = spawn(callTheLibrary, reinterpret_cast<intptr_t>(sem), reinterpret_cast<intptr_t>(mutex));
       if (round % 2 == 0) waitUntil([] { return ran.load(); }); // else it is cancelled before it begins, or about then
-      ASSERT_EQ(krThreadDelete(tid) + krThreadAwaitEnd(tid), 0);
-      ASSERT_EQ(lock(mutex, KR_NO_WAIT) + krMutexUnlock(mutex), 0);
+      ASSERT_EQ(sum({krThreadDelete(tid), krThreadAwaitEnd(tid)}), 0);
+      ASSERT_EQ(sum({lock(mutex, KR_NO_WAIT), krMutexUnlock(mutex)}), 0);
       krFree(krMalloc(100));
     }
   });
