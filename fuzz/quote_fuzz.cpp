@@ -1,0 +1,64 @@
+// Words quoted for the system shell, checked against a real one: a command gets exactly the words. One shell serves all
+// inputs.
+#include "fuzz/Check.h"
+
+#include "platform/shellQuote.h"
+
+#include <fcntl.h>
+#include <fuzzer/FuzzedDataProvider.h>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+class Shell {
+public:
+  Shell() {
+    int in[2], out[2];
+    FUZZ_CHECK(pipe2(in, O_CLOEXEC) == 0 && pipe2(out, O_CLOEXEC) == 0);
+    const pid_t child = fork();
+    FUZZ_CHECK(child >= 0);
+    if (child == 0) {
+      if (dup2(in[0], 0) == 0 && dup2(out[1], 1) == 1) (void)execl("/bin/sh", "sh", nullptr);
+      _exit(127);
+    }
+    (void)close(in[0]);
+    (void)close(out[1]);
+    in_ = in[1];
+    out_ = out[0]; // at the end of this process the shell's input ends, and with it the shell
+  }
+
+  /// Each word as a command got it, followed by a zero byte.
+  std::string wordsOf(const std::string& quoted, size_t size) const {
+    const std::string line = "printf '%s\\0'" + quoted + "\n";
+    FUZZ_CHECK(write(in_, line.data(), line.size()) == static_cast<ssize_t>(line.size()));
+    std::string words(size, '#');
+    for (size_t got = 0; got < size;) {
+      const ssize_t count = read(out_, words.data() + got, size - got);
+      FUZZ_CHECK(count > 0);
+      got += static_cast<size_t>(count);
+    }
+    return words;
+  }
+
+private:
+  int in_ = -1;
+  int out_ = -1;
+};
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
+  static const Shell shell;
+  FuzzedDataProvider data(bytes, size);
+  std::string quoted, expected;
+  while (data.remaining_bytes() > 0 && expected.size() < 8000) {
+    const std::string word = data.ConsumeRandomLengthString(500).c_str();
+    quoted += ' ' + krShellQuote(word.c_str());
+    expected += word + '\0';
+  }
+  quoted += " end"; // so that something more than the words would show
+  expected += std::string("end") + '\0';
+  FUZZ_CHECK(shell.wordsOf(quoted, expected.size()) == expected);
+  return 0;
+}
