@@ -1,5 +1,7 @@
 #include "log/tevlog.h"
 
+#include "log/LogFile.h"
+
 #include <cstdint>
 #include <cstring>
 #include <memory>
@@ -16,30 +18,39 @@ namespace {
 // outlives the static destructors still finds it.
 std::mutex logMutex;
 
-template <class Step>
-[[gnu::noinline]] void locked(Step& step) {
-  std::lock_guard<std::mutex> lock(logMutex);
-  step();
+// Asks for deferred cancellation; the type it was before.
+int deferCancelling() {
+  int type = PTHREAD_CANCEL_DEFERRED;
+  (void)pthread_setcanceltype(PTHREAD_CANCEL_DEFERRED, &type);
+  return type;
 }
 
-// Runs one step under the lock. A thread whose cancellation is asynchronous finishes the step first; this frame owns
-// nothing with a destructor, because it is the one that such a cancellation may unwind. The type changes with the
-// state: a cancellation that was sent while it was still enabled arrives as a signal a moment later, and the C library
-// then looks at the type alone. Any other thread can be cancelled only where the file is written, and unwinds in order
-// from there: the lock is released and the stream stays usable. The calls fail only for values that do not exist. The
-// address sanitizer, which does not learn that an unwound frame is gone, is kept out of this one.
-template <class Step>
-__attribute__((noinline, no_sanitize("address"))) void uninterrupted(Step step) {
-  int type = PTHREAD_CANCEL_DEFERRED, state = PTHREAD_CANCEL_ENABLE;
-  (void)pthread_setcanceltype(PTHREAD_CANCEL_DEFERRED, &type);
-  if (type == PTHREAD_CANCEL_DEFERRED) {
-    locked(step);
-    return;
-  }
+template <class Log, class Step>
+[[gnu::noinline]] Log& locked(Log& out, Step step) {
+  std::lock_guard<std::mutex> lock(logMutex);
+  step(out);
+  return out;
+}
+
+// Runs one step on a log under the lock. A thread whose cancellation is asynchronous finishes the step first; this
+// frame owns nothing with a destructor, because it is the one that such a cancellation may unwind. The type changes
+// with the state: a cancellation that was sent while it was still enabled arrives as a signal a moment later, and the C
+// library then looks at the type alone. Any other thread can be cancelled only where the file is written, and unwinds
+// in order from there: the lock is released and the stream stays usable. The calls fail only for values that do not
+// exist. The address sanitizer, which does not learn that an unwound frame is gone, is kept out of this one.
+//
+// Steps are small and go by value: the common case is a jump then, and few frames lie between the system call of a
+// flush and the caller. Each of them costs: the kernel makes the processor forget where they return to.
+template <class Log, class Step>
+__attribute__((noinline, no_sanitize("address"))) Log& uninterrupted(Log& out, Step step) {
+  const int type = deferCancelling();
+  if (type == PTHREAD_CANCEL_DEFERRED) return locked(out, step);
+  int state = PTHREAD_CANCEL_ENABLE;
   (void)pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &state);
-  locked(step);
+  locked(out, step);
   (void)pthread_setcancelstate(state, nullptr);
   (void)pthread_setcanceltype(type, nullptr);
+  return out;
 }
 
 } // namespace
@@ -47,55 +58,26 @@ __attribute__((noinline, no_sanitize("address"))) void uninterrupted(Step step) 
 /// The steps that the free functions make of a log.
 class LogStep {
 public:
-  template <class Value>
-  static tevlog& write(tevlog& out, Value value) {
-    uninterrupted([&out, value] {
-      if (out.writable()) *out._stream << value;
+  /// A step on the stream of a log that is writable.
+  template <class Step>
+  static tevlog& write(tevlog& out, Step step) {
+    return uninterrupted(out, [step](tevlog& trace) {
+      if (trace.writable()) step(*trace._stream);
     });
-    return out;
-  }
-
-  static tevlog& setBase(tevlog& out, std::ios_base& (*base)(std::ios_base&)) {
-    uninterrupted([&out, base] {
-      if (out.writable()) base(*out._stream);
-    });
-    return out;
-  }
-
-  // Text and line ends go straight to the buffer of the stream: no flag of the stream concerns them.
-  static tevlog& writeText(tevlog& out, const char* text, std::streamsize length) {
-    uninterrupted([&out, text, length] {
-      if (out.writable() && out._stream->good() && out._stream->rdbuf()->sputn(text, length) != length)
-        out._stream->setstate(std::ios_base::badbit);
-    });
-    return out;
-  }
-
-  static tevlog& endLine(tevlog& out) {
-    uninterrupted([&out] {
-      if (!out.writable() || !out._stream->good()) return;
-      std::filebuf& file = *out._stream->rdbuf();
-      if (file.sputc('\n') == std::filebuf::traits_type::eof() || file.pubsync() != 0)
-        out._stream->setstate(std::ios_base::badbit);
-    });
-    return out;
   }
 
   static tevlog& setEnabled(tevlog& out, bool enabled) {
-    uninterrupted([&out, enabled] { out._enabled = enabled; });
-    return out;
+    return uninterrupted(out, [enabled](tevlog& trace) { trace._enabled = enabled; });
   }
 
   static bool isEnabled(const tevlog& out) {
     bool enabled = false;
-    uninterrupted([&out, &enabled] { enabled = out._enabled; });
+    uninterrupted(out, [&enabled](const tevlog& trace) { enabled = trace._enabled; });
     return enabled;
   }
 };
 
-tevlog::tevlog(const char* filename)
-    : _filename(filename), _stream(new std::ofstream(_filename, std::ios_base::out | std::ios_base::trunc)),
-      _enabled(false) {}
+tevlog::tevlog(const char* filename) : _filename(filename), _stream(new LogFile(_filename.c_str())), _enabled(false) {}
 
 tevlog::~tevlog() {
   std::lock_guard<std::mutex> lock(logMutex);
@@ -103,10 +85,10 @@ tevlog::~tevlog() {
 }
 
 void tevlog::closeStream() {
-  std::unique_ptr<std::ofstream> closing(_stream); // closes as it goes
+  std::unique_ptr<LogFile> closing(_stream); // closes as it goes
   // Volatile, because a thread that outlives the static destructors still asks this member whether there is a stream,
   // and a compiler may drop an ordinary store into an object that is about to die.
-  *const_cast<std::ofstream* volatile*>(&_stream) = nullptr;
+  *const_cast<LogFile* volatile*>(&_stream) = nullptr;
 }
 
 tevlog& tevlog::operator=(tevlog& other) {
@@ -136,20 +118,39 @@ void initlog(const char* filename) {
 
 tevlog& enable(tevlog& out) { return LogStep::setEnabled(out, true); }
 tevlog& disable(tevlog& out) { return LogStep::setEnabled(out, false); }
-tevlog& endl(tevlog& out) { return LogStep::endLine(out); }
-tevlog& hex(tevlog& out) { return LogStep::setBase(out, std::hex); }
-tevlog& dec(tevlog& out) { return LogStep::setBase(out, std::dec); }
+tevlog& hex(tevlog& out) {
+  return LogStep::write(out, [](LogFile& file) { file.setBase(16); });
+}
+tevlog& dec(tevlog& out) {
+  return LogStep::write(out, [](LogFile& file) { file.setBase(10); });
+}
+tevlog& endl(tevlog& out) {
+  return LogStep::write(out, [](LogFile& file) {
+    file.put("\n", 1);
+    file.flush();
+  });
+}
 
-tevlog& operator<<(tevlog& out, tevlog& (*manipulator)(tevlog&)) { return manipulator(out); }
-tevlog& operator<<(tevlog& out, char value) { return LogStep::write(out, value); }
+namespace {
+
+tevlog& writeText(tevlog& out, const char* text, size_t length) {
+  return LogStep::write(out, [text, length](LogFile& file) { file.put(text, length); });
+}
+
+template <class Integer>
+tevlog& writeNumber(tevlog& out, Integer number) {
+  return LogStep::write(out, [number](LogFile& file) { file.put(number); });
+}
+
+} // namespace
+
+tevlog& operator<<(tevlog& out, char value) { return writeText(out, &value, 1); }
 tevlog& operator<<(tevlog& out, const char* text) {
-  return text == nullptr ? out : LogStep::writeText(out, text, static_cast<std::streamsize>(std::strlen(text)));
+  return text == nullptr ? out : writeText(out, text, std::strlen(text));
 }
-tevlog& operator<<(tevlog& out, unsigned int value) { return LogStep::write(out, value); }
-tevlog& operator<<(tevlog& out, long value) { return LogStep::write(out, value); }
-tevlog& operator<<(tevlog& out, int value) { return LogStep::write(out, value); }
-tevlog& operator<<(tevlog& out, void* pointer) {
-  return LogStep::write(out, reinterpret_cast<std::uintptr_t>(pointer));
-}
+tevlog& operator<<(tevlog& out, unsigned int value) { return writeNumber(out, value); }
+tevlog& operator<<(tevlog& out, long value) { return writeNumber(out, value); }
+tevlog& operator<<(tevlog& out, int value) { return writeNumber(out, value); }
+tevlog& operator<<(tevlog& out, void* pointer) { return writeNumber(out, reinterpret_cast<std::uintptr_t>(pointer)); }
 
 } // namespace tev

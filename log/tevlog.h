@@ -12,10 +12,11 @@
 #ifndef TEV_LOG_TEVLOG_H
 #define TEV_LOG_TEVLOG_H
 
-#include <fstream>
 #include <string>
 
 namespace tev {
+
+class LogFile;
 
 class tevlog {
 public:
@@ -42,7 +43,7 @@ private:
   void closeStream();
 
   std::string _filename;
-  std::ofstream* _stream; ///< owned; null after the file went to another log
+  LogFile* _stream; ///< owned; null after the file went to another log
   bool _enabled;
 };
 
@@ -63,7 +64,7 @@ tevlog& endl(tevlog& out);
 tevlog& hex(tevlog& out);
 tevlog& dec(tevlog& out);
 
-tevlog& operator<<(tevlog& out, tevlog& (*manipulator)(tevlog&));
+inline tevlog& operator<<(tevlog& out, tevlog& (*manipulator)(tevlog&)) { return manipulator(out); }
 tevlog& operator<<(tevlog& out, char value);
 tevlog& operator<<(tevlog& out, const char* text); ///< a null text writes nothing
 tevlog& operator<<(tevlog& out, unsigned int value);

@@ -62,6 +62,13 @@ TEST_F(TraceLog, WritesEveryKindOfValueInTheBaseLastSet) {
   EXPECT_FALSE(log.IsEnabled());
   log << tev::enable << tev::endl;
   EXPECT_NE(contentOf(file).find("buffered\n"), std::string::npos);
+  std::string all = contentOf(file);
+  for (size_t length : {1u, 4095u, 4096u, 4097u, 10'000u}) { // across the end of a buffer, and of several
+    const std::string text(length, static_cast<char>('a' + length % 26));
+    log << text.c_str() << -2147483647 << tev::endl;
+    all += text + "-2147483647\n";
+    EXPECT_EQ(contentOf(file), all);
+  }
 }
 
 TEST_F(TraceLog, AssignmentHandsTheFileOver) {
