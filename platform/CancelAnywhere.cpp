@@ -1,7 +1,5 @@
 #include "platform/CancelAnywhere.h"
 
-#if KR_UNWINDS_FROM_CALLS_ONLY
-
 #include "platform/Uncancelled.h"
 
 #include <cerrno>
@@ -10,6 +8,15 @@
 #include <unistd.h>
 
 namespace {
+
+/// Loads what unwinds a thread. A signal handler could not do that, and the C library ends the process when a thread
+/// ends and there is no memory for it.
+bool loadUnwinder() {
+  void* caller = nullptr;
+  return backtrace(&caller, 1) > 0;
+}
+
+#if KR_UNWINDS_FROM_CALLS_ONLY
 
 // Ignored unless somebody asks for it, and nobody here asks for out-of-band data.
 constexpr int cancelSignal = SIGURG;
@@ -26,24 +33,34 @@ void onCancelSignal(int, siginfo_t* info, void*) {
   errno = reason;
 }
 
+bool watchCancelSignal() {
+  struct sigaction action {};
+  action.sa_sigaction = onCancelSignal;
+  action.sa_flags = SA_SIGINFO | SA_RESTART;
+  return sigaction(cancelSignal, &action, nullptr) == 0;
+}
+
+#else
+
+bool watchCancelSignal() { return true; }
+
+#endif
+
 } // namespace
 
 namespace kr {
 
-int cancelThread(KrThreadId tid) { return pthread_kill(tid, cancelSignal); }
-
 int prepareCancelling() {
   static bool prepared = false;
   if (prepared) return 0;
-  // Loads the unwinder now, which a signal handler could not do.
-  void* caller = nullptr;
-  (void)backtrace(&caller, 1);
-  struct sigaction action {};
-  action.sa_sigaction = onCancelSignal;
-  action.sa_flags = SA_SIGINFO | SA_RESTART;
-  prepared = sigaction(cancelSignal, &action, nullptr) == 0;
+  if (!loadUnwinder()) return ENOMEM;
+  prepared = watchCancelSignal();
   return prepared ? 0 : errno;
 }
+
+#if KR_UNWINDS_FROM_CALLS_ONLY
+
+int cancelThread(KrThreadId tid) { return pthread_kill(tid, cancelSignal); }
 
 void acceptCancelling() {
   sigset_t signals;
@@ -53,6 +70,6 @@ void acceptCancelling() {
   (void)pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
 }
 
-} // namespace kr
-
 #endif
+
+} // namespace kr

@@ -22,6 +22,9 @@
 
 namespace kr {
 
+/// Before a thread is created, one caller at a time. Returns 0 or an error number.
+int prepareCancelling();
+
 using WayOut = sigjmp_buf*;
 
 #if KR_UNWINDS_FROM_CALLS_ONLY
@@ -35,9 +38,6 @@ inline WayOut setWayOut(WayOut to) { return std::exchange(wayOut, to); }
 /// pthread_cancel for a live thread of this library.
 int cancelThread(KrThreadId tid);
 
-/// Before the first thread is created, one thread at a time. Returns 0 or an error number.
-int prepareCancelling();
-
 /// On a new thread: lets the cancellations of others reach it.
 void acceptCancelling();
 
@@ -45,7 +45,6 @@ void acceptCancelling();
 
 inline WayOut setWayOut(WayOut) { return nullptr; }
 inline int cancelThread(KrThreadId tid) { return pthread_cancel(tid); }
-inline int prepareCancelling() { return 0; }
 inline void acceptCancelling() {}
 
 #endif
