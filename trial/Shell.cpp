@@ -1,0 +1,109 @@
+#include "trial/Shell.h"
+
+#include <cerrno>
+#include <csignal>
+#include <fcntl.h>
+#include <poll.h>
+#include <regex>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace trial {
+
+namespace {
+
+constexpr char prompt[] = "tev-cli> ";
+constexpr int longestSilence = 15'000; // milliseconds; an exchange takes three seconds at most
+
+int check(int result, const char* what) {
+  if (result < 0) throw std::system_error(errno, std::generic_category(), what);
+  return result;
+}
+
+/// Where the prompt begins that ends what `text` begins with. A help text may hold one, but not at the start of a line.
+size_t findPrompt(const std::string& text) {
+  size_t at = text.find(prompt);
+  while (at != text.npos && at > 0 && text[at - 1] != '\n')
+    at = text.find(prompt, at + 1);
+  return at;
+}
+
+std::string withoutThreadLines(const std::string& text) {
+  static const std::regex lines("(New thread, tid = |[0-9/]+ [0-9:.]+ \\[[0-9]+\\] krThreadSpawn: Spawned)[^\n]*\n\n|"
+                                "(krThreadSpawn \\w* ss:|krThreadSetPriority: |Thread \\[\\w*\\])[^\n]*\n");
+  return std::regex_replace(text, lines, "");
+}
+
+} // namespace
+
+Shell::Shell(const std::string& program, const std::string& first, const std::string& second) {
+  int in[2], out[2];
+  check(pipe2(in, O_CLOEXEC), "pipe");
+  check(pipe2(out, O_CLOEXEC), "pipe");
+  pid_ = check(fork(), "fork");
+  if (pid_ == 0) {
+    (void)prctl(PR_SET_PDEATHSIG, SIGKILL); // cannot fail
+    // The strings live until the program is replaced.
+    if (!first.empty()) (void)putenv(const_cast<char*>(first.c_str()));
+    if (!second.empty()) (void)putenv(const_cast<char*>(second.c_str()));
+    if (dup2(in[0], 0) == 0 && dup2(out[1], 1) == 1 && dup2(out[1], 2) == 2)
+      (void)execl(program.c_str(), program.c_str(), nullptr);
+    _exit(127);
+  }
+  (void)close(in[0]);
+  (void)close(out[1]);
+  in_ = in[1];
+  out_ = out[0];
+}
+
+Shell::~Shell() {
+  if (pid_ > 0) {
+    (void)kill(pid_, SIGKILL);
+    (void)waitpid(pid_, nullptr, 0);
+  }
+  if (in_ >= 0) (void)close(in_);
+  (void)close(out_);
+}
+
+void Shell::type(const std::string& line) {
+  const std::string typed = line + '\n';
+  const ssize_t written = write(in_, typed.data(), typed.size()); // fails when the shell has ended: seen when reading
+  (void)written;
+}
+
+Shell::State Shell::readMore() {
+  pollfd wait = {out_, POLLIN, 0};
+  if (poll(&wait, 1, longestSilence) == 0) return State::silent;
+  char piece[4096];
+  const ssize_t count = read(out_, piece, sizeof piece);
+  if (count <= 0) return State::ended;
+  read_.append(piece, static_cast<size_t>(count));
+  return State::prompting;
+}
+
+Shell::State Shell::awaitPrompt(std::string* text) {
+  State state = State::prompting;
+  size_t at = findPrompt(read_);
+  while (at == read_.npos && (state = readMore()) == State::prompting)
+    at = findPrompt(read_);
+  *text = withoutThreadLines(read_.substr(0, at));
+  read_.erase(0, at == read_.npos ? at : at + sizeof prompt - 1);
+  return state;
+}
+
+int Shell::end(std::string* text) {
+  if (in_ >= 0) (void)close(in_);
+  in_ = -1;
+  while (readMore() == State::prompting) {
+  }
+  *text = withoutThreadLines(read_);
+  read_.clear();
+  int status = 0;
+  check(waitpid(pid_, &status, 0), "waitpid");
+  pid_ = -1;
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+} // namespace trial
