@@ -31,26 +31,26 @@ public:
 
 class Appliance : public StandIns {
 public:
-  Appliance(FuzzedDataProvider& data, std::string nodeText) : data_(data), nodeText_(std::move(nodeText)) {}
+  Appliance(FuzzedDataProvider& data, std::string nodeText) : _data(data), _nodeText(std::move(nodeText)) {}
 
   int sent(int queue, long, const std::string& text) override {
     FUZZ_CHECK(queue == 98307 || queue == 229383 || queue == 0);
     FUZZ_CHECK(text.size() >= 16 && text.size() <= 28 && text.size() % 4 == 0);
-    waiting_ = true;
+    _waiting = true;
     return 0;
   }
 
   void arrive() override {
-    if (!waiting_) return;
-    waiting_ = false;
-    const std::string reply = data_.ConsumeRandomLengthString(64);
+    if (!_waiting) return;
+    _waiting = false;
+    const std::string reply = _data.ConsumeRandomLengthString(64);
     intoPipe(reply.data(), reply.size());
   }
 
   int openNode(const char*, int) override {
-    if (nodeText_ == "missing") return StandIns::openNode(nullptr, 0);
+    if (_nodeText == "missing") return StandIns::openNode(nullptr, 0);
     const int fd = memfd_create("node", MFD_CLOEXEC);
-    FUZZ_CHECK(fd > 0 && write(fd, nodeText_.data(), nodeText_.size()) >= 0 && lseek(fd, 0, SEEK_SET) == 0);
+    FUZZ_CHECK(fd > 0 && write(fd, _nodeText.data(), _nodeText.size()) >= 0 && lseek(fd, 0, SEEK_SET) == 0);
     return fd;
   }
 
@@ -58,13 +58,13 @@ public:
     const std::string line = commandLine;
     FUZZ_CHECK(line.rfind(toolFolder, 0) == 0);
     FUZZ_CHECK(line.find_first_of("\n\t") == std::string::npos || line.back() == '\'');
-    return data_.ConsumeBool() ? 0 : -1;
+    return _data.ConsumeBool() ? 0 : -1;
   }
 
 private:
-  FuzzedDataProvider& data_;
-  const std::string nodeText_;
-  bool waiting_ = false;
+  FuzzedDataProvider& _data;
+  const std::string _nodeText;
+  bool _waiting = false;
 };
 
 /// What splitLine must give, said another way.

@@ -98,12 +98,12 @@ private:
 
 class Model {
 public:
-  explicit Model(FuzzedDataProvider& data) : data_(data) {}
+  explicit Model(FuzzedDataProvider& data) : _data(data) {}
 
   void step() {
     told.clear();
-    noMemory = data_.ConsumeIntegralInRange(0, 15) == 15;
-    switch (data_.ConsumeIntegralInRange(0, 9)) {
+    noMemory = _data.ConsumeIntegralInRange(0, 15) == 15;
+    switch (_data.ConsumeIntegralInRange(0, 9)) {
     case 0:
     case 1:
     case 2:
@@ -126,7 +126,7 @@ public:
   void end() {
     noMemory = false;
     told.clear();
-    while (!live_.empty())
+    while (!_live.empty())
       release();
     for (int i = 0; i < KR_MEM_CLASSES; ++i)
       FUZZ_CHECK(listLength(i) == g_heap->obtained[i]);
@@ -142,13 +142,13 @@ private:
 
   size_t size() {
     constexpr size_t edges[] = {48, 128, 512, 1024, 2304, 4352, 10240, 18432, 26624, 34816};
-    if (data_.ConsumeBool()) return data_.ConsumeIntegralInRange<size_t>(0, 40000);
-    return data_.PickValueInArray(edges) + data_.ConsumeIntegralInRange<size_t>(0, 2) - 1;
+    if (_data.ConsumeBool()) return _data.ConsumeIntegralInRange<size_t>(0, 40000);
+    return _data.PickValueInArray(edges) + _data.ConsumeIntegralInRange<size_t>(0, 2) - 1;
   }
 
   Live::iterator any() {
-    return std::next(live_.begin(),
-                     data_.ConsumeIntegralInRange<ptrdiff_t>(0, static_cast<ptrdiff_t>(live_.size()) - 1));
+    return std::next(_live.begin(),
+                     _data.ConsumeIntegralInRange<ptrdiff_t>(0, static_cast<ptrdiff_t>(_live.size()) - 1));
   }
 
   static size_t listLength(int i) {
@@ -180,17 +180,17 @@ private:
     FUZZ_CHECK(reinterpret_cast<uintptr_t>(at) % alignof(max_align_t) == 0);
     const int i = classOf(size);
     const size_t room = i < KR_MEM_CLASSES ? g_heap->classSizes[i] : size;
-    const auto after = live_.lower_bound(at);
-    FUZZ_CHECK(after == live_.end() || at + room + header <= after->first);
-    if (after != live_.begin()) {
+    const auto after = _live.lower_bound(at);
+    FUZZ_CHECK(after == _live.end() || at + room + header <= after->first);
+    if (after != _live.begin()) {
       const auto& [lower, about] = *std::prev(after);
       const int k = classOf(about.owned);
       FUZZ_CHECK(lower + (k < KR_MEM_CLASSES ? g_heap->classSizes[k] : about.owned) + header <= at);
     }
     // Not the bytes of the magic number, of which a forged header would need both.
-    const char fill = static_cast<char>(0x80 | (counter_++ & 0x3f));
+    const char fill = static_cast<char>(0x80 | (_counter++ & 0x3f));
     memset(at, fill, size);
-    live_[at] = {size, size, fill};
+    _live[at] = {size, size, fill};
   }
 
   void allocate() {
@@ -198,9 +198,9 @@ private:
     Figures figures;
     const bool fails = noMemory && needsSystem(figures, size);
     if (!fails) figures.allocated(size); // before the call, which takes the links of the lists away
-    g_clearBlock = data_.ConsumeBool() ? 1 : 0;
+    g_clearBlock = _data.ConsumeBool() ? 1 : 0;
     errno = 0;
-    void* const block = data_.ConsumeBool() ? krMalloc(size) : krZalloc(size);
+    void* const block = _data.ConsumeBool() ? krMalloc(size) : krZalloc(size);
     FUZZ_CHECK((block == nullptr) == fails);
     FUZZ_CHECK((told.find("Zero alloc") != told.npos) == (size == 0));
     FUZZ_CHECK((told.find("krMallocByHeap - Error") != told.npos) == fails);
@@ -217,7 +217,7 @@ private:
   }
 
   void reallocate() {
-    if (live_.empty()) return;
+    if (_live.empty()) return;
     const auto old = any();
     char* const at = old->first;
     const Block about = old->second;
@@ -236,7 +236,7 @@ private:
       old->second.size = size;
       return check(figures);
     }
-    live_.erase(old);
+    _live.erase(old);
     if (moved != nullptr) {
       const size_t kept = std::min(about.size, size);
       FUZZ_CHECK(std::all_of(moved, moved + kept, [&](char c) { return c == about.fill; }));
@@ -247,14 +247,14 @@ private:
   }
 
   void release() {
-    if (live_.empty()) return;
+    if (_live.empty()) return;
     const auto block = any();
     checkContents(block);
     Figures figures;
     figures.released(block->first, block->second.owned);
     krFree(block->first);
     // The model's list ends in the block; the heap's goes on from there.
-    live_.erase(block);
+    _live.erase(block);
     FUZZ_CHECK(told.empty());
     check(figures);
   }
@@ -265,20 +265,20 @@ private:
       for (; at != nullptr; at = next(at))
         released.push_back(static_cast<char*>(at) + header);
     if (released.empty()) return;
-    void* const block = released[data_.ConsumeIntegralInRange<size_t>(0, released.size() - 1)];
+    void* const block = released[_data.ConsumeIntegralInRange<size_t>(0, released.size() - 1)];
     misuse(block, "already deleted");
   }
 
   void releaseForeign() {
     static char nobodys[64];
-    char* address = nobodys + 16 + data_.ConsumeIntegralInRange(0, 32);
-    if (!live_.empty() && data_.ConsumeBool()) {
+    char* address = nobodys + 16 + _data.ConsumeIntegralInRange(0, 32);
+    if (!_live.empty() && _data.ConsumeBool()) {
       const auto block = any();
-      const size_t inside = data_.ConsumeIntegralInRange<size_t>(0, block->second.size);
+      const size_t inside = _data.ConsumeIntegralInRange<size_t>(0, block->second.size);
       if (inside < header) return;
       address = block->first + inside;
-    } else if (data_.ConsumeBool()) {
-      address = reinterpret_cast<char*>(data_.ConsumeIntegralInRange<uintptr_t>(1, 4095));
+    } else if (_data.ConsumeBool()) {
+      address = reinterpret_cast<char*>(_data.ConsumeIntegralInRange<uintptr_t>(1, 4095));
     }
     misuse(address, "Delete invalid block");
   }
@@ -287,7 +287,7 @@ private:
     Figures figures;
     const size_t size = this->size();
     // A block of that size is what such a krRealloc gives; without memory it gives none.
-    const bool gives = data_.ConsumeBool() && size != 0 && !(noMemory && needsSystem(figures, size));
+    const bool gives = _data.ConsumeBool() && size != 0 && !(noMemory && needsSystem(figures, size));
     if (!gives) {
       krFree(block);
     } else {
@@ -302,19 +302,19 @@ private:
 
   void setting() {
     Figures figures;
-    figures.heap.debug = data_.ConsumeIntegral<int>();
+    figures.heap.debug = _data.ConsumeIntegral<int>();
     krMemSetDebug(figures.heap.debug);
     FUZZ_CHECK(krMemGetDebug() == figures.heap.debug);
-    if (data_.ConsumeBool() && figures.heap.watch == 0) {
+    if (_data.ConsumeBool() && figures.heap.watch == 0) {
       krMemEnableWatch();
       figures.heap.highestSlot = -1;
     }
     check(figures);
   }
 
-  FuzzedDataProvider& data_;
-  Live live_;
-  unsigned counter_ = 0;
+  FuzzedDataProvider& _data;
+  Live _live;
+  unsigned _counter = 0;
 };
 
 void start() {

@@ -16,19 +16,19 @@ namespace {
 /// Lets one read of many fail.
 class Failing : public StandIns {
 public:
-  explicit Failing(size_t at) : at_(at) {}
+  explicit Failing(size_t at) : _at(at) {}
 
   ssize_t haveRead(int fd, const void*, size_t wanted, ssize_t count) override {
     FUZZ_CHECK(wanted == 1); // nothing behind the line may be consumed
-    if (reads_++ != at_) return count;
+    if (_reads++ != _at) return count;
     FUZZ_CHECK(count <= 0 || lseek(fd, -1, SEEK_CUR) >= 0);
     errno = EIO;
     return -1;
   }
 
 private:
-  const size_t at_;
-  size_t reads_ = 0;
+  const size_t _at;
+  size_t _reads = 0;
 };
 
 /// What a call must do.

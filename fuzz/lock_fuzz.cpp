@@ -37,43 +37,43 @@ public:
   }
 
   Answer make(const std::function<int()>& call) {
-    std::unique_lock<std::mutex> lock(mutex_);
-    call_ = &call;
-    changed_.notify_all();
-    changed_.wait(lock, [this] { return call_ == nullptr; });
-    return answer_;
+    std::unique_lock<std::mutex> lock(_mutex);
+    _call = &call;
+    _changed.notify_all();
+    _changed.wait(lock, [this] { return _call == nullptr; });
+    return _answer;
   }
 
 private:
   void serve() {
-    std::unique_lock<std::mutex> lock(mutex_);
+    std::unique_lock<std::mutex> lock(_mutex);
     for (;;) {
-      changed_.wait(lock, [this] { return call_ != nullptr; });
+      _changed.wait(lock, [this] { return _call != nullptr; });
       errno = 0;
-      const int result = (*call_)();
-      answer_ = {result, result < 0 ? errno : 0};
-      call_ = nullptr;
-      changed_.notify_all();
+      const int result = (*_call)();
+      _answer = {result, result < 0 ? errno : 0};
+      _call = nullptr;
+      _changed.notify_all();
     }
   }
 
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  const std::function<int()>* call_ = nullptr;
-  Answer answer_ = {};
+  std::mutex _mutex;
+  std::condition_variable _changed;
+  const std::function<int()>* _call = nullptr;
+  Answer _answer = {};
 };
 
 class Locks {
 public:
   explicit Locks(FuzzedDataProvider& data)
-      : data_(data), value_(data.ConsumeBool() ? data.ConsumeIntegralInRange(0U, 3U) : unsigned{INT_MAX} - 1),
-        mutex_(krMutexCreate()), lock_(krReadWriteCreate()), sem_(krSemCreate(value_)), cond_(krCondCreate()) {
-    FUZZ_CHECK(mutex_ != nullptr && lock_ != nullptr && sem_ != nullptr && cond_ != nullptr);
+      : _data(data), _value(data.ConsumeBool() ? data.ConsumeIntegralInRange(0U, 3U) : unsigned{INT_MAX} - 1),
+        _mutex(krMutexCreate()), _lock(krReadWriteCreate()), _sem(krSemCreate(_value)), _cond(krCondCreate()) {
+    FUZZ_CHECK(_mutex != nullptr && _lock != nullptr && _sem != nullptr && _cond != nullptr);
   }
 
   void step() {
-    self_ = data_.ConsumeIntegralInRange(0, threads - 1);
-    switch (data_.ConsumeIntegralInRange(0, 9)) {
+    _self = _data.ConsumeIntegralInRange(0, threads - 1);
+    switch (_data.ConsumeIntegralInRange(0, 9)) {
     case 0:
       return lockMutex();
     case 1:
@@ -99,128 +99,128 @@ public:
 
   /// Everybody gives back what they have.
   void end() {
-    for (self_ = 0; self_ < threads; ++self_) {
-      while (owner_ == self_)
+    for (_self = 0; _self < threads; ++_self) {
+      while (_owner == _self)
         unlockMutex();
-      while (writer_ == self_)
+      while (_writer == _self)
         writeUnlock();
-      while (reads_[self_] > 0)
+      while (_reads[_self] > 0)
         readUnlock();
     }
-    krMutexDestroy(mutex_);
-    krReadWriteDestroy(lock_);
-    krSemDestroy(sem_);
-    krCondDestroy(cond_);
+    krMutexDestroy(_mutex);
+    krReadWriteDestroy(_lock);
+    krSemDestroy(_sem);
+    krCondDestroy(_cond);
   }
 
 private:
   void expect(Answer expected, const std::function<int()>& call) const {
     static auto* const callers = new Caller[threads]; // never destroyed: their threads wait in them
-    FUZZ_CHECK(callers[self_].make(call) == expected);
+    FUZZ_CHECK(callers[_self].make(call) == expected);
   }
 
   /// A timeout that is over soon; for a call that would not wait also none.
   int timeout(bool waits) {
     constexpr int few[] = {KR_NO_WAIT, -2, INT_MIN, 1};
-    const int picked = data_.PickValueInArray(few);
-    if (picked == 1 && waits && ++waited_ > 2) return KR_NO_WAIT; // a millisecond each
-    return !waits && data_.ConsumeBool() ? KR_WAIT_FOREVER : picked;
+    const int picked = _data.PickValueInArray(few);
+    if (picked == 1 && waits && ++_waited > 2) return KR_NO_WAIT; // a millisecond each
+    return !waits && _data.ConsumeBool() ? KR_WAIT_FOREVER : picked;
   }
 
   void lockMutex() {
-    const bool taken = owner_ != nobody && owner_ != self_;
+    const bool taken = _owner != nobody && _owner != _self;
     const int time = timeout(taken);
     const Answer refused = {-1, time == KR_NO_WAIT ? EBUSY : KR_ERR_TIMEOUT};
-    expect(taken ? refused : done, [=] { return krMutexLockDebug(mutex_, time, "", 0, "", ""); });
+    expect(taken ? refused : done, [=] { return krMutexLockDebug(_mutex, time, "", 0, "", ""); });
     if (!taken) obtainMutex();
   }
 
   void obtainMutex() {
-    owner_ = lastOwner_ = self_;
-    ++depth_;
+    _owner = _lastOwner = _self;
+    ++_depth;
   }
 
   void releaseMutex() {
-    if (depth_ > 0 && --depth_ == 0) owner_ = nobody;
+    if (_depth > 0 && --_depth == 0) _owner = nobody;
   }
 
   void unlockMutex() {
-    const bool mine = lastOwner_ == self_;
-    expect(mine ? done : Answer{-1, EPERM}, [=] { return krMutexUnlock(mutex_); });
+    const bool mine = _lastOwner == _self;
+    expect(mine ? done : Answer{-1, EPERM}, [=] { return krMutexUnlock(_mutex); });
     if (mine) releaseMutex();
   }
 
   void readLock() {
-    const bool inside = reads_[self_] > 0;
-    const bool writes = writer_ == self_;
-    if (!inside && !writes && writer_ != nobody) return;
+    const bool inside = _reads[_self] > 0;
+    const bool writes = _writer == _self;
+    if (!inside && !writes && _writer != nobody) return;
     const bool refused = !inside && writes;
-    expect(refused ? Answer{-1, KR_ERR_INVALID} : done, [=] { return krReadLockDebug(lock_, "", 0, ""); });
-    if (!refused) ++reads_[self_];
+    expect(refused ? Answer{-1, KR_ERR_INVALID} : done, [=] { return krReadLockDebug(_lock, "", 0, ""); });
+    if (!refused) ++_reads[_self];
   }
 
   void readUnlock() {
-    const bool inside = reads_[self_] > 0;
-    expect(inside ? done : Answer{-1, EPERM}, [=] { return krReadUnlock(lock_); });
-    if (inside) --reads_[self_];
+    const bool inside = _reads[_self] > 0;
+    expect(inside ? done : Answer{-1, EPERM}, [=] { return krReadUnlock(_lock); });
+    if (inside) --_reads[_self];
   }
 
   void writeLock() {
-    const bool othersRead = std::accumulate(reads_, reads_ + threads, 0) > reads_[self_];
-    if (writer_ != self_ && (writer_ != nobody || othersRead)) return;
-    expect(done, [=] { return krWriteLockDebug(lock_, "", 0, ""); });
-    writer_ = self_;
-    ++writes_;
+    const bool othersRead = std::accumulate(_reads, _reads + threads, 0) > _reads[_self];
+    if (_writer != _self && (_writer != nobody || othersRead)) return;
+    expect(done, [=] { return krWriteLockDebug(_lock, "", 0, ""); });
+    _writer = _self;
+    ++_writes;
   }
 
   void writeUnlock() {
-    const bool mine = writer_ == self_;
-    expect(mine ? done : Answer{-1, EPERM}, [=] { return krWriteUnlock(lock_); });
-    if (mine && --writes_ == 0) writer_ = nobody;
+    const bool mine = _writer == _self;
+    expect(mine ? done : Answer{-1, EPERM}, [=] { return krWriteUnlock(_lock); });
+    if (mine && --_writes == 0) _writer = nobody;
   }
 
   void take() {
-    const int time = timeout(value_ == 0);
+    const int time = timeout(_value == 0);
     const Answer refused = {-1, time == KR_NO_WAIT ? EAGAIN : KR_ERR_TIMEOUT};
-    expect(value_ == 0 ? refused : done, [=] { return krSemTake(sem_, time); });
-    if (value_ > 0) --value_;
-    expect({static_cast<int>(value_), 0}, [=] { return krSemGetValue(sem_); });
+    expect(_value == 0 ? refused : done, [=] { return krSemTake(_sem, time); });
+    if (_value > 0) --_value;
+    expect({static_cast<int>(_value), 0}, [=] { return krSemGetValue(_sem); });
   }
 
   void give() {
-    const bool full = value_ == unsigned{INT_MAX};
-    expect(full ? Answer{-1, EOVERFLOW} : done, [=] { return krSemGive(sem_); });
-    if (!full) ++value_;
-    krSemFlush(sem_);
+    const bool full = _value == unsigned{INT_MAX};
+    expect(full ? Answer{-1, EOVERFLOW} : done, [=] { return krSemGive(_sem); });
+    if (!full) ++_value;
+    krSemFlush(_sem);
   }
 
   void wait() {
-    const bool mine = lastOwner_ == self_;
-    expect(mine ? done : Answer{-1, EPERM}, [=] { return krCondWait(cond_, mutex_); });
+    const bool mine = _lastOwner == _self;
+    expect(mine ? done : Answer{-1, EPERM}, [=] { return krCondWait(_cond, _mutex); });
     if (!mine) return;
     releaseMutex();
     obtainMutex();
   }
 
   void signal() {
-    expect(done, [=] { return krCondSignal(cond_); });
-    expect({-1, ENOSYS}, [=] { return krCondTimedWait(cond_, mutex_, 1); });
+    expect(done, [=] { return krCondSignal(_cond); });
+    expect({-1, ENOSYS}, [=] { return krCondTimedWait(_cond, _mutex, 1); });
   }
 
-  FuzzedDataProvider& data_;
-  int self_ = 0;
-  int waited_ = 0;
-  int owner_ = nobody;
-  int lastOwner_ = nobody;
-  int depth_ = 0;
-  int writer_ = nobody;
-  int writes_ = 0;
-  int reads_[threads] = {};
-  unsigned value_;
-  KrMutex* const mutex_;
-  KrReadWrite* const lock_;
-  KrSem* const sem_;
-  KrCond* const cond_;
+  FuzzedDataProvider& _data;
+  int _self = 0;
+  int _waited = 0;
+  int _owner = nobody;
+  int _lastOwner = nobody;
+  int _depth = 0;
+  int _writer = nobody;
+  int _writes = 0;
+  int _reads[threads] = {};
+  unsigned _value;
+  KrMutex* const _mutex;
+  KrReadWrite* const _lock;
+  KrSem* const _sem;
+  KrCond* const _cond;
 };
 
 } // namespace

@@ -31,18 +31,18 @@ KrPropMap parsed(const std::string& text) {
 /// A file in memory.
 class File {
 public:
-  File() : fd_(memfd_create("properties", MFD_CLOEXEC)), path_("/proc/self/fd/" + std::to_string(fd_)) {
-    FUZZ_CHECK(fd_ >= 0);
+  File() : _fd(memfd_create("properties", MFD_CLOEXEC)), _path("/proc/self/fd/" + std::to_string(_fd)) {
+    FUZZ_CHECK(_fd >= 0);
   }
   void fill(const std::string& text) const {
-    FUZZ_CHECK(ftruncate(fd_, 0) == 0);
-    FUZZ_CHECK(pwrite(fd_, text.data(), text.size(), 0) == static_cast<ssize_t>(text.size()));
+    FUZZ_CHECK(ftruncate(_fd, 0) == 0);
+    FUZZ_CHECK(pwrite(_fd, text.data(), text.size(), 0) == static_cast<ssize_t>(text.size()));
   }
-  char* path() { return path_.data(); }
+  char* path() { return _path.data(); }
 
 private:
-  const int fd_;
-  std::string path_;
+  const int _fd;
+  std::string _path;
 };
 
 void start() {

@@ -24,17 +24,17 @@ public:
     }
     (void)close(in[0]);
     (void)close(out[1]);
-    in_ = in[1];
-    out_ = out[0]; // at the end of this process the shell's input ends, and with it the shell
+    _in = in[1];
+    _out = out[0]; // at the end of this process the shell's input ends, and with it the shell
   }
 
   /// Each word as a command got it, followed by a zero byte.
   std::string wordsOf(const std::string& quoted, size_t size) const {
     const std::string line = "printf '%s\\0'" + quoted + "\n";
-    FUZZ_CHECK(write(in_, line.data(), line.size()) == static_cast<ssize_t>(line.size()));
+    FUZZ_CHECK(write(_in, line.data(), line.size()) == static_cast<ssize_t>(line.size()));
     std::string words(size, '#');
     for (size_t got = 0; got < size;) {
-      const ssize_t count = read(out_, words.data() + got, size - got);
+      const ssize_t count = read(_out, words.data() + got, size - got);
       FUZZ_CHECK(count > 0);
       got += static_cast<size_t>(count);
     }
@@ -42,8 +42,8 @@ public:
   }
 
 private:
-  int in_ = -1;
-  int out_ = -1;
+  int _in = -1;
+  int _out = -1;
 };
 
 } // namespace

@@ -18,23 +18,23 @@ namespace {
 
 class Pipe : public StandIns {
 public:
-  explicit Pipe(FuzzedDataProvider& data) : data_(data) {}
+  explicit Pipe(FuzzedDataProvider& data) : _data(data) {}
 
   void arrive() override {
-    const std::string piece = data_.ConsumeRandomLengthString(data_.ConsumeBool() ? 40 : 1500);
-    if (content_.size() + piece.size() > 60000) return; // as much as a pipe holds
+    const std::string piece = _data.ConsumeRandomLengthString(_data.ConsumeBool() ? 40 : 1500);
+    if (_content.size() + piece.size() > 60000) return; // as much as a pipe holds
     intoPipe(piece.data(), piece.size());
-    content_ += piece;
-    if (calls == 0) readyAtFirst = !content_.empty(); // the call before the reads asks whether there is anything
+    _content += piece;
+    if (calls == 0) readyAtFirst = !_content.empty(); // the call before the reads asks whether there is anything
     ++calls;
   }
 
   ssize_t haveRead(int, const void* bytes, size_t wanted, ssize_t count) override {
-    const size_t there = std::min(wanted, content_.size());
+    const size_t there = std::min(wanted, _content.size());
     FUZZ_CHECK(count == (there > 0 ? static_cast<ssize_t>(there) : -1));
     if (count > 0) taken.append(static_cast<const char*>(bytes), there);
-    FUZZ_CHECK(content_.compare(0, there, taken, taken.size() - there, there) == 0);
-    content_.erase(0, there);
+    FUZZ_CHECK(_content.compare(0, there, taken, taken.size() - there, there) == 0);
+    _content.erase(0, there);
     return count;
   }
 
@@ -45,7 +45,7 @@ public:
   }
 
   void empty(CommObj& endpoint) {
-    while (!content_.empty())
+    while (!_content.empty())
       endpoint.SyncClean();
   }
 
@@ -54,8 +54,8 @@ public:
   bool readyAtFirst = false;
 
 private:
-  FuzzedDataProvider& data_;
-  std::string content_;
+  FuzzedDataProvider& _data;
+  std::string _content;
 };
 
 template <class Request>

@@ -76,7 +76,7 @@ CKrProperty* CKrProperty::getInstance(const char* file, KrPropCallback load, KrP
     const kr::Held held(mutex, source, 105,
                         "static CKrProperty* CKrProperty::getInstance(char*, bool (*)(char*, KrPropMap&), "
                         "bool (*)(char*, KrPropMap&))");
-    if (strlen(file) >= sizeof file_) {
+    if (strlen(file) >= sizeof _file) {
       krError(log(), "CKrProperty::getInstance: error, file name of more than 255 characters");
       return nullptr;
     }
@@ -86,35 +86,35 @@ CKrProperty* CKrProperty::getInstance(const char* file, KrPropCallback load, KrP
       instance = new CKrProperty(file, load, store);
       krInfo(log(), "Loading property file '%s'", file);
       (void)instance->load(); // an instance without a file is empty
-      instance->dirty_ = false;
+      instance->_dirty = false;
     }
     return instance;
   });
 }
 
 CKrProperty::CKrProperty(const char* file, KrPropCallback loader, KrPropCallback storer)
-    : mutex_(krMutexCreate()), load_(loader != nullptr ? loader : loadFile),
-      store_(storer != nullptr ? storer : storeFile) {
-  if (mutex_ == nullptr) throw std::bad_alloc();
-  strncpy(file_, file, sizeof file_ - 1);
+    : _mutex(krMutexCreate()), _load(loader != nullptr ? loader : loadFile),
+      _store(storer != nullptr ? storer : storeFile) {
+  if (_mutex == nullptr) throw std::bad_alloc();
+  strncpy(_file, file, sizeof _file - 1);
 }
 
 bool CKrProperty::load(const char* file) {
   return guarded("load", [=] {
-    const kr::Held held(mutex_, source, 143, "bool CKrProperty::load(char*)");
-    std::string name(file != nullptr ? file : file_);
-    if (dirty_) (void)store(name.c_str());
-    return load_(name.data(), settings_);
+    const kr::Held held(_mutex, source, 143, "bool CKrProperty::load(char*)");
+    std::string name(file != nullptr ? file : _file);
+    if (_dirty) (void)store(name.c_str());
+    return _load(name.data(), _settings);
   });
 }
 
 bool CKrProperty::store(const char* file) {
   return guarded("store", [=] {
-    const kr::Held held(mutex_, source, 174, "bool CKrProperty::store(char*)");
-    if (!dirty_) return true;
-    std::string name(file != nullptr ? file : file_);
-    const bool stored = store_(name.data(), settings_);
-    if (stored) dirty_ = false;
+    const kr::Held held(_mutex, source, 174, "bool CKrProperty::store(char*)");
+    if (!_dirty) return true;
+    std::string name(file != nullptr ? file : _file);
+    const bool stored = _store(name.data(), _settings);
+    if (stored) _dirty = false;
     return stored;
   });
 }
@@ -159,15 +159,15 @@ void CKrProperty::setProperty(const char* name, const char* value) {
     return;
   }
   guarded("setProperty", [=] {
-    const kr::Held held(mutex_, source, 227, "void CKrProperty::setProperty(const char*, const char*)");
-    const auto found = settings_.find(name);
-    if (found == settings_.end())
-      settings_.emplace(name, value);
+    const kr::Held held(_mutex, source, 227, "void CKrProperty::setProperty(const char*, const char*)");
+    const auto found = _settings.find(name);
+    if (found == _settings.end())
+      _settings.emplace(name, value);
     else if (found->second != value)
       found->second = std::string(value);
     else
       return;
-    dirty_ = true;
+    _dirty = true;
   });
 }
 
@@ -180,9 +180,9 @@ void CKrProperty::setProperty(const char* name, int32_t value) {
 template <class Use>
 auto CKrProperty::withValue(const char* name, int line, const char* function, Use use) {
   return kr::uncancelled([&] {
-    const kr::Held held(mutex_, source, line, function);
-    const auto found = settings_.find(name);
-    return use(found != settings_.end() ? found->second.c_str() : nullptr);
+    const kr::Held held(_mutex, source, line, function);
+    const auto found = _settings.find(name);
+    return use(found != _settings.end() ? found->second.c_str() : nullptr);
   });
 }
 

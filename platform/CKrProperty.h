@@ -72,12 +72,12 @@ private:
   template <class Use>
   auto withValue(const char* name, int line, const char* function, Use use);
 
-  KrMutex* const mutex_; ///< guards all of the fields
-  char file_[256] = "";
-  KrPropMap settings_;
-  bool dirty_ = false;
-  const KrPropCallback load_;
-  const KrPropCallback store_;
+  KrMutex* const _mutex; ///< guards all of the fields
+  char _file[256] = "";
+  KrPropMap _settings;
+  bool _dirty = false;
+  const KrPropCallback _load;
+  const KrPropCallback _store;
 
   static Instances* _dbs;             ///< guarded by _dbsMutex; lives as long as the process
   static std::atomic<KrLogger*> _log; ///< "comps.kr", as it was last looked up

@@ -22,37 +22,37 @@ int whileItLives(KrThreadId tid, const CKrThread* object, Call call) {
 
 } // namespace
 
-CKrThread::CKrThread() : logger_(krLogGetLogger("comps.kr")) {}
+CKrThread::CKrThread() : _logger(krLogGetLogger("comps.kr")) {}
 
 CKrThread::~CKrThread() { kill(); }
 
 void CKrThread::start(const char* name, int priority, int stackSize) {
   KrThreadId tid = KR_NO_THREAD;
-  if (!tid_.compare_exchange_strong(tid, starting)) {
-    krWarn(logger_, "Trying to restart %s - ignored", krThreadName(tid));
+  if (!_tid.compare_exchange_strong(tid, starting)) {
+    krWarn(_logger, "Trying to restart %s - ignored", krThreadName(tid));
     return;
   }
-  tid_ = krThreadSpawn(name, priority, stackSize, entry, reinterpret_cast<intptr_t>(this), 0, 0, 0, 0, 0, 0, 0, 0, 0);
+  _tid = krThreadSpawn(name, priority, stackSize, entry, reinterpret_cast<intptr_t>(this), 0, 0, 0, 0, 0, 0, 0, 0, 0);
 }
 
 void CKrThread::kill() {
-  const KrThreadId tid = tid_.exchange(KR_NO_THREAD);
+  const KrThreadId tid = _tid.exchange(KR_NO_THREAD);
   // The thread may have ended by itself and its id be another's by now; its object's address is not.
   if (kr::isThread(tid)) kr::endThread(tid, reinterpret_cast<intptr_t>(this));
 }
 
-int CKrThread::pause() { return krThreadPause(tid_); }
+int CKrThread::pause() { return krThreadPause(_tid); }
 
-int CKrThread::resume() { return krThreadResume(tid_); }
+int CKrThread::resume() { return krThreadResume(_tid); }
 
-const char* CKrThread::getName() { return krThreadName(tid_); }
+const char* CKrThread::getName() { return krThreadName(_tid); }
 
 int CKrThread::getPriority(int* priority) {
-  return whileItLives(tid_, this, [priority](KrThreadId tid) { return krThreadGetPriority(tid, priority); });
+  return whileItLives(_tid, this, [priority](KrThreadId tid) { return krThreadGetPriority(tid, priority); });
 }
 
 int CKrThread::setPriority(int priority) {
-  return whileItLives(tid_, this, [priority](KrThreadId tid) { return krThreadSetPriority(tid, priority); });
+  return whileItLives(_tid, this, [priority](KrThreadId tid) { return krThreadSetPriority(tid, priority); });
 }
 
 // Runs while the thread can be cancelled anywhere: this frame owns nothing.

@@ -46,8 +46,8 @@ private:
   static int entry(intptr_t object, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t,
                    intptr_t);
 
-  KrLogger* logger_;
-  std::atomic<KrThreadId> tid_{KR_NO_THREAD};
+  KrLogger* _logger;
+  std::atomic<KrThreadId> _tid{KR_NO_THREAD};
 };
 
 #endif

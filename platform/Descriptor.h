@@ -10,17 +10,17 @@ namespace kr {
 class Descriptor {
 public:
   /// Takes over `fd`; a negative number means no descriptor.
-  explicit Descriptor(int fd) : fd_(fd) {}
+  explicit Descriptor(int fd) : _fd(fd) {}
   ~Descriptor() { (void)close(); } // who cares for the last bytes written calls close() before
   Descriptor(const Descriptor&) = delete;
   Descriptor& operator=(const Descriptor&) = delete;
 
-  int get() const { return fd_; }
-  explicit operator bool() const { return fd_ >= 0; }
-  int close() { return fd_ >= 0 ? ::close(std::exchange(fd_, -1)) : 0; }
+  int get() const { return _fd; }
+  explicit operator bool() const { return _fd >= 0; }
+  int close() { return _fd >= 0 ? ::close(std::exchange(_fd, -1)) : 0; }
 
 private:
-  int fd_;
+  int _fd;
 };
 
 } // namespace kr

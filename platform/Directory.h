@@ -9,24 +9,24 @@ namespace kr {
 
 class Directory {
 public:
-  explicit Directory(const char* path) : stream_(opendir(path)) {}
+  explicit Directory(const char* path) : _stream(opendir(path)) {}
   ~Directory() {
-    if (stream_ != nullptr) (void)closedir(stream_); // nothing was written to it
+    if (_stream != nullptr) (void)closedir(_stream); // nothing was written to it
   }
   Directory(const Directory&) = delete;
   Directory& operator=(const Directory&) = delete;
 
-  explicit operator bool() const { return stream_ != nullptr; }
-  int descriptor() const { return dirfd(stream_); }
+  explicit operator bool() const { return _stream != nullptr; }
+  int descriptor() const { return dirfd(_stream); }
 
   /// The next entry, "." and ".." included. Null at the end with errno 0, and on failure with another errno.
   const dirent* next() {
     errno = 0;
-    return readdir(stream_);
+    return readdir(_stream);
   }
 
 private:
-  DIR* const stream_;
+  DIR* const _stream;
 };
 
 /// Removes the files and empty directories in the directory `path`. Returns how many entries are left (errno says why

@@ -63,15 +63,15 @@ inline void unlockMutex(KrMutex* mutex) {
 /// lock without limit then always succeeds. Not for frames that run while cancellation is asynchronous.
 class Held {
 public:
-  Held(KrMutex* mutex, const char* file, int line, const char* function) : mutex_(mutex) {
-    (void)lockMutex(mutex_, {file, line, function, ""}, PTHREAD_CANCEL_DISABLE);
+  Held(KrMutex* mutex, const char* file, int line, const char* function) : _mutex(mutex) {
+    (void)lockMutex(_mutex, {file, line, function, ""}, PTHREAD_CANCEL_DISABLE);
   }
-  ~Held() { unlockMutex(mutex_); }
+  ~Held() { unlockMutex(_mutex); }
   Held(const Held&) = delete;
   Held& operator=(const Held&) = delete;
 
 private:
-  KrMutex* const mutex_;
+  KrMutex* const _mutex;
 };
 
 } // namespace kr
