@@ -4,6 +4,7 @@
 
 #include "platform/shellQuote.h"
 
+#include <cerrno>
 #include <fcntl.h>
 #include <fuzzer/FuzzedDataProvider.h>
 #include <unistd.h>
@@ -31,12 +32,15 @@ public:
   /// Each word as a command got it, followed by a zero byte.
   std::string wordsOf(const std::string& quoted, size_t size) const {
     const std::string line = "printf '%s\\0'" + quoted + "\n";
-    FUZZ_CHECK(write(_in, line.data(), line.size()) == static_cast<ssize_t>(line.size()));
-    std::string words(size, '#');
-    for (size_t got = 0; got < size;) {
-      const ssize_t count = read(_out, words.data() + got, size - got);
+    ssize_t count = 0; // the fuzzer's alarm clock interrupts what waits
+    for (size_t put = 0; put < line.size(); put += static_cast<size_t>(count)) {
+      count = TEMP_FAILURE_RETRY(write(_in, line.data() + put, line.size() - put));
       FUZZ_CHECK(count > 0);
-      got += static_cast<size_t>(count);
+    }
+    std::string words(size, '#');
+    for (size_t got = 0; got < size; got += static_cast<size_t>(count)) {
+      count = TEMP_FAILURE_RETRY(read(_out, words.data() + got, size - got));
+      FUZZ_CHECK(count > 0);
     }
     return words;
   }
