@@ -1,10 +1,11 @@
 #include "log/tevlog.h"
 
+#include "platform/kr.h"
+
 #include <cstdlib>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <new>
-#include <pthread.h>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -151,8 +152,7 @@ namespace {
 tev::tevlog* floodedLog = nullptr;
 
 // What a cancelled thread runs: nothing here has a destructor.
-void* flood(void*) {
-  (void)pthread_setcanceltype(PTHREAD_CANCEL_ASYNCHRONOUS, nullptr);
+int flood(intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t) {
   for (;;)
     *floodedLog << "a line of the flood " << 1 << tev::endl;
 }
@@ -167,11 +167,10 @@ TEST_F(TraceLog, ACancelledThreadLeavesTheLogFree) {
   log << tev::enable;
   floodedLog = &log;
   for (int round = 0; round < 100; ++round) {
-    pthread_t thread;
-    ASSERT_EQ(pthread_create(&thread, nullptr, flood, nullptr), 0);
+    const KrThreadId thread = krThreadSpawn("flood", KR_KEEP_PRIORITY, 0, flood, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0);
+    ASSERT_NE(thread, KR_NO_THREAD);
     usleep(static_cast<useconds_t>(200 + round * 7));
-    ASSERT_EQ(pthread_cancel(thread), 0);
-    ASSERT_EQ(pthread_join(thread, nullptr), 0);
+    ASSERT_EQ(krThreadDelete(thread) + krThreadAwaitEnd(thread), 0);
     log << round << tev::endl; // would hang on a lock left behind
   }
 }
