@@ -226,7 +226,7 @@ int runBoard(const Options& options, Surroundings surroundings) {
   std::vector<std::string> words = options.command;
   if (words.empty()) words = {folder + "/../shell/tev-cli"};
   const Program program = options.probe ? Program() : findProgram(words[0]);
-  Program service = findProgram(folder + "/tev-service");
+  Program service = findProgram(options.services.empty() ? folder + "/tev-service" : options.services);
   const std::string workingFolder = currentFolder();
 
   layFolders(options);
@@ -235,8 +235,10 @@ int runBoard(const Options& options, Surroundings surroundings) {
   log.addFile(Descriptor(check(open(LOG_INSIDE, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644), LOG_INSIDE)));
   installTools(tool, options.board.faults.missing);
   Board board(options.board, log);
-  const std::unique_ptr<NodeServer> nodes = makeNodes(options, board, log);
+  // Before the nodes, which are not served while the first sign of life is awaited: an emulator looks into /sys at
+  // once.
   ServiceProcesses services(std::move(service), options.board.faults.services, log);
+  const std::unique_ptr<NodeServer> nodes = makeNodes(options, board, log);
   Session session(board, *nodes, services, surroundings.channel);
   if (options.probe) return 0;
 

@@ -40,6 +40,8 @@ Making the board different (PATH is a node or tool of the board, or an ending th
                           task is stopped and its queue is full; absent: there is neither task nor queue
   --service-faults SEED:PERCENT
                           so many of all replies are faulty; the same seed gives the same faults
+  --service-program PROGRAM
+                          the service tasks are run by this program, one that was built for a board for instance
   --read-only-tmp         an empty /tmp in which nothing can be created
   --shared-tmp            the machine's /tmp instead of an empty one for this command only (--private-tmp)
 
@@ -166,6 +168,7 @@ const std::vector<Option>& knownOptions() {
       {"--tool", true, setTool},
       {"--service", true, setService},
       {"--service-faults", true, setServiceFaults},
+      textOption("--service-program", &Options::services),
       {"--nodes", true, setNodeKind},
       pathOption("--missing", &Faults::missing),
       pathOption("--read-only", &Faults::readOnly),

@@ -20,6 +20,7 @@ struct Options {
   std::string logFile; // empty: none
   std::string dumpFile;
   std::string snapshots; // empty: only the board's own
+  std::string services;  // the program of the service tasks; empty: the one from the build tree
   bool logTimes = false;
   bool probe = false;
   bool status = false; // look at a board that runs

@@ -20,6 +20,7 @@
 #include "messaging/TakeSnapshotReqMsg.h"
 #include "messaging/TakeSnapshotRespMsg.h"
 
+#include <algorithm>
 #include <cstring>
 #include <fcntl.h>
 #include <functional>
@@ -58,24 +59,28 @@ Row row(const char* name, Fill fill, unsigned int size, const char* onQueue, con
   return {name, make, render, size, onQueue, onPipe, restoresFlags, showsMtype, fields};
 }
 
+void answer(MsgObj& reply, std::initializer_list<uint16_t> words) {
+  std::copy(words.begin(), words.end(), static_cast<MsgImage*>(reply.image())->words);
+}
+
 // clang-format off
 const std::vector<Row>& catalogue() {
   static const std::vector<Row> rows = {
     row<SetVideoModeReqMsg>("SetVideoModeReqMsg", [](auto& m) { m.SetMode(9); }, 20, "5006400: 00 64 00 00 00 00 00 05 00 00 00 07 00 09 00 00 00 00 00 00", "05 00 64 00 64 00 00 00 05 00 00 00 07 00 00 00 09 00 00 00", true, false, "   mode    = 9\n"),
-    row<SetVideoModeRespMsg>("SetVideoModeRespMsg", [](auto& m) { (void)m; }, 20, "5006500: 00 65 00 00 00 00 00 05 00 00 00 07 ff ff 00 00 00 00 00 00", "05 00 65 00 65 00 00 00 05 00 00 00 07 00 00 00 ff ff 00 00", true, false, "   status  = 65535\n"),
+    row<SetVideoModeRespMsg>("SetVideoModeRespMsg", [](auto& m) { answer(m, {258}); }, 20, "5006500: 00 65 00 00 00 00 00 05 00 00 00 07 01 02 00 00 00 00 00 00", "05 00 65 00 65 00 00 00 05 00 00 00 07 00 00 00 02 01 00 00", true, false, "   status  = 258\n"),
     row<GetVideoResolutionReqMsg>("GetVideoResolutionReqMsg", [](auto& m) { (void)m; }, 16, "5006600: 00 66 00 00 00 00 00 05 00 00 00 07 00 00 00 00", "empty", true, false, ""),
-    row<GetVideoResolutionRespMsg>("GetVideoResolutionRespMsg", [](auto& m) { (void)m; }, 28, "5006700: 00 67 00 00 00 00 00 05 00 00 00 07 ff ff 00 00 00 00 00 00 00 00 00 00 00 00 00 00", "05 00 67 00 67 00 00 00 05 00 00 00 07 00 00 00 ff ff 00 00 00 00 00 00 00 00 00 00", false, false, "   status  = 65535\n   horizontal = 0\n   vertical   = 0\n   qualifier  = 0\n   hertz      = 0\n   sdp_std    = 0\n"),
+    row<GetVideoResolutionRespMsg>("GetVideoResolutionRespMsg", [](auto& m) { answer(m, {0, 1280, 720, 2, 30, 258}); }, 28, "5006700: 00 67 00 00 00 00 00 05 00 00 00 07 00 00 05 00 02 d0 00 02 00 1e 01 02 00 00 00 00", "05 00 67 00 67 00 00 00 05 00 00 00 07 00 00 00 00 00 00 05 d0 02 02 00 1e 00 02 01", false, false, "   status  = 0\n   horizontal = 1280\n   vertical   = 720\n   qualifier  = 2\n   hertz      = 30\n   sdp_std    = 258\n"),
     row<SetVideoResolutionReqMsg>("SetVideoResolutionReqMsg", [](auto& m) { m.SetHorizontal(1280); m.SetVertical(720); m.SetQualifier(2); m.SetHertz(30); }, 24, "5006800: 00 68 00 00 00 00 00 05 00 00 00 07 05 00 02 d0 00 02 00 1e 00 00 00 00", "05 00 68 00 68 00 00 00 05 00 00 00 07 00 00 00 00 05 d0 02 02 00 1e 00", true, false, "   horizontal = 1280\n   vertical   = 720\n   qualifier  = 2\n   hertz      = 30\n"),
-    row<SetVideoResolutionRespMsg>("SetVideoResolutionRespMsg", [](auto& m) { (void)m; }, 20, "5006900: 00 69 00 00 00 00 00 05 00 00 00 07 ff ff 00 00 00 00 00 00", "05 00 69 00 69 00 00 00 05 00 00 00 07 00 00 00 ff ff 00 00", false, false, "   status  = 65535\n"),
+    row<SetVideoResolutionRespMsg>("SetVideoResolutionRespMsg", [](auto& m) { answer(m, {258}); }, 20, "5006900: 00 69 00 00 00 00 00 05 00 00 00 07 01 02 00 00 00 00 00 00", "05 00 69 00 69 00 00 00 05 00 00 00 07 00 00 00 02 01 00 00", false, false, "   status  = 258\n"),
     row<StreamControlReqMsg>("StreamControlReqMsg", [](auto& m) { m.SetControl(2); m.SetType(3); }, 20, "5006a00: 00 6a 00 00 00 00 00 05 00 00 00 07 00 02 00 03 00 00 00 00", "empty", true, false, "   control = 2\n   type    = 3\n"),
-    row<StreamControlRespMsg>("StreamControlRespMsg", [](auto& m) { (void)m; }, 20, "5006b00: 00 6b 00 00 00 00 00 05 00 00 00 07 ff ff 00 00 00 00 00 00", "05 00 6b 00 6b 00 00 00 05 00 00 00 07 00 00 00 ff ff 00 00", false, false, "   status  = 65535\n"),
+    row<StreamControlRespMsg>("StreamControlRespMsg", [](auto& m) { answer(m, {258}); }, 20, "5006b00: 00 6b 00 00 00 00 00 05 00 00 00 07 01 02 00 00 00 00 00 00", "05 00 6b 00 6b 00 00 00 05 00 00 00 07 00 00 00 02 01 00 00", false, false, "   status  = 258\n"),
     row<AdminControlReqMsg>("AdminControlReqMsg", [](auto& m) { m.SetControl(4); m.SetArg1(258); }, 28, "5006c00: 00 6c 00 00 00 00 00 05 00 00 00 07 00 04 01 02 00 00 00 00 00 00 00 00 00 00 00 00", "00 6c 00 05 00 6c 00 00 00 00 00 05 00 00 00 07 00 04 01 02 00 00 00 00 00 00 00 00", true, true, "   control = 4\n   arg1    = 258\n   arg2    = 0\n   arg3    = 0\n   arg4    = 0\n"),
-    row<AdminControlRespMsg>("AdminControlRespMsg", [](auto& m) { (void)m; }, 20, "5006d00: 00 6d 00 00 00 00 00 05 00 00 00 07 ff ff 00 00 00 00 00 00", "00 6d 00 05 00 6d 00 00 00 00 00 05 00 00 00 07 ff ff 00 00", false, true, "   status  = 65535\n"),
+    row<AdminControlRespMsg>("AdminControlRespMsg", [](auto& m) { answer(m, {258}); }, 20, "5006d00: 00 6d 00 00 00 00 00 05 00 00 00 07 01 02 00 00 00 00 00 00", "00 6d 00 05 00 6d 00 00 00 00 00 05 00 00 00 07 01 02 00 00", false, true, "   status  = 258\n"),
     row<TakeSnapshotReqMsg>("TakeSnapshotReqMsg", [](auto& m) { m.SetSlot(7); m.SetScale(8); }, 20, "5006e00: 00 6e 00 00 00 00 00 05 00 00 00 07 00 07 00 08 00 00 00 00", "empty", true, true, "   slot    = 7\n   scale   = 8\n"),
-    row<TakeSnapshotRespMsg>("TakeSnapshotRespMsg", [](auto& m) { (void)m; }, 20, "5006f00: 00 6f 00 00 00 00 00 05 00 00 00 07 ff ff 00 00 00 00 00 00", "05 00 6f 00 6f 00 00 00 05 00 00 00 07 00 00 00 ff ff 00 00", false, true, "   status  = 65535\n"),
+    row<TakeSnapshotRespMsg>("TakeSnapshotRespMsg", [](auto& m) { answer(m, {258}); }, 20, "5006f00: 00 6f 00 00 00 00 00 05 00 00 00 07 01 02 00 00 00 00 00 00", "05 00 6f 00 6f 00 00 00 05 00 00 00 07 00 00 00 02 01 00 00", false, true, "   status  = 258\n"),
     row<SetLoggingModeReqMsg>("SetLoggingModeReqMsg", [](auto& m) { m.SetOnOff(1); m.SetComponent(255); }, 20, "5007000: 00 70 00 00 00 00 00 05 00 00 00 07 00 01 00 ff 00 00 00 00", "05 00 70 00 70 00 00 00 05 00 00 00 07 00 00 00 01 00 ff 00", true, false, "   onoff   = 1\n   component = 255\n"),
     row<SetAudioSourceReqMsg>("SetAudioSourceReqMsg", [](auto& m) { m.SetAudioSource(2); }, 20, "5007800: 00 78 00 00 00 00 00 05 00 00 00 07 00 02 00 00 00 00 00 00", "05 00 78 00 78 00 00 00 05 00 00 00 07 00 00 00 02 00 00 00", true, false, "   audiosrc = 2\n"),
-    row<SetAudioSourceRespMsg>("SetAudioSourceRespMsg", [](auto& m) { (void)m; }, 20, "5007900: 00 79 00 00 00 00 00 05 00 00 00 07 ff ff 00 00 00 00 00 00", "05 00 79 00 79 00 00 00 05 00 00 00 07 00 00 00 ff ff 00 00", true, false, "   status  = 65535\n"),
+    row<SetAudioSourceRespMsg>("SetAudioSourceRespMsg", [](auto& m) { answer(m, {258}); }, 20, "5007900: 00 79 00 00 00 00 00 05 00 00 00 07 01 02 00 00 00 00 00 00", "05 00 79 00 79 00 00 00 05 00 00 00 07 00 00 00 02 01 00 00", true, false, "   status  = 258\n"),
   };
   return rows;
 }
