@@ -1,6 +1,7 @@
 #include "messaging/CommObj.h"
 
 #include "log/tevlog.h"
+#include "messaging/Immortal.h"
 #include "messaging/MsgObj.h"
 #include "messaging/MsgQueue.h"
 #include "platform/Uncancelled.h"
@@ -52,12 +53,12 @@ size_t readAvailable(int fd, void* buffer, size_t size) {
 int CommObj::_sNextMsgQKey = 87654;
 
 std::map<unsigned long, CommObj*>& CommObj::_sTid2CommObj() {
-  static auto* endpoints = new std::map<unsigned long, CommObj*>;
+  static Immortal<std::map<unsigned long, CommObj*>> endpoints;
   return *endpoints;
 }
 
 std::map<std::string, unsigned long>& CommObj::_sTaskName2Tid() {
-  static auto* ids = new std::map<std::string, unsigned long>;
+  static Immortal<std::map<std::string, unsigned long>> ids;
   return *ids;
 }
 

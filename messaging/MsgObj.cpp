@@ -1,6 +1,7 @@
 #include "messaging/MsgObj.h"
 
 #include "messaging/CommObj.h"
+#include "messaging/Immortal.h"
 #include "messaging/MsgQueue.h"
 #include "platform/Uncancelled.h"
 
@@ -54,7 +55,7 @@ MsgObj::MsgObj(Exemplar, unsigned short msgId) : _image() {
 }
 
 std::map<unsigned short, MsgObj*>& MsgObj::_sMsgId2MsgObj() {
-  static auto* exemplars = new std::map<unsigned short, MsgObj*>;
+  static Immortal<std::map<unsigned short, MsgObj*>> exemplars;
   return *exemplars;
 }
 
