@@ -7,8 +7,19 @@
 #include <cstdint>
 
 /// The kinds of calls that can fail. Every file is opened by one of the second kind.
-enum class CallKind : uint32_t { allocation, open, msgget, mkfifo, pthread_create, msgsnd, select, system, write };
-constexpr uint32_t callKinds = 9;
+enum class CallKind : uint32_t {
+  allocation,
+  open,
+  msgget,
+  mkfifo,
+  pthread_create,
+  msgsnd,
+  msgrcv,
+  select,
+  system,
+  write
+};
+constexpr uint32_t callKinds = 10;
 
 struct Injection {
   // Set before the shell starts.

@@ -13,6 +13,7 @@
 #include <map>
 #include <stdexcept>
 #include <sys/mman.h>
+#include <sys/msg.h>
 #include <unistd.h>
 #include <vector>
 
@@ -21,7 +22,7 @@ namespace trial {
 namespace {
 
 constexpr const char* kindNames[callKinds] = {"allocation", "open",   "msgget", "mkfifo", "pthread_create",
-                                              "msgsnd",     "select", "system", "write"};
+                                              "msgsnd",     "msgrcv", "select", "system", "write"};
 
 /// One of each kind. They set only what is set anyway, so that no answer depends on an earlier command.
 const std::vector<std::string> lines = {
@@ -58,6 +59,46 @@ const std::vector<std::string> lines = {
     "exit",
 };
 
+/// The queue of the shell's task.
+class Queue {
+public:
+  /// To be called before the shell starts: a shell that refused to start has left its queue.
+  static void remove() {
+    const int id = msgget(key, 0);
+    if (id >= 0) (void)msgctl(id, IPC_RMID, nullptr); // if it stays, the shell takes it
+  }
+
+  /// Sends the shell a message that is too long, and then one that it does not know, as it knows none. False if it does
+  /// not take them.
+  static bool flood() {
+    const int id = msgget(key, 0);
+    if (id < 0) return true; // a task without a queue gets no messages
+    // When it has taken the last one, it is through with the others.
+    return send(id, 600) && send(id, 28) && send(id, 28) && isEmptied(id);
+  }
+
+private:
+  static constexpr key_t key = 153191;
+
+  static bool send(int id, size_t size) {
+    struct {
+      long type = 1;
+      char text[600] = {};
+    } message;
+    return msgsnd(id, &message, size, IPC_NOWAIT) == 0;
+  }
+
+  static bool isEmptied(int id) {
+    msqid_ds about = {};
+    int result = 0;
+    for (int waited = 0; (result = msgctl(id, IPC_STAT, &about)) == 0 && about.msg_qnum > 0; ++waited) {
+      if (waited == 100'000) return false;
+      (void)usleep(100); // an interrupted pause only looks earlier
+    }
+    return result == 0;
+  }
+};
+
 class Page {
 public:
   Page() {
@@ -85,9 +126,13 @@ struct Run {
   std::vector<std::string> answers;
   int status = 0;
   bool silent = false;
+  bool deaf = false; ///< its task did not take its messages
 };
 
+constexpr char noThread[] = "krThreadSpawn Failed to spawn [tCliAppTask], ";
+
 Run play(const std::string& program, const Page& page, const std::string& preload) {
+  Queue::remove();
   Shell shell(program, preload, page.variable);
   Run run;
   std::string text;
@@ -95,6 +140,7 @@ Run play(const std::string& program, const Page& page, const std::string& preloa
   // Without memory for its buffer the console gets pieces of lines, and two threads' lines may come apart.
   if (text.find_first_not_of('\n') == text.npos) text.clear();
   run.answers.push_back(text);
+  if (state == Shell::State::prompting && text.find(noThread) == text.npos) run.deaf = !Queue::flood();
   for (auto line = lines.begin(); line != lines.end() && state == Shell::State::prompting; ++line) {
     shell.type(*line);
     state = shell.awaitPrompt(&text);
@@ -132,7 +178,7 @@ bool endsWith(const std::string& text, const std::string& ending) {
 
 bool isDescribed(const std::string& line) {
   return line == "error: std::bad_alloc" || line.rfind("error: couldn't ", 0) == 0 ||
-         line.rfind("error: cannot ", 0) == 0 || line.rfind("krThreadSpawn Failed to spawn [tCliAppTask], ", 0) == 0;
+         line.rfind("error: cannot ", 0) == 0 || line.rfind(noThread, 0) == 0;
 }
 
 /// The words with which a command told of its failure. False if it printed anything else that is new, or just less.
@@ -148,6 +194,10 @@ bool isTold(const std::string& answer, const std::string& undisturbed, std::vect
 }
 
 void judge(const Run& run, const Run& undisturbed, const std::string& fault, Outcomes& outcomes) {
+  if (run.deaf) {
+    outcomes.wrong.push_back(fault + ": messages stay in the queue, status " + std::to_string(run.status));
+    return;
+  }
   if (run.answers == undisturbed.answers && run.status == 0) {
     ++outcomes.unnoticed;
     return;
@@ -182,7 +232,7 @@ int run(const std::string& program, const std::string& library, uint32_t step) {
   uint32_t reached[callKinds];
   std::copy(std::begin(page.injection->calls), std::end(page.injection->calls), reached);
 
-  bool fine = undisturbed.status == 0 && !undisturbed.silent;
+  bool fine = undisturbed.status == 0 && !undisturbed.silent && !undisturbed.deaf;
   printf("%-15s %8s %9s %10s %6s %8s %6s\n", "call", "reached", "injected", "unnoticed", "told", "refused", "wrong");
   for (uint32_t kind = 0; kind < callKinds; ++kind) {
     // One call alone, and for what runs out rather than fails also all from that one on.

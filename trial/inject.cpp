@@ -83,8 +83,8 @@ TEV_INJECTED(int, pthread_create,
              pthread_create, EAGAIN, EAGAIN, (thread, attributes, routine, argument))
 TEV_INJECTED(int, msgsnd, (int queue, const void* message, size_t size, int flags), msgsnd, EIDRM, -1,
              (queue, message, size, flags))
-TEV_INJECTED(int, select, (int count, fd_set* in, fd_set* out, fd_set* bad, struct timeval* timeout), select, EINTR, -1,
-             (count, in, out, bad, timeout))
+TEV_INJECTED(ssize_t, msgrcv, (int queue, void* message, size_t size, long type, int flags), msgrcv, EACCES, -1,
+             (queue, message, size, type, flags))
 TEV_INJECTED(int, system, (const char* commandLine), system, EAGAIN, -1, (commandLine))
 TEV_INJECTED(ssize_t, write, (int fd, const void* bytes, size_t size), write, ENOSPC, -1, (fd, bytes, size))
 
@@ -103,6 +103,13 @@ TEV_OPEN(open64)
 // What a fortified program calls.
 TEV_INJECTED(int, __open_2, (const char* path, int flags), open, EMFILE, -1, (path, flags))
 TEV_INJECTED(int, __open64_2, (const char* path, int flags), open, EMFILE, -1, (path, flags))
+
+int select(int count, fd_set* in, fd_set* out, fd_set* bad, struct timeval* timeout) {
+  static int (*function)(int, fd_set*, fd_set*, fd_set*, struct timeval*) = nullptr;
+  if (fails(CallKind::select, EINTR)) return -1;
+  if (count == 0) *timeout = {}; // a pause
+  return systems(function, "select")(count, in, out, bad, timeout);
+}
 
 unsigned int sleep(unsigned int) { return 0; }
 
