@@ -2,4 +2,9 @@
 
 #include <ostream>
 
-void printLine(std::ostream& out, const std::string& text) { out << text + '\n' << std::flush; }
+void print(std::ostream& out, const std::string& text) {
+  out.clear();
+  out << text << std::flush;
+}
+
+void printLine(std::ostream& out, const std::string& text) { print(out, text + '\n'); }

@@ -5,7 +5,10 @@
 #include <iosfwd>
 #include <string>
 
-/// Writes `text` and a newline in one piece and flushes.
+/// Writes `text` in one piece and flushes. What the console does not take is lost, but nothing that comes later.
+void print(std::ostream& out, const std::string& text);
+
+/// The same for `text` and a newline.
 void printLine(std::ostream& out, const std::string& text);
 
 #endif

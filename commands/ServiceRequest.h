@@ -31,7 +31,7 @@ public:
   /// Sends the request without waiting for anything.
   void post() {
     _message->SetRemote();
-    _message.release()->Send(); // returns no reply, because the request is not synchronous
+    delete _message.release()->Send(); // of a message that does not ask for one there is no reply
   }
 
 private:

@@ -11,8 +11,8 @@ namespace tev {
 
 /// What a flush needs stands here, so that no call lies between it and the system's.
 ///
-/// Threads: one at a time. A thread may be cancelled in flush() and in the destructor, where the file is written; what
-/// was being written is then written again.
+/// Threads: one at a time. A thread may be cancelled in flush(), where the file is written; what was being written is
+/// then written again. None may be cancelled in the destructor.
 class LogFile {
 public:
   /// Creates or empties the file. Programs that this one starts do not inherit it. If it cannot be opened, all that is

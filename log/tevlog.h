@@ -7,8 +7,9 @@
 //
 // Threads: every operator call is one step under one lock, so pieces of two threads may alternate but never mix. A
 // thread that is cancelled never leaves the lock behind: with asynchronous cancellation it finishes the step it is in,
-// otherwise it can end where the file is written, with the piece written once or twice. Streaming stays harmless after
-// the static destructors have run: nothing is written any more.
+// otherwise it can end where the file is written, with the piece written once or twice. Only threads that nobody
+// cancels make, assign or destroy a log. Streaming stays harmless after the static destructors have run: nothing is
+// written any more.
 #ifndef TEV_LOG_TEVLOG_H
 #define TEV_LOG_TEVLOG_H
 

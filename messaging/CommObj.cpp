@@ -246,9 +246,10 @@ unsigned long CommObj::TaskName2TaskId(const char* taskName) {
 }
 
 CommObj* CommObj::TaskName2Handle(const char* taskName) {
-  CommObj* endpoint = TaskId2CommObj(TaskName2TaskId(taskName));
   // An unknown name gives the id 0, which the first queue of a system can have.
-  return endpoint != nullptr && std::strcmp(endpoint->_taskName, taskName) == 0 ? endpoint : nullptr;
+  const bool known = _sTaskName2Tid().count(taskName) > 0;
+  CommObj* endpoint = TaskId2CommObj(TaskName2TaskId(taskName));
+  return known ? endpoint : nullptr;
 }
 
 void CommObj::ShowTable() {

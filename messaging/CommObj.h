@@ -100,7 +100,7 @@ private:
   unsigned long _taskId = 0;
   std::atomic<uint16_t> _pid{0};
   int _pipeFd = noDescriptor;
-  char _pipeName[32] = {};
+  char _pipeName[48] = {}; // the longest name and id fit
   char _taskName[24] = {};
 };
 

@@ -50,9 +50,9 @@ void splitLine(const std::string& line, ArgVec& words) {
 void runPromptLoop(std::istream& in, std::ostream& out) {
   char buffer[lineBufferSize] = {};
   ArgVec words;
-  out << prompt << std::flush;
+  print(out, prompt);
   while (in.getline(buffer, lineBufferSize)) {
     runLine(buffer, words, out);
-    out << prompt << std::flush;
+    print(out, prompt);
   }
 }

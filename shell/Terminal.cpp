@@ -18,6 +18,15 @@ __attribute__((constructor(101))) void fillStandardDescriptors() {
   if (fd >= 0) (void)close(fd); // it was only opened to see that there is no gap
 }
 
+// Whoever used the console before may have left it so that a read of no line yet, and a write to a full buffer, fail.
+__attribute__((constructor(101))) void waitForTheConsole() {
+  for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
+    const int flags = fcntl(fd, F_GETFL);
+    // What cannot be changed stays as it is; start-up continues.
+    if (flags >= 0 && (flags & O_NONBLOCK) != 0) (void)fcntl(fd, F_SETFL, flags & ~O_NONBLOCK);
+  }
+}
+
 } // namespace
 
 void eraseWithBackspace(int fd) {
