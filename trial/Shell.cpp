@@ -30,10 +30,12 @@ size_t findPrompt(const std::string& text) {
   return at;
 }
 
+// The thread writes its own line at any moment, also into one that the shell has no memory to write in one piece.
 std::string withoutThreadLines(const std::string& text) {
-  static const std::regex lines("(New thread, tid = |[0-9/]+ [0-9:.]+ \\[[0-9]+\\] krThreadSpawn: Spawned)[^\n]*\n\n|"
-                                "(krThreadSpawn \\w* ss:|krThreadSetPriority: |Thread \\[\\w*\\])[^\n]*\n");
-  return std::regex_replace(text, lines, "");
+  static const std::regex ofThread("New thread, tid = [^\n]*\n\n");
+  static const std::regex ofShell("[0-9/]+ [0-9:.]+ \\[[0-9]+\\] krThreadSpawn: Spawned[^\n]*\n\n|"
+                                  "(krThreadSpawn \\w* ss:|krThreadSetPriority: |Thread \\[\\w*\\])[^\n]*\n");
+  return std::regex_replace(std::regex_replace(text, ofThread, ""), ofShell, "");
 }
 
 } // namespace
