@@ -78,7 +78,7 @@ Fields Appliance::serve(const std::string& task, const std::string& name, const 
   if (name == "SetLoggingModeReqMsg") return {};
   Fields reply = {{"status", static_cast<unsigned>(status)}};
   if (name == "GetVideoResolutionReqMsg") {
-    const Resolution shown = status == Status::DONE ? mSettings.resolution : Resolution{0, 0, 0, 0};
+    const Resolution shown = status == Status::DONE ? _settings.resolution : Resolution{0, 0, 0, 0};
     reply.insert(reply.end(), {{"horizontal", shown.horizontal},
                                {"vertical", shown.vertical},
                                {"qualifier", shown.qualifier},
@@ -90,23 +90,23 @@ Fields Appliance::serve(const std::string& task, const std::string& name, const 
 
 // Tells only what is different.
 void Appliance::change(const Settings& settings) {
-  const Settings before = std::exchange(mSettings, settings);
-  if (settings.format != before.format) mLog.add(std::string("format ") + format());
-  if (settings.resolution.text() != before.resolution.text()) mLog.add("resolution " + settings.resolution.text());
-  if (settings.audioSource != before.audioSource) mLog.add(std::string("audio source ") + audioSource());
-  if (settings.logging != before.logging) mLog.add(settings.logging ? "logging on" : "logging off");
+  const Settings before = std::exchange(_settings, settings);
+  if (settings.format != before.format) _log.add(std::string("format ") + format());
+  if (settings.resolution.text() != before.resolution.text()) _log.add("resolution " + settings.resolution.text());
+  if (settings.audioSource != before.audioSource) _log.add(std::string("audio source ") + audioSource());
+  if (settings.logging != before.logging) _log.add(settings.logging ? "logging on" : "logging off");
 }
 
 void Appliance::restoreDefaults() { change(Settings()); }
 
-const char* Appliance::streamText() const { return STREAMS[mStream]; }
-const char* Appliance::format() const { return FORMATS[mSettings.format]; }
-const char* Appliance::audioSource() const { return AUDIO_SOURCES[mSettings.audioSource]; }
+const char* Appliance::streamText() const { return STREAMS[_stream]; }
+const char* Appliance::format() const { return FORMATS[_settings.format]; }
+const char* Appliance::audioSource() const { return AUDIO_SOURCES[_settings.audioSource]; }
 
 // ---- tVideoPhalTask
 
 Status Appliance::setVideoMode(const Fields& fields) {
-  Settings settings = mSettings;
+  Settings settings = _settings;
   settings.format = valueOf(fields, "mode");
   if (!isNamed(settings.format, FORMATS)) return Status::REFUSED;
   change(settings);
@@ -116,7 +116,7 @@ Status Appliance::setVideoMode(const Fields& fields) {
 Status Appliance::getVideoResolution(const Fields&) { return Status::DONE; }
 
 Status Appliance::setVideoResolution(const Fields& fields) {
-  Settings settings = mSettings;
+  Settings settings = _settings;
   settings.resolution = {valueOf(fields, "horizontal"), valueOf(fields, "vertical"), valueOf(fields, "qualifier"),
                          valueOf(fields, "hertz")};
   if (!settings.resolution.isPossible()) return Status::REFUSED;
@@ -128,23 +128,23 @@ Status Appliance::takeSnapshot(const Fields& fields) {
   const unsigned slot = valueOf(fields, "slot");
   const unsigned scale = valueOf(fields, "scale");
   if (slot < 1 || slot > SLOTS || scale < 1 || scale > FULL_SCALE) return Status::REFUSED;
-  const unsigned width = std::max(1U, mSettings.resolution.horizontal * scale / FULL_SCALE);
-  const unsigned height = std::max(1U, mSettings.resolution.vertical * scale / FULL_SCALE);
-  const std::string path = mFolder + (slot < 10 ? "/slot0" : "/slot") + std::to_string(slot) + ".jpg";
+  const unsigned width = std::max(1U, _settings.resolution.horizontal * scale / FULL_SCALE);
+  const unsigned height = std::max(1U, _settings.resolution.vertical * scale / FULL_SCALE);
+  const std::string path = _folder + (slot < 10 ? "/slot0" : "/slot") + std::to_string(slot) + ".jpg";
   if (const int error = storeColourBars(path, width, height); error != 0) {
-    mLog.add("snapshot slot " + std::to_string(slot) + " -> " + strerrorname_np(error));
+    _log.add("snapshot slot " + std::to_string(slot) + " -> " + strerrorname_np(error));
     return Status::FAILED;
   }
   const Snapshot taken{slot, std::to_string(width) + "x" + std::to_string(height), timeOfDay()};
   const auto same = [slot](const Snapshot& other) { return other.slot == slot; };
-  mSnapshots.erase(std::remove_if(mSnapshots.begin(), mSnapshots.end(), same), mSnapshots.end());
-  mSnapshots.insert(mSnapshots.begin(), taken);
-  mLog.add("snapshot slot " + std::to_string(slot) + " " + taken.size);
+  _snapshots.erase(std::remove_if(_snapshots.begin(), _snapshots.end(), same), _snapshots.end());
+  _snapshots.insert(_snapshots.begin(), taken);
+  _log.add("snapshot slot " + std::to_string(slot) + " " + taken.size);
   return Status::DONE;
 }
 
 Status Appliance::setAudioSource(const Fields& fields) {
-  Settings settings = mSettings;
+  Settings settings = _settings;
   settings.audioSource = valueOf(fields, "audiosrc");
   if (!isNamed(settings.audioSource, AUDIO_SOURCES)) return Status::REFUSED;
   change(settings);
@@ -157,7 +157,7 @@ Status Appliance::controlStream(const Fields& fields) {
   const unsigned control = valueOf(fields, "control");
   const unsigned type = valueOf(fields, "type");
   if ((control != 1 && control != 2) || !isNamed(type, STREAMS)) return Status::REFUSED;
-  mStream = control == 1 ? mStream | type : mStream & ~type;
+  _stream = control == 1 ? _stream | type : _stream & ~type;
   return Status::DONE;
 }
 
@@ -166,13 +166,13 @@ Status Appliance::controlStream(const Fields& fields) {
 Status Appliance::controlAdmin(const Fields& fields) {
   switch (valueOf(fields, "control")) {
   case 1:
-    mRestart = Restart::PLAIN;
+    _restart = Restart::PLAIN;
     return Status::DONE;
   case 4:
-    mRestart = Restart::CONFIGURATION;
+    _restart = Restart::CONFIGURATION;
     return Status::DONE;
   case 5:
-    mRestart = Restart::FIRMWARE;
+    _restart = Restart::FIRMWARE;
     return Status::DONE;
   default:
     return Status::REFUSED;
@@ -180,7 +180,7 @@ Status Appliance::controlAdmin(const Fields& fields) {
 }
 
 Status Appliance::setLogging(const Fields& fields) {
-  Settings settings = mSettings;
+  Settings settings = _settings;
   settings.logging = valueOf(fields, "onoff") != 0;
   if (valueOf(fields, "onoff") > 1 || valueOf(fields, "component") != ALL_COMPONENTS) return Status::REFUSED;
   change(settings);

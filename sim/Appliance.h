@@ -63,29 +63,29 @@ enum class Restart { NONE, PLAIN, CONFIGURATION, FIRMWARE };
 class Appliance {
 public:
   /// Tells what changes in `log`, which must outlive the appliance, and keeps snapshots in `folder`.
-  Appliance(BoardLog& log, std::string folder) : mLog(log), mFolder(std::move(folder)) {}
+  Appliance(BoardLog& log, std::string folder) : _log(log), _folder(std::move(folder)) {}
 
   /// Acts on a message that reached a service task; `name` is that of its class. Returns the fields of the reply, none
   /// where nothing answers.
   Fields serve(const std::string& task, const std::string& name, const Fields& fields);
 
   /// The restart that the last request asked for. It is to happen once the reply is out.
-  Restart takeRestart() { return std::exchange(mRestart, Restart::NONE); }
+  Restart takeRestart() { return std::exchange(_restart, Restart::NONE); }
 
   /// Puts the settings back to what they were when the board was made.
   void restoreDefaults();
 
   /// The stream: bit 0 audio, bit 1 video.
-  unsigned stream() const { return mStream; }
-  void stopStream() { mStream = 0; }
+  unsigned stream() const { return _stream; }
+  void stopStream() { _stream = 0; }
   const char* streamText() const;
 
   const char* format() const;
   const char* audioSource() const;
-  const Resolution& resolution() const { return mSettings.resolution; }
-  bool logging() const { return mSettings.logging; }
+  const Resolution& resolution() const { return _settings.resolution; }
+  bool logging() const { return _settings.logging; }
   /// Those that can be looked at, the latest first.
-  const std::vector<Snapshot>& snapshots() const { return mSnapshots; }
+  const std::vector<Snapshot>& snapshots() const { return _snapshots; }
 
 private:
   struct Settings {
@@ -107,12 +107,12 @@ private:
   Status setLogging(const Fields& fields);
   void change(const Settings& settings);
 
-  BoardLog& mLog;
-  std::string mFolder;
-  Settings mSettings;
-  unsigned mStream = 0;
-  Restart mRestart = Restart::NONE;
-  std::vector<Snapshot> mSnapshots;
+  BoardLog& _log;
+  std::string _folder;
+  Settings _settings;
+  unsigned _stream = 0;
+  Restart _restart = Restart::NONE;
+  std::vector<Snapshot> _snapshots;
 };
 
 } // namespace sim

@@ -64,10 +64,10 @@ const std::vector<std::string>& boardPaths() {
 }
 
 Board::Board(const Setup& setup, BoardLog& log)
-    : mSetup(setup), mLog(log), mAppliance(log, setup.snapshotFolder), mDice(setup.faults.dice) {
+    : _setup(setup), _log(log), _appliance(log, setup.snapshotFolder), _dice(setup.faults.dice) {
   addThermalNodes();
   addOtherNodes();
-  for (Node& node : mNodes) {
+  for (Node& node : _nodes) {
     if (node.show) node.text = node.shown = node.show();
   }
   applyFaults();
@@ -76,53 +76,53 @@ Board::Board(const Setup& setup, BoardLog& log)
 void Board::addThermalNodes() {
   const std::string chip = "/sys/bus/i2c/devices/1-004c/";
   Node temperature{chip + "temperature", 0444, ""};
-  temperature.take = takeNumber([this](int raw) { mThermal.setTemperature(raw); });
-  temperature.show = [this] { return line(mThermal.temperature()); };
+  temperature.take = takeNumber([this](int raw) { _thermal.setTemperature(raw); });
+  temperature.show = [this] { return line(_thermal.temperature()); };
   Node setPoint{chip + "setpoint", 0644, ""};
-  setPoint.take = takeNumber([this](int raw) { mThermal.setSetPoint(raw); });
-  setPoint.show = [this] { return line(mThermal.setPoint()); };
+  setPoint.take = takeNumber([this](int raw) { _thermal.setSetPoint(raw); });
+  setPoint.show = [this] { return line(_thermal.setPoint()); };
   Node speed{chip + "speed", 0644, ""};
-  speed.take = takeNumber([this](int setting) { mThermal.setFan(setting); });
-  speed.show = [this] { return line(mThermal.fan()); };
+  speed.take = takeNumber([this](int setting) { _thermal.setFan(setting); });
+  speed.show = [this] { return line(_thermal.fan()); };
   Node low{chip + "tachcount_lsb", 0444, ""};
-  low.show = [this] { return hexByte(static_cast<unsigned>(mThermal.tachCount())); };
+  low.show = [this] { return hexByte(static_cast<unsigned>(_thermal.tachCount())); };
   Node high{chip + "tachcount_msb", 0444, ""};
-  high.show = [this] { return hexByte(static_cast<unsigned>(mThermal.tachCount()) >> 8U); };
+  high.show = [this] { return hexByte(static_cast<unsigned>(_thermal.tachCount()) >> 8U); };
   Node alert{"/sys/class/gpio/gpio27/value", 0444, ""};
-  alert.show = [this] { return mThermal.alert() ? "0\n" : "1\n"; }; // active low
+  alert.show = [this] { return _thermal.alert() ? "0\n" : "1\n"; }; // active low
   for (Node* node : {&temperature, &setPoint, &speed, &low, &high, &alert})
-    mNodes.push_back(std::move(*node));
+    _nodes.push_back(std::move(*node));
 }
 
 void Board::addOtherNodes() {
   Node streaming{"/sys/class/gpio/gpio26/value", 0644, ""};
   streaming.take = [this](std::string_view text) {
     if (text.empty() || (text[0] != '0' && text[0] != '1')) return EINVAL;
-    mIndicator = text[0] == '1';
+    _indicator = text[0] == '1';
     return 0;
   };
-  streaming.show = [this] { return mIndicator ? "1\n" : "0\n"; };
-  mNodes.push_back(std::move(streaming));
+  streaming.show = [this] { return _indicator ? "1\n" : "0\n"; };
+  _nodes.push_back(std::move(streaming));
   Node format{"/sys/bus/i2c/devices/2-0020/format", 0444, ""};
-  format.show = [this] { return std::string(mAppliance.format()) + "\n"; };
-  mNodes.push_back(std::move(format));
+  format.show = [this] { return std::string(_appliance.format()) + "\n"; };
+  _nodes.push_back(std::move(format));
   Node smi{"/sys/module/ksz8864/drivers/smi", 0600, ""};
   smi.take = [this](std::string_view text) { return takeSwitchCommands(text); };
   smi.show = [this] {
     char text[32];
-    (void)snprintf(text, sizeof text, "0x%02x 0x%02x\n", VLAN_REGISTER, mSwitchRegisters[VLAN_REGISTER]);
+    (void)snprintf(text, sizeof text, "0x%02x 0x%02x\n", VLAN_REGISTER, _switchRegisters[VLAN_REGISTER]);
     return std::string(text);
   };
-  mNodes.push_back(std::move(smi));
+  _nodes.push_back(std::move(smi));
   Node identity{EEPROM_NODE, 0600, eeprom::factoryContents()};
   identity.binary = true;
-  mNodes.push_back(std::move(identity));
+  _nodes.push_back(std::move(identity));
 }
 
 // A first text counts for the model too where it makes sense there, and stands as it is until the model has another.
 void Board::applyFaults() {
-  const Faults& faults = mSetup.faults;
-  for (Node& node : mNodes) {
+  const Faults& faults = _setup.faults;
+  for (Node& node : _nodes) {
     const auto first = faults.firstTexts.find(node.path);
     if (first == faults.firstTexts.end()) continue;
     node.text = first->second;
@@ -130,35 +130,35 @@ void Board::applyFaults() {
     if (node.take) (void)node.take(node.text); // a text without sense to the model is what the test wants to show
     if (node.show) node.shown = node.show();
   }
-  mAlert = mThermal.alert();
+  _alert = _thermal.alert();
   refresh();
-  for (Node& node : mNodes) {
+  for (Node& node : _nodes) {
     if (faults.readOnly.count(node.path) > 0) node.mode &= ~mode_t{0222};
     node.failWrite = faults.failWrite.count(node.path) > 0;
   }
   const auto missing = [&](const Node& node) { return faults.missing.count(node.path) > 0; };
-  mNodes.erase(std::remove_if(mNodes.begin(), mNodes.end(), missing), mNodes.end());
+  _nodes.erase(std::remove_if(_nodes.begin(), _nodes.end(), missing), _nodes.end());
 }
 
 // Brings the shown texts up to date with the model.
 void Board::refresh() {
-  if (mAppliance.stream() != mStream) {
-    mStream = mAppliance.stream();
-    mIndicator = mStream != 0;
-    mLog.add(std::string("stream ") + mAppliance.streamText());
+  if (_appliance.stream() != _stream) {
+    _stream = _appliance.stream();
+    _indicator = _stream != 0;
+    _log.add(std::string("stream ") + _appliance.streamText());
   }
-  for (Node& node : mNodes) {
+  for (Node& node : _nodes) {
     if (!node.show) continue;
     std::string text = node.show();
     if (text != node.shown) node.text = node.shown = std::move(text);
   }
-  if (mThermal.alert() != mAlert) {
-    mAlert = !mAlert;
-    mLog.add(mAlert ? "alert on" : "alert off");
+  if (_thermal.alert() != _alert) {
+    _alert = !_alert;
+    _log.add(_alert ? "alert on" : "alert off");
   }
-  if (((mSwitchRegisters[VLAN_REGISTER] & VLAN_MODE_BIT) != 0) != mVlanMode) {
-    mVlanMode = !mVlanMode;
-    mLog.add(mVlanMode ? "vlan mode on" : "vlan mode off");
+  if (((_switchRegisters[VLAN_REGISTER] & VLAN_MODE_BIT) != 0) != _vlanMode) {
+    _vlanMode = !_vlanMode;
+    _log.add(_vlanMode ? "vlan mode on" : "vlan mode off");
   }
 }
 
@@ -171,8 +171,8 @@ int Board::takeSwitchCommands(std::string_view text) {
     unsigned reg = 0;
     unsigned value = 0;
     int entry[4] = {};
-    if (sscanf(command.c_str(), "write 0x%x 0x%x", &reg, &value) == 2 && reg < mSwitchRegisters.size()) {
-      mSwitchRegisters[reg] = value & 0xffU;
+    if (sscanf(command.c_str(), "write 0x%x 0x%x", &reg, &value) == 2 && reg < _switchRegisters.size()) {
+      _switchRegisters[reg] = value & 0xffU;
     } else if (sscanf(command.c_str(), "write vlan %d %d %d %d", &entry[0], &entry[1], &entry[2], &entry[3]) != 4) {
       return EINVAL;
     }
@@ -182,26 +182,26 @@ int Board::takeSwitchCommands(std::string_view text) {
 }
 
 int Board::open(size_t index, int flags) {
-  const Node& node = mNodes[index];
+  const Node& node = _nodes[index];
   const int access = flags & O_ACCMODE;
   // The superuser passes permission bits, but sysfs still refuses what the driver has no operation for.
   const bool refused = access != O_RDONLY && (node.mode & 0222U) == 0;
-  if (mSetup.logReads || refused) {
+  if (_setup.logReads || refused) {
     const char* names[] = {"O_RDONLY", "O_WRONLY", "O_RDWR"};
-    mLog.add("open " + node.path + " " + names[access % 3] + (refused ? " -> EACCES" : ""));
+    _log.add("open " + node.path + " " + names[access % 3] + (refused ? " -> EACCES" : ""));
   }
   return refused ? EACCES : 0;
 }
 
 std::string_view Board::read(size_t index, size_t offset, size_t size) {
-  const Node& node = mNodes[index];
+  const Node& node = _nodes[index];
   const std::string_view text = std::string_view(node.text).substr(std::min(offset, node.text.size()), size);
-  if (mSetup.logReads && !text.empty()) mLog.add("read " + node.path + " " + quoted(text));
+  if (_setup.logReads && !text.empty()) _log.add("read " + node.path + " " + quoted(text));
   return text;
 }
 
 ssize_t Board::write(size_t index, size_t offset, std::string_view bytes) {
-  Node& node = mNodes[index];
+  Node& node = _nodes[index];
   bytes = bytes.substr(0, PAGE);
   int error = 0;
   if (node.failWrite) {
@@ -222,7 +222,7 @@ ssize_t Board::write(size_t index, size_t offset, std::string_view bytes) {
     error = node.take(bytes);
   }
   if (error != 0) line += std::string(" -> ") + strerrorname_np(error);
-  mLog.add(line);
+  _log.add(line);
   if (error != 0) return -error;
   if (node.show) node.text = node.shown = node.show();
   refresh();
@@ -233,69 +233,69 @@ std::string Board::runTool(std::string_view name, const std::vector<std::string>
   std::string line = "tool " + std::string(name);
   for (const std::string& argument : arguments)
     line += " " + quoted(argument);
-  const auto fault = mSetup.faults.tools.find(std::string(name));
+  const auto fault = _setup.faults.tools.find(std::string(name));
   const char* outcome = "ok";
-  if (fault != mSetup.faults.tools.end()) outcome = fault->second == ToolFault::FAIL ? "fail" : "silent";
-  if (fault != mSetup.faults.tools.end()) line += std::string(" -> ") + outcome;
-  mLog.add(line);
+  if (fault != _setup.faults.tools.end()) outcome = fault->second == ToolFault::FAIL ? "fail" : "silent";
+  if (fault != _setup.faults.tools.end()) line += std::string(" -> ") + outcome;
+  _log.add(line);
   return outcome;
 }
 
 ServiceFault Board::faultOf(const std::string& task) const {
-  const auto fault = mSetup.faults.services.find(task);
-  return fault != mSetup.faults.services.end() ? fault->second : ServiceFault();
+  const auto fault = _setup.faults.services.find(task);
+  return fault != _setup.faults.services.end() ? fault->second : ServiceFault();
 }
 
 Reply Board::receive(const Message& message) {
   const std::string fields = textOf(message.fields);
-  mLog.add("message " + message.task + " " + message.name + " from " + message.source +
+  _log.add("message " + message.task + " " + message.name + " from " + message.source +
            (message.flags.empty() ? "" : " " + message.flags) + fields);
-  Reply reply{mAppliance.serve(message.task, message.name, message.fields), {}, mAppliance.logging()};
+  Reply reply{_appliance.serve(message.task, message.name, message.fields), {}, _appliance.logging()};
   refresh();
-  Traffic& traffic = mTraffic[message.task];
+  Traffic& traffic = _traffic[message.task];
   ++traffic.messages;
   std::string told = message.task + " " + message.name.substr(0, message.name.rfind("ReqMsg")) + fields;
   if (!reply.fields.empty()) {
     reply.fault = faultOf(message.task);
     if (reply.fault.kind == ServiceFault::FULL) reply.fault = {}; // somebody has let the task go on
-    if (reply.fault.kind == ServiceFault::NONE) reply.fault = mDice.roll();
+    if (reply.fault.kind == ServiceFault::NONE) reply.fault = _dice.roll();
     const std::string fault = reply.fault.kind == ServiceFault::NONE ? "" : " -> " + reply.fault.text();
     const std::string name = message.name.substr(0, message.name.rfind("Req")) + "RespMsg";
-    mLog.add("reply " + message.task + " " + name + textOf(reply.fields) + fault);
+    _log.add("reply " + message.task + " " + name + textOf(reply.fields) + fault);
     traffic.lastStatus = std::to_string(reply.fields[0].value);
     told += " = " + traffic.lastStatus + fault;
   }
-  mMessages.push_front(timeOfDay().substr(0, 8) + " " + told);
-  if (mMessages.size() > MESSAGES_KEPT) mMessages.pop_back();
-  restart(mAppliance.takeRestart());
+  _messages.push_front(timeOfDay().substr(0, 8) + " " + told);
+  if (_messages.size() > MESSAGES_KEPT) _messages.pop_back();
+  restart(_appliance.takeRestart());
   return reply;
 }
 
 void Board::restart(Restart kind) {
   if (kind == Restart::NONE) return;
   if (kind == Restart::CONFIGURATION) {
-    mLog.add("configuration restored");
-    mAppliance.restoreDefaults();
-    mThermal.setFan(ThermalModel::DEFAULT_FAN);
-    mThermal.setSetPoint(ThermalModel::DEFAULT_SET_POINT);
-    mSwitchRegisters = {};
+    _log.add("configuration restored");
+    _appliance.restoreDefaults();
+    _thermal.setFan(ThermalModel::DEFAULT_FAN);
+    _thermal.setSetPoint(ThermalModel::DEFAULT_SET_POINT);
+    _switchRegisters = {};
   }
-  if (kind == Restart::FIRMWARE) mLog.add(std::string("firmware ") + FIRMWARE_VERSION + " restored");
-  mAppliance.stopStream();
+  if (kind == Restart::FIRMWARE) _log.add(std::string("firmware ") + FIRMWARE_VERSION + " restored");
+  _appliance.stopStream();
   refresh();
-  ++mRestarts;
-  mLog.add("restart");
+  ++_restarts;
+  _log.add("restart");
 }
 
 void Board::advance(double seconds) {
-  if (mSetup.frozen) return;
-  mThermal.advance(seconds);
+  if (_setup.frozen) return;
+  _thermal.advance(seconds);
   refresh();
 }
 
 std::string Board::dump() const {
   std::string out;
-  for (const Node& node : mNodes)
+  for (const Node& node : _nodes)
     out += node.path + " " + quoted(node.text) + "\n";
   return out;
 }

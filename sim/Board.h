@@ -70,7 +70,7 @@ public:
   Board& operator=(const Board&) = delete;
 
   /// The nodes that exist, in a fixed order. An index into them names a node in the calls below.
-  const std::vector<Node>& nodes() const { return mNodes; }
+  const std::vector<Node>& nodes() const { return _nodes; }
 
   /// Opens a node with the access mode and flags of open(2): 0, or EACCES where the node's mode forbids it.
   int open(size_t node, int flags);
@@ -108,20 +108,20 @@ private:
   ServiceFault faultOf(const std::string& task) const;
   void restart(Restart kind);
 
-  Setup mSetup;
-  BoardLog& mLog;
-  ThermalModel mThermal;
-  Appliance mAppliance;
-  FaultDice mDice;
-  std::map<std::string, Traffic> mTraffic; // by the task's name
-  std::deque<std::string> mMessages;       // the latest first
-  unsigned mRestarts = 0;
-  std::array<unsigned, 256> mSwitchRegisters = {};
-  std::vector<Node> mNodes;
-  bool mIndicator = false; // the streaming line
-  unsigned mStream = 0;    // what the indicator last followed
-  bool mAlert = false;
-  bool mVlanMode = false;
+  Setup _setup;
+  BoardLog& _log;
+  ThermalModel _thermal;
+  Appliance _appliance;
+  FaultDice _dice;
+  std::map<std::string, Traffic> _traffic; // by the task's name
+  std::deque<std::string> _messages;       // the latest first
+  unsigned _restarts = 0;
+  std::array<unsigned, 256> _switchRegisters = {};
+  std::vector<Node> _nodes;
+  bool _indicator = false; // the streaming line
+  unsigned _stream = 0;    // what the indicator last followed
+  bool _alert = false;
+  bool _vlanMode = false;
 };
 
 } // namespace sim

@@ -19,8 +19,8 @@ std::string timeOfDay() {
 }
 
 void BoardLog::add(const std::string& line) {
-  const std::string text = (mWithTimes ? timeOfDay() + " " : "") + line + "\n";
-  for (Descriptor& file : mFiles) {
+  const std::string text = (_withTimes ? timeOfDay() + " " : "") + line + "\n";
+  for (Descriptor& file : _files) {
     if (!file) continue;
     const ssize_t written = write(file.get(), text.data(), text.size());
     if (written == static_cast<ssize_t>(text.size())) continue;

@@ -14,18 +14,18 @@ std::string timeOfDay();
 
 class BoardLog {
 public:
-  explicit BoardLog(bool withTimes = false) : mWithTimes(withTimes) {}
+  explicit BoardLog(bool withTimes = false) : _withTimes(withTimes) {}
 
   /// From now on lines also go to `file`, which must have been opened for appending. The first failure to write is
   /// told on standard error; the log then goes on without that file.
-  void addFile(Descriptor file) { mFiles.push_back(std::move(file)); }
+  void addFile(Descriptor file) { _files.push_back(std::move(file)); }
 
   /// Writes one line. It is complete in every file when the call returns.
   void add(const std::string& line);
 
 private:
-  std::vector<Descriptor> mFiles;
-  bool mWithTimes;
+  std::vector<Descriptor> _files;
+  bool _withTimes;
 };
 
 } // namespace sim

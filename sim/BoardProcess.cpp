@@ -130,76 +130,76 @@ private:
   void passSignals();
   void advance();
 
-  Board& mBoard;
-  NodeServer& mNodes;
-  ServiceProcesses& mServices;
-  BoardSocket mSocket;
-  const Descriptor& mChannel;
-  Descriptor mChildren;
-  pid_t mCommand = -1;
-  int mStatus = 0;
-  std::chrono::steady_clock::time_point mLast = std::chrono::steady_clock::now();
+  Board& _board;
+  NodeServer& _nodes;
+  ServiceProcesses& _services;
+  BoardSocket _socket;
+  const Descriptor& _channel;
+  Descriptor _children;
+  pid_t _command = -1;
+  int _status = 0;
+  std::chrono::steady_clock::time_point _last = std::chrono::steady_clock::now();
 };
 
 Session::Session(Board& board, NodeServer& nodes, ServiceProcesses& services, const Descriptor& channel)
-    : mBoard(board), mNodes(nodes), mServices(services),
-      mSocket([&board](const Words& question) { return answer(board, question); }), mChannel(channel) {
+    : _board(board), _nodes(nodes), _services(services),
+      _socket([&board](const Words& question) { return answer(board, question); }), _channel(channel) {
   sigset_t child;
   (void)sigemptyset(&child); // cannot fail, like the next
   (void)sigaddset(&child, SIGCHLD);
-  mChildren = Descriptor(check(signalfd(-1, &child, SFD_CLOEXEC | SFD_NONBLOCK), "signalfd"));
+  _children = Descriptor(check(signalfd(-1, &child, SFD_CLOEXEC | SFD_NONBLOCK), "signalfd"));
 }
 
 int Session::run(pid_t command) {
-  mCommand = command;
+  _command = command;
   while (!reap())
     serve(500);
-  mNodes.serve(); // what the command did last
+  _nodes.serve(); // what the command did last
   // What it sent last is served too.
-  mServices.end();
+  _services.end();
   const auto deadline = std::chrono::steady_clock::now() + LONGEST_END;
-  for (reap(); !mServices.allEnded(); reap()) {
-    if (std::chrono::steady_clock::now() > deadline) mServices.kill();
+  for (reap(); !_services.allEnded(); reap()) {
+    if (std::chrono::steady_clock::now() > deadline) _services.kill();
     serve(100);
   }
-  return mStatus;
+  return _status;
 }
 
 void Session::serve(int longest) {
   std::vector<pollfd> waits = {
-      {mNodes.descriptor(), POLLIN, 0}, {mChildren.get(), POLLIN, 0}, {mChannel.get(), POLLIN, 0}};
-  mSocket.addTo(waits);
+      {_nodes.descriptor(), POLLIN, 0}, {_children.get(), POLLIN, 0}, {_channel.get(), POLLIN, 0}};
+  _socket.addTo(waits);
   if (poll(waits.data(), waits.size(), longest) < 0 && errno != EINTR) throw failure("poll");
   signalfd_siginfo news = {};
-  while (read(mChildren.get(), &news, sizeof news) > 0) {
+  while (read(_children.get(), &news, sizeof news) > 0) {
   } // reap() looks for itself
   advance();
-  if (waits[0].revents != 0) mNodes.serve();
+  if (waits[0].revents != 0) _nodes.serve();
   if (waits[2].revents != 0) passSignals();
-  mSocket.serve(waits);
+  _socket.serve(waits);
 }
 
 bool Session::reap() {
   int status = 0;
   pid_t child = 0;
   while ((child = waitpid(-1, &status, WNOHANG | WUNTRACED)) > 0) {
-    if (child != mCommand) {
-      if (!WIFSTOPPED(status)) mServices.childEnded(child, status);
+    if (child != _command) {
+      if (!WIFSTOPPED(status)) _services.childEnded(child, status);
     } else if (WIFSTOPPED(status)) {
       const int number = WSTOPSIG(status);
-      (void)send(mChannel.get(), &number, sizeof number, MSG_NOSIGNAL); // fails only when tev-sim is gone, see below
+      (void)send(_channel.get(), &number, sizeof number, MSG_NOSIGNAL); // fails only when tev-sim is gone, see below
     } else {
-      mStatus = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-      mCommand = -1;
+      _status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+      _command = -1;
     }
   }
-  return mCommand < 0;
+  return _command < 0;
 }
 
 void Session::passSignals() {
   int number = 0;
-  if (recv(mChannel.get(), &number, sizeof number, 0) == sizeof number) {
-    if (mCommand > 0) (void)kill(mCommand, number); // fails only when it has just ended
+  if (recv(_channel.get(), &number, sizeof number, 0) == sizeof number) {
+    if (_command > 0) (void)kill(_command, number); // fails only when it has just ended
   } else {
     _exit(128 + SIGKILL); // tev-sim was killed; everything here goes with process 1
   }
@@ -207,8 +207,8 @@ void Session::passSignals() {
 
 void Session::advance() {
   const auto now = std::chrono::steady_clock::now();
-  mBoard.advance(std::chrono::duration<double>(now - mLast).count());
-  mLast = now;
+  _board.advance(std::chrono::duration<double>(now - _last).count());
+  _last = now;
 }
 
 void writeDump(const Board& board, const Descriptor& file) {

@@ -70,44 +70,44 @@ Words receiveWords(int fd) {
 } // namespace
 
 BoardSocket::BoardSocket(Answer answer)
-    : mAnswer(std::move(answer)),
-      mListener(check(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK | SOCK_CLOEXEC, 0), "the board's socket")) {
+    : _answer(std::move(answer)),
+      _listener(check(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK | SOCK_CLOEXEC, 0), "the board's socket")) {
   const Address own = addressOf(ownName());
-  check(bind(mListener.get(), reinterpret_cast<const sockaddr*>(&own.name), own.size), "the board's socket");
-  check(listen(mListener.get(), 16), "the board's socket");
+  check(bind(_listener.get(), reinterpret_cast<const sockaddr*>(&own.name), own.size), "the board's socket");
+  check(listen(_listener.get(), 16), "the board's socket");
 }
 
 void BoardSocket::addTo(std::vector<pollfd>& waits) const {
-  waits.push_back({mListener.get(), POLLIN, 0});
-  for (const Descriptor& client : mClients)
+  waits.push_back({_listener.get(), POLLIN, 0});
+  for (const Descriptor& client : _clients)
     waits.push_back({client.get(), POLLIN, 0});
 }
 
 void BoardSocket::serve(const std::vector<pollfd>& ready) {
   for (const pollfd& wait : ready) {
     if (wait.revents == 0) continue;
-    if (wait.fd == mListener.get()) {
+    if (wait.fd == _listener.get()) {
       acceptClient();
       continue;
     }
     const auto client =
-        std::find_if(mClients.begin(), mClients.end(), [&](const Descriptor& known) { return known.get() == wait.fd; });
-    if (client != mClients.end() && !serveClient(wait.fd)) mClients.erase(client);
+        std::find_if(_clients.begin(), _clients.end(), [&](const Descriptor& known) { return known.get() == wait.fd; });
+    if (client != _clients.end() && !serveClient(wait.fd)) _clients.erase(client);
   }
 }
 
 void BoardSocket::acceptClient() {
-  Descriptor client(accept4(mListener.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+  Descriptor client(accept4(_listener.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
   ucred peer = {};
   socklen_t size = sizeof peer;
   if (!client) return; // it has gone away again
   if (getsockopt(client.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0 || peer.uid != geteuid()) return;
-  mClients.push_back(std::move(client));
+  _clients.push_back(std::move(client));
 }
 
 bool BoardSocket::serveClient(int fd) {
   const Words question = receiveWords(fd);
-  return !question.empty() && sendWords(fd, mAnswer(question));
+  return !question.empty() && sendWords(fd, _answer(question));
 }
 
 namespace {

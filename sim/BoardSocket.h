@@ -33,9 +33,9 @@ private:
   void acceptClient();
   bool serveClient(int fd); // false when the client is done
 
-  Answer mAnswer;
-  Descriptor mListener;
-  std::vector<Descriptor> mClients;
+  Answer _answer;
+  Descriptor _listener;
+  std::vector<Descriptor> _clients;
 };
 
 /// Asks the board whose mount namespace the caller is in. Throws std::runtime_error when there is no answer.

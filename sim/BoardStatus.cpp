@@ -36,38 +36,38 @@ std::string pair(const char* left, const std::string& value, const char* right, 
 } // namespace
 
 std::string Board::status() const {
-  const int set = mThermal.setPoint() + ThermalModel::RAW_OFFSET;
-  const int celsius = mThermal.temperature() + ThermalModel::RAW_OFFSET;
-  const std::string fan = std::to_string(mThermal.fan()) + " of " + std::to_string(ThermalModel::MAX_FAN) + ", " +
-                          std::to_string(mThermal.rpm()) + " rpm";
+  const int set = _thermal.setPoint() + ThermalModel::RAW_OFFSET;
+  const int celsius = _thermal.temperature() + ThermalModel::RAW_OFFSET;
+  const std::string fan = std::to_string(_thermal.fan()) + " of " + std::to_string(ThermalModel::MAX_FAN) + ", " +
+                          std::to_string(_thermal.rpm()) + " rpm";
   std::string text;
-  text += pair("temperature", std::to_string(celsius) + " C", "stream", mAppliance.streamText());
-  text += pair("alert", std::string(mAlert ? "on" : "off") + ", from " + std::to_string(set) + " C on", "format",
-               mAppliance.format());
-  text += pair("fan", fan, "resolution", mAppliance.resolution().text());
-  text += pair("vlan mode", mVlanMode ? "on" : "off", "audio", mAppliance.audioSource());
-  text += pair("firmware", FIRMWARE_VERSION + std::string(", restarts: ") + std::to_string(mRestarts), "logging",
-               mAppliance.logging() ? "on" : "off");
+  text += pair("temperature", std::to_string(celsius) + " C", "stream", _appliance.streamText());
+  text += pair("alert", std::string(_alert ? "on" : "off") + ", from " + std::to_string(set) + " C on", "format",
+               _appliance.format());
+  text += pair("fan", fan, "resolution", _appliance.resolution().text());
+  text += pair("vlan mode", _vlanMode ? "on" : "off", "audio", _appliance.audioSource());
+  text += pair("firmware", FIRMWARE_VERSION + std::string(", restarts: ") + std::to_string(_restarts), "logging",
+               _appliance.logging() ? "on" : "off");
   text += rule() + row("%-16s %9s %9s %12s  %s", "service", "queue", "messages", "last status", "fault");
   for (const ServiceTask& task : SERVICE_TASKS) {
-    const auto found = mTraffic.find(task.name);
-    const Traffic traffic = found != mTraffic.end() ? found->second : Traffic();
+    const auto found = _traffic.find(task.name);
+    const Traffic traffic = found != _traffic.end() ? found->second : Traffic();
     std::string fault = faultOf(task.name).text();
-    if (fault == "none" && mDice.percent() > 0) fault = std::to_string(mDice.percent()) + " % at random";
+    if (fault == "none" && _dice.percent() > 0) fault = std::to_string(_dice.percent()) + " % at random";
     text += row("%-16s %9d %9u %12s  %s", task.name, task.queueId, traffic.messages, traffic.lastStatus.c_str(),
                 fault.c_str());
   }
   text += rule();
-  const std::vector<Snapshot>& snapshots = mAppliance.snapshots();
+  const std::vector<Snapshot>& snapshots = _appliance.snapshots();
   for (size_t i = 0; i < std::min(snapshots.size(), SNAPSHOTS_SHOWN); ++i)
     text += row("%.8s snapshot slot %u %s", snapshots[i].time.c_str(), snapshots[i].slot, snapshots[i].size.c_str());
   if (snapshots.empty()) text += "no snapshots\n";
   text += rule();
-  for (const std::string& message : mMessages)
+  for (const std::string& message : _messages)
     text += row("%s", message.c_str());
-  if (mMessages.empty()) text += "no messages\n";
+  if (_messages.empty()) text += "no messages\n";
   text += rule();
-  for (const Node& node : mNodes)
+  for (const Node& node : _nodes)
     text += row("%-42s %s", node.path.c_str(), quoted(node.text).substr(0, WIDTH).c_str());
   return text;
 }

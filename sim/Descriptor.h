@@ -11,23 +11,23 @@ class Descriptor {
 public:
   Descriptor() = default;
   /// Takes over `fd`; a negative number means no descriptor.
-  explicit Descriptor(int fd) : mFd(fd) {}
-  Descriptor(Descriptor&& other) noexcept : mFd(std::exchange(other.mFd, -1)) {}
+  explicit Descriptor(int fd) : _fd(fd) {}
+  Descriptor(Descriptor&& other) noexcept : _fd(std::exchange(other._fd, -1)) {}
   Descriptor& operator=(Descriptor&& other) noexcept {
-    std::swap(mFd, other.mFd);
+    std::swap(_fd, other._fd);
     return *this;
   }
   ~Descriptor() {
-    if (mFd >= 0) (void)close(mFd); // nothing is left to do about a failure
+    if (_fd >= 0) (void)close(_fd); // nothing is left to do about a failure
   }
 
-  int get() const { return mFd; }
+  int get() const { return _fd; }
   /// Gives the descriptor away; the caller closes it.
-  int release() { return std::exchange(mFd, -1); }
-  explicit operator bool() const { return mFd >= 0; }
+  int release() { return std::exchange(_fd, -1); }
+  explicit operator bool() const { return _fd >= 0; }
 
 private:
-  int mFd = -1;
+  int _fd = -1;
 };
 
 } // namespace sim

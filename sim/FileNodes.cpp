@@ -28,7 +28,7 @@ class FileNodes : public NodeServer {
 public:
   explicit FileNodes(Board& board);
 
-  int descriptor() const override { return mEvents.get(); }
+  int descriptor() const override { return _events.get(); }
   void serve() override;
 
 private:
@@ -44,26 +44,26 @@ private:
   void takeClosed();
   void compare(const Given& given);
 
-  Board& mBoard;
-  Descriptor mEvents;  // readable when one of the next two is
-  Descriptor mOpening; // SIGIO: somebody waits for a leased file
-  Descriptor mClosed;  // inotify: somebody closed a file that was given away
-  std::vector<Descriptor> mLeased;
-  std::map<int, Given> mGiven; // by watch
+  Board& _board;
+  Descriptor _events;  // readable when one of the next two is
+  Descriptor _opening; // SIGIO: somebody waits for a leased file
+  Descriptor _closed;  // inotify: somebody closed a file that was given away
+  std::vector<Descriptor> _leased;
+  std::map<int, Given> _given; // by watch
 };
 
 FileNodes::FileNodes(Board& board)
-    : mBoard(board), mEvents(check(epoll_create1(EPOLL_CLOEXEC), "epoll")),
-      mClosed(check(inotify_init1(IN_NONBLOCK | IN_CLOEXEC), "inotify")) {
+    : _board(board), _events(check(epoll_create1(EPOLL_CLOEXEC), "epoll")),
+      _closed(check(inotify_init1(IN_NONBLOCK | IN_CLOEXEC), "inotify")) {
   sigset_t io;
   (void)sigemptyset(&io); // cannot fail, like the next
   (void)sigaddset(&io, SIGIO);
-  mOpening = Descriptor(check(signalfd(-1, &io, SFD_NONBLOCK | SFD_CLOEXEC), "signalfd"));
-  waitFor(mOpening);
-  waitFor(mClosed);
+  _opening = Descriptor(check(signalfd(-1, &io, SFD_NONBLOCK | SFD_CLOEXEC), "signalfd"));
+  waitFor(_opening);
+  waitFor(_closed);
   mountMemory("/sys", 0755);
-  mLeased.resize(board.nodes().size());
-  for (size_t i = 0; i < mLeased.size(); ++i) {
+  _leased.resize(board.nodes().size());
+  for (size_t i = 0; i < _leased.size(); ++i) {
     const std::string& path = board.nodes()[i].path;
     makeFolders(path.substr(0, path.rfind('/')));
     lay(i);
@@ -73,27 +73,27 @@ FileNodes::FileNodes(Board& board)
 void FileNodes::waitFor(const Descriptor& source) {
   epoll_event event = {};
   event.events = EPOLLIN;
-  check(epoll_ctl(mEvents.get(), EPOLL_CTL_ADD, source.get(), &event), "epoll");
+  check(epoll_ctl(_events.get(), EPOLL_CTL_ADD, source.get(), &event), "epoll");
 }
 
 // Puts a new leased file in a node's place.
 void FileNodes::lay(size_t index) {
-  const Node& node = mBoard.nodes()[index];
+  const Node& node = _board.nodes()[index];
   constexpr char FRESH[] = "/sys/.fresh";
   Descriptor file(check(open(FRESH, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600), node.path));
   check(fchmod(file.get(), node.mode), node.path);
   check(fcntl(file.get(), F_SETLEASE, F_WRLCK), node.path + " (lease)");
   check(rename(FRESH, node.path.c_str()), node.path);
-  mLeased[index] = std::move(file);
+  _leased[index] = std::move(file);
 }
 
 void FileNodes::serve() {
   signalfd_siginfo news = {};
-  while (read(mOpening.get(), &news, sizeof news) > 0) {
+  while (read(_opening.get(), &news, sizeof news) > 0) {
   } // the leases themselves tell which
   std::vector<std::pair<size_t, int>> waiting;
-  for (size_t i = 0; i < mLeased.size(); ++i) {
-    const int wanted = fcntl(mLeased[i].get(), F_GETLEASE);
+  for (size_t i = 0; i < _leased.size(); ++i) {
+    const int wanted = fcntl(_leased[i].get(), F_GETLEASE);
     if (wanted != F_WRLCK) waiting.emplace_back(i, wanted);
   }
   takeClosed(); // after looking who waits: whatever they closed before that is told by now
@@ -103,34 +103,34 @@ void FileNodes::serve() {
 
 void FileNodes::giveAway(size_t index, int wanted) {
   const bool toWrite = wanted == F_UNLCK;
-  const Node& node = mBoard.nodes()[index];
-  (void)mBoard.open(index, toWrite ? O_RDWR : O_RDONLY); // only for the log: plain files cannot refuse the superuser
+  const Node& node = _board.nodes()[index];
+  (void)_board.open(index, toWrite ? O_RDWR : O_RDONLY); // only for the log: plain files cannot refuse the superuser
   // A text is replaced as a whole, so a writer gets an empty file. The bytes of a chip are written where they belong.
-  Given given{std::move(mLeased[index]), index, toWrite && !node.binary ? "" : node.text};
+  Given given{std::move(_leased[index]), index, toWrite && !node.binary ? "" : node.text};
   const int fd = given.file.get();
   lay(index);
   const auto size = static_cast<ssize_t>(given.text.size());
   if (pwrite(fd, given.text.data(), given.text.size(), 0) != size) throw failure(node.path);
   const std::string path = "/proc/self/fd/" + std::to_string(fd);
-  const int watch = check(inotify_add_watch(mClosed.get(), path.c_str(), IN_CLOSE), node.path);
-  mGiven.insert_or_assign(watch, std::move(given));
+  const int watch = check(inotify_add_watch(_closed.get(), path.c_str(), IN_CLOSE), node.path);
+  _given.insert_or_assign(watch, std::move(given));
   check(fcntl(fd, F_SETLEASE, F_UNLCK), node.path);
 }
 
 void FileNodes::takeClosed() {
   alignas(inotify_event) char events[4096];
   ssize_t size = 0;
-  while ((size = read(mClosed.get(), events, sizeof events)) > 0) {
+  while ((size = read(_closed.get(), events, sizeof events)) > 0) {
     for (const char* at = events; at < events + size;) {
       const auto* event = reinterpret_cast<const inotify_event*>(at);
       at += sizeof *event + event->len;
-      const auto given = mGiven.find(event->wd);
-      if (given == mGiven.end()) continue;
+      const auto given = _given.find(event->wd);
+      if (given == _given.end()) continue;
       if ((event->mask & IN_CLOSE_WRITE) != 0) compare(given->second);
       // A lease is to be had only if nobody else has the file open.
       if (fcntl(given->second.file.get(), F_SETLEASE, F_WRLCK) == 0) {
-        (void)inotify_rm_watch(mClosed.get(), event->wd); // goes with the file anyway
-        mGiven.erase(given);
+        (void)inotify_rm_watch(_closed.get(), event->wd); // goes with the file anyway
+        _given.erase(given);
       }
     }
   }
@@ -138,7 +138,7 @@ void FileNodes::takeClosed() {
 
 // Tells the board what is different in a file that was given away.
 void FileNodes::compare(const Given& given) {
-  const Node& node = mBoard.nodes()[given.node];
+  const Node& node = _board.nodes()[given.node];
   std::string now(LONGEST, '\0');
   now.resize(static_cast<size_t>(check(pread(given.file.get(), now.data(), now.size(), 0), node.path)));
   if (node.binary) now.resize(given.text.size(), '\0'); // a chip does not change its size
@@ -148,7 +148,7 @@ void FileNodes::compare(const Given& given) {
     first = static_cast<size_t>(std::mismatch(now.begin(), now.end(), given.text.begin()).first - now.begin());
     now.erase(std::mismatch(now.rbegin(), now.rend(), given.text.rbegin()).first.base(), now.end());
   }
-  (void)mBoard.write(given.node, first, std::string_view(now).substr(first)); // too late to tell the writer
+  (void)_board.write(given.node, first, std::string_view(now).substr(first)); // too late to tell the writer
 }
 
 } // namespace

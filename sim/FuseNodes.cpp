@@ -33,7 +33,7 @@ public:
   FuseNodes& operator=(const FuseNodes&) = delete;
   ~FuseNodes() override;
 
-  int descriptor() const override { return fuse_session_fd(mSession); }
+  int descriptor() const override { return fuse_session_fd(_session); }
   void serve() override;
 
 private:
@@ -43,16 +43,16 @@ private:
   void addPath(const std::string& path, int node);
   fuse_ino_t find(fuse_ino_t parent, const std::string& name) const;
   struct stat attributes(fuse_ino_t inode) const;
-  size_t nodeOf(fuse_ino_t inode) const { return static_cast<size_t>(mEntries[inode - 1].node); }
+  size_t nodeOf(fuse_ino_t inode) const { return static_cast<size_t>(_entries[inode - 1].node); }
   void list(fuse_req_t request, fuse_ino_t folder, size_t size, off_t offset) const;
 
-  Board& mBoard;
-  std::vector<Entry> mEntries = {{"/sys", FUSE_ROOT_ID, -1}};
-  fuse_session* mSession = nullptr;
-  fuse_buf mBuffer = {};
+  Board& _board;
+  std::vector<Entry> _entries = {{"/sys", FUSE_ROOT_ID, -1}};
+  fuse_session* _session = nullptr;
+  fuse_buf _buffer = {};
 };
 
-FuseNodes::FuseNodes(Board& board) : mBoard(board) {
+FuseNodes::FuseNodes(Board& board) : _board(board) {
   for (size_t i = 0; i < board.nodes().size(); ++i)
     addPath(board.nodes()[i].path, static_cast<int>(i));
 
@@ -65,21 +65,21 @@ FuseNodes::FuseNodes(Board& board) : mBoard(board) {
   char* arguments[] = {name, nullptr};
   fuse_args args = {1, arguments, 0};
   const fuse_lowlevel_ops known = operations();
-  mSession = fuse_session_new(&args, &known, sizeof known, this);
+  _session = fuse_session_new(&args, &known, sizeof known, this);
   fuse_opt_free_args(&args);
-  if (mSession == nullptr) throw std::runtime_error("/sys (fuse): the library makes no session");
+  if (_session == nullptr) throw std::runtime_error("/sys (fuse): the library makes no session");
   // With this form of the name the library takes over a device that is mounted already.
-  if (fuse_session_mount(mSession, ("/dev/fd/" + number).c_str()) != 0) {
-    fuse_session_destroy(mSession);
+  if (fuse_session_mount(_session, ("/dev/fd/" + number).c_str()) != 0) {
+    fuse_session_destroy(_session);
     throw std::runtime_error("/sys (fuse): the library does not take the device");
   }
   device.release(); // the session closes it
 }
 
 FuseNodes::~FuseNodes() {
-  fuse_session_unmount(mSession);
-  fuse_session_destroy(mSession);
-  free(mBuffer.mem);
+  fuse_session_unmount(_session);
+  fuse_session_destroy(_session);
+  free(_buffer.mem);
 }
 
 void FuseNodes::addPath(const std::string& path, int node) {
@@ -89,8 +89,8 @@ void FuseNodes::addPath(const std::string& path, int node) {
     const std::string name = path.substr(begin, end - begin);
     fuse_ino_t entry = find(parent, name);
     if (entry == 0) {
-      mEntries.push_back({name, parent, end == path.size() ? node : -1});
-      entry = mEntries.size();
+      _entries.push_back({name, parent, end == path.size() ? node : -1});
+      entry = _entries.size();
     }
     parent = entry;
     begin = end + 1;
@@ -98,8 +98,8 @@ void FuseNodes::addPath(const std::string& path, int node) {
 }
 
 fuse_ino_t FuseNodes::find(fuse_ino_t parent, const std::string& name) const {
-  for (size_t i = 1; i < mEntries.size(); ++i) {
-    if (mEntries[i].parent == parent && mEntries[i].name == name) return i + 1;
+  for (size_t i = 1; i < _entries.size(); ++i) {
+    if (_entries[i].parent == parent && _entries[i].name == name) return i + 1;
   }
   return 0;
 }
@@ -108,10 +108,10 @@ struct stat FuseNodes::attributes(fuse_ino_t inode) const {
   struct stat out = {};
   out.st_ino = inode;
   out.st_nlink = 1;
-  if (mEntries[inode - 1].node < 0) {
+  if (_entries[inode - 1].node < 0) {
     out.st_mode = S_IFDIR | 0755;
   } else {
-    const Node& node = mBoard.nodes()[nodeOf(inode)];
+    const Node& node = _board.nodes()[nodeOf(inode)];
     out.st_mode = S_IFREG | node.mode;
     out.st_size = static_cast<off_t>(node.binary ? node.text.size() : PAGE);
   }
@@ -119,15 +119,15 @@ struct stat FuseNodes::attributes(fuse_ino_t inode) const {
 }
 
 void FuseNodes::list(fuse_req_t request, fuse_ino_t folder, size_t size, off_t offset) const {
-  std::vector<fuse_ino_t> inodes = {folder, mEntries[folder - 1].parent};
-  for (size_t i = 1; i < mEntries.size(); ++i) {
-    if (mEntries[i].parent == folder) inodes.push_back(i + 1);
+  std::vector<fuse_ino_t> inodes = {folder, _entries[folder - 1].parent};
+  for (size_t i = 1; i < _entries.size(); ++i) {
+    if (_entries[i].parent == folder) inodes.push_back(i + 1);
   }
   std::vector<char> out(size);
   size_t used = 0;
   for (auto i = static_cast<size_t>(offset); i < inodes.size(); ++i) {
     const struct stat about = attributes(inodes[i]);
-    const char* name = i == 0 ? "." : i == 1 ? ".." : mEntries[inodes[i] - 1].name.c_str();
+    const char* name = i == 0 ? "." : i == 1 ? ".." : _entries[inodes[i] - 1].name.c_str();
     const size_t needed =
         fuse_add_direntry(request, out.data() + used, size - used, name, &about, static_cast<off_t>(i + 1));
     if (needed > size - used) break;
@@ -159,18 +159,18 @@ fuse_lowlevel_ops FuseNodes::operations() {
     fuse_reply_attr(request, &about, FOREVER);
   };
   ops.open = [](fuse_req_t request, fuse_ino_t inode, fuse_file_info* file) {
-    const int error = self(request).mBoard.open(self(request).nodeOf(inode), file->flags);
+    const int error = self(request)._board.open(self(request).nodeOf(inode), file->flags);
     file->direct_io = 1; // each read and write comes through as it is
     error == 0 ? fuse_reply_open(request, file) : fuse_reply_err(request, error);
   };
   ops.read = [](fuse_req_t request, fuse_ino_t inode, size_t size, off_t offset, fuse_file_info*) {
     FuseNodes& nodes = self(request);
-    const std::string_view text = nodes.mBoard.read(nodes.nodeOf(inode), static_cast<size_t>(offset), size);
+    const std::string_view text = nodes._board.read(nodes.nodeOf(inode), static_cast<size_t>(offset), size);
     fuse_reply_buf(request, text.data(), text.size());
   };
   ops.write = [](fuse_req_t request, fuse_ino_t inode, const char* bytes, size_t size, off_t offset, fuse_file_info*) {
     FuseNodes& nodes = self(request);
-    const ssize_t written = nodes.mBoard.write(nodes.nodeOf(inode), static_cast<size_t>(offset), {bytes, size});
+    const ssize_t written = nodes._board.write(nodes.nodeOf(inode), static_cast<size_t>(offset), {bytes, size});
     written < 0 ? fuse_reply_err(request, static_cast<int>(-written))
                 : fuse_reply_write(request, static_cast<size_t>(written));
   };
@@ -185,10 +185,10 @@ fuse_lowlevel_ops FuseNodes::operations() {
 
 void FuseNodes::serve() {
   for (;;) {
-    const int size = fuse_session_receive_buf(mSession, &mBuffer);
+    const int size = fuse_session_receive_buf(_session, &_buffer);
     if (size == -EINTR) continue;
     if (size <= 0) return; // -EAGAIN: nothing is waiting; otherwise the mount is gone, and with it all callers
-    fuse_session_process_buf(mSession, &mBuffer);
+    fuse_session_process_buf(_session, &_buffer);
   }
 }
 

@@ -40,36 +40,36 @@ void pauseFor(const timespec& time) {
 class RawReply {
 public:
   explicit RawReply(const MsgObj& reply)
-      : mPipe(
+      : _pipe(
             open(("/tmp/tCliAppTask." + std::to_string(reply.GetDstTid())).c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC)),
-        mBytes(static_cast<const char*>(reply.image()), reply.size()) {}
+        _bytes(static_cast<const char*>(reply.image()), reply.size()) {}
 
   void writeHalf() const { write(0, half()); }
-  void writeRest() const { write(half(), mBytes.size()); }
+  void writeRest() const { write(half(), _bytes.size()); }
   void writeGarbage() {
-    std::fill(mBytes.begin(), mBytes.end(), static_cast<char>(GARBAGE_BYTE));
-    write(0, mBytes.size());
+    std::fill(_bytes.begin(), _bytes.end(), static_cast<char>(GARBAGE_BYTE));
+    write(0, _bytes.size());
   }
   // Until a moment after everything in the pipe has been read. The user has looked for more by then, and finds the rest
   // when he next cleans the pipe.
   void waitForReader() const {
     int unread = 1;
     for (int i = 0; i < SPLIT_CHECKS && unread > 0; ++i) {
-      if (ioctl(mPipe.get(), FIONREAD, &unread) != 0) return;
+      if (ioctl(_pipe.get(), FIONREAD, &unread) != 0) return;
       pauseFor({0, SPLIT_PAUSE});
     }
   }
 
 private:
-  size_t half() const { return mBytes.size() / 2; }
+  size_t half() const { return _bytes.size() / 2; }
   void write(size_t from, size_t to) const {
     // A user who has gone, or who leaves the pipe full, misses what was wrong anyway.
-    const ssize_t written = ::write(mPipe.get(), mBytes.data() + from, to - from);
+    const ssize_t written = ::write(_pipe.get(), _bytes.data() + from, to - from);
     (void)written;
   }
 
-  Descriptor mPipe;
-  std::string mBytes;
+  Descriptor _pipe;
+  std::string _bytes;
 };
 
 class EndMsg : public MsgOf<EndMsg> {
@@ -84,7 +84,7 @@ const MsgLayout EndMsg::layout = {"EndMsg", END_MESSAGE, PipeForm::none, false, 
 
 } // namespace
 
-Service::Service(const char* name) : CommObj(name), mName(name) {
+Service::Service(const char* name) : CommObj(name), _name(name) {
   registerVideoPhalMessages();
   registerStreamAppMessages();
   registerAdminAppMessages();
@@ -94,7 +94,7 @@ Service::Service(const char* name) : CommObj(name), mName(name) {
 Service::Order Service::report(const MsgObj& message, const MsgLayout& layout) const {
   std::string flags = message.IsSyncMsg() ? "sync" : "";
   if (message.IsRemoteMsg()) flags += flags.empty() ? "remote" : " remote";
-  Words question = {"message", mName, layout.name, std::to_string(message.GetSrcTid()), flags};
+  Words question = {"message", _name, layout.name, std::to_string(message.GetSrcTid()), flags};
   const auto* image = static_cast<const MsgImage*>(message.image());
   for (size_t i = 0; i < layout.fieldCount(); ++i)
     question.push_back(nameIn(layout.fields[i].label) + "=" + std::to_string(image->words[i]));

@@ -28,7 +28,7 @@ public:
   static void send(MsgObj* reply, const ServiceFault& fault);
 
 private:
-  const char* mName;
+  const char* _name;
 };
 
 /// Makes messages decodable: for each class there is a prototype from the first call on. Not before main, because the

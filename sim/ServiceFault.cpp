@@ -31,7 +31,7 @@ std::optional<ServiceFault> ServiceFault::parse(std::string_view text) {
 
 // Replies that are not sent, or only after their user has given up, cost that user seconds each: few of many.
 ServiceFault FaultDice::roll() {
-  if (mPercent == 0 || below(ALWAYS) >= mPercent) return {};
+  if (_percent == 0 || below(ALWAYS) >= _percent) return {};
   constexpr int TOO_LATE = 3100; // a little longer than users wait
   constexpr unsigned SOON = 40;
   switch (below(20)) {

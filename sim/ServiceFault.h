@@ -37,16 +37,16 @@ public:
 
   FaultDice() = default; // no faults
   /// `percent` of all replies fail.
-  FaultDice(unsigned seed, unsigned percent) : mEngine(seed), mPercent(percent) {}
+  FaultDice(unsigned seed, unsigned percent) : _engine(seed), _percent(percent) {}
 
   ServiceFault roll();
-  unsigned percent() const { return mPercent; }
+  unsigned percent() const { return _percent; }
 
 private:
-  unsigned below(unsigned limit) { return static_cast<unsigned>(mEngine() % limit); }
+  unsigned below(unsigned limit) { return static_cast<unsigned>(_engine() % limit); }
 
-  std::mt19937 mEngine;
-  unsigned mPercent = 0;
+  std::mt19937 _engine;
+  unsigned _percent = 0;
 };
 
 } // namespace sim

@@ -55,7 +55,7 @@ std::string lastWords(const ServiceTask& task) {
 } // namespace
 
 ServiceProcesses::ServiceProcesses(Program program, const std::map<std::string, ServiceFault>& faults, BoardLog& log)
-    : mProgram(std::move(program)), mLog(log) {
+    : _program(std::move(program)), _log(log) {
   for (const ServiceTask& task : SERVICE_TASKS) {
     const auto found = faults.find(task.name);
     const ServiceFault::Kind fault = found != faults.end() ? found->second.kind : ServiceFault::NONE;
@@ -65,10 +65,10 @@ ServiceProcesses::ServiceProcesses(Program program, const std::map<std::string, 
       check(msgctl(task.queueId, IPC_RMID, nullptr), task.name);
       continue;
     }
-    mProcesses.push_back({&task});
-    startFirst(mProcesses.back());
+    _processes.push_back({&task});
+    startFirst(_processes.back());
     if (fault == ServiceFault::FULL) {
-      check(::kill(mProcesses.back().pid, SIGSTOP), task.name);
+      check(::kill(_processes.back().pid, SIGSTOP), task.name);
       fill(task.queueId);
     }
   }
@@ -98,30 +98,30 @@ void ServiceProcesses::start(Process& process, int ready) {
   (void)sigemptyset(&term); // cannot fail, like the next two
   (void)sigaddset(&term, SIGTERM);
   (void)sigprocmask(SIG_SETMASK, &term, nullptr);
-  startProgram(mProgram, {"tev-service", process.task->name});
+  startProgram(_program, {"tev-service", process.task->name});
 }
 
 void ServiceProcesses::childEnded(pid_t child, int status) {
-  for (Process& process : mProcesses) {
+  for (Process& process : _processes) {
     if (process.pid != child) continue;
     process.pid = -1;
     const bool asTold = WIFEXITED(status) && WEXITSTATUS(status) == DIED_AS_TOLD;
-    if (!asTold && !(mEnding && status == 0)) {
+    if (!asTold && !(_ending && status == 0)) {
       ++process.crashes;
-      mLog.add(std::string("service ") + process.task->name + " ended: " + howItEnded(status));
+      _log.add(std::string("service ") + process.task->name + " ended: " + howItEnded(status));
       (void)fprintf(stderr, "tev-sim: %s ended: %s\n%s", process.task->name, howItEnded(status).c_str(),
                     lastWords(*process.task).c_str());
     }
-    if (!mEnding && process.crashes < CRASHES_MAX) start(process, STDOUT_FILENO);
+    if (!_ending && process.crashes < CRASHES_MAX) start(process, STDOUT_FILENO);
   }
 }
 
 void ServiceProcesses::end() {
-  mEnding = true;
+  _ending = true;
   QueueText last;
   last.text[0] = static_cast<char>(END_MESSAGE >> 8U);
   last.text[1] = static_cast<char>(END_MESSAGE & 0xffU);
-  for (const Process& process : mProcesses) {
+  for (const Process& process : _processes) {
     if (process.pid < 0) continue;
     // One whose queue is full, or gone, would not see its end coming.
     const bool told = msgsnd(process.task->queueId, &last, sizeof(uint16_t), IPC_NOWAIT) == 0;
@@ -130,11 +130,11 @@ void ServiceProcesses::end() {
 }
 
 bool ServiceProcesses::allEnded() const {
-  return std::all_of(mProcesses.begin(), mProcesses.end(), [](const Process& p) { return p.pid < 0; });
+  return std::all_of(_processes.begin(), _processes.end(), [](const Process& p) { return p.pid < 0; });
 }
 
 void ServiceProcesses::kill() const {
-  for (const Process& process : mProcesses) {
+  for (const Process& process : _processes) {
     if (process.pid >= 0) (void)::kill(process.pid, SIGKILL); // fails only when it has just ended
   }
 }

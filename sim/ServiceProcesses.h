@@ -37,10 +37,10 @@ private:
   void start(Process& process, int ready);
   void startFirst(Process& process);
 
-  Program mProgram;
-  BoardLog& mLog;
-  std::vector<Process> mProcesses;
-  bool mEnding = false;
+  Program _program;
+  BoardLog& _log;
+  std::vector<Process> _processes;
+  bool _ending = false;
 };
 
 } // namespace sim

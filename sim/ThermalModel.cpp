@@ -16,22 +16,22 @@ constexpr int RPM_PER_STEP = 100;      // of the fan setting
 
 } // namespace
 
-void ThermalModel::setFan(int setting) { mFan = std::clamp(setting, 0, MAX_FAN); }
+void ThermalModel::setFan(int setting) { _fan = std::clamp(setting, 0, MAX_FAN); }
 
-void ThermalModel::setSetPoint(int raw) { mSetPoint = std::clamp(raw, -128, 127); }
+void ThermalModel::setSetPoint(int raw) { _setPoint = std::clamp(raw, -128, 127); }
 
-void ThermalModel::setTemperature(int raw) { mCelsius = std::clamp(raw, -128, 127) + RAW_OFFSET + 0.5; }
+void ThermalModel::setTemperature(int raw) { _celsius = std::clamp(raw, -128, 127) + RAW_OFFSET + 0.5; }
 
-double ThermalModel::balance() const { return ROOM + RISE_IN_STILL_AIR / (1.0 + mFan / HALVING_FAN); }
+double ThermalModel::balance() const { return ROOM + RISE_IN_STILL_AIR / (1.0 + _fan / HALVING_FAN); }
 
 void ThermalModel::advance(double seconds) {
-  mCelsius = balance() + (mCelsius - balance()) * std::exp(-seconds / TIME_CONSTANT);
+  _celsius = balance() + (_celsius - balance()) * std::exp(-seconds / TIME_CONSTANT);
 }
 
-int ThermalModel::temperature() const { return static_cast<int>(std::floor(mCelsius)) - RAW_OFFSET; }
+int ThermalModel::temperature() const { return static_cast<int>(std::floor(_celsius)) - RAW_OFFSET; }
 
-int ThermalModel::rpm() const { return mFan * RPM_PER_STEP; }
+int ThermalModel::rpm() const { return _fan * RPM_PER_STEP; }
 
-int ThermalModel::tachCount() const { return mFan == 0 ? 0 : TACH_TICKS / rpm(); }
+int ThermalModel::tachCount() const { return _fan == 0 ? 0 : TACH_TICKS / rpm(); }
 
 } // namespace sim

@@ -23,11 +23,11 @@ public:
   /// Lets `seconds` pass.
   void advance(double seconds);
 
-  int fan() const { return mFan; }
-  int setPoint() const { return mSetPoint; }
+  int fan() const { return _fan; }
+  int setPoint() const { return _setPoint; }
   /// Whole raw degrees, rounded down.
   int temperature() const;
-  bool alert() const { return temperature() >= mSetPoint; }
+  bool alert() const { return temperature() >= _setPoint; }
   /// Turns of the fan in a minute.
   int rpm() const;
   /// Clock ticks in one turn of the fan, 0 while it stands; a driver shows it in two bytes.
@@ -36,9 +36,9 @@ public:
 private:
   double balance() const;
 
-  int mFan = DEFAULT_FAN;
-  int mSetPoint = DEFAULT_SET_POINT;
-  double mCelsius = balance();
+  int _fan = DEFAULT_FAN;
+  int _setPoint = DEFAULT_SET_POINT;
+  double _celsius = balance();
 };
 
 } // namespace sim
