@@ -2,6 +2,7 @@
 // stray messages and replies arrive. Judges every answer, and watches the shell's memory and descriptors.
 //
 // tev-soak SHELL SEED minutes|requests NUMBER
+#include "sim/Appliance.h"
 #include "sim/Failure.h"
 #include "sim/Quoting.h"
 #include "trial/Lines.h"
@@ -13,9 +14,11 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <deque>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <sys/ioctl.h>
 #include <sys/msg.h>
 #include <thread>
 
@@ -28,8 +31,8 @@ using namespace std::chrono_literals;
 
 constexpr key_t shellKey = 153191;
 constexpr char traceLog[] = "/tmp/cli.log";
-constexpr long flatness = 64; // KiB that the resident memory may vary
-constexpr size_t drainedAtOnce = 1024;
+constexpr long flatness = 64;          // KiB that the resident memory may vary
+constexpr size_t drainedAtOnce = 1024; // bytes
 constexpr unsigned unexpectedMax = 20;
 
 struct Plan {
@@ -74,6 +77,9 @@ private:
   void take(const Line& line, const std::string& answer, const Trace::News& news, bool drains);
   unsigned sendMessages();
   bool leaveBytes();
+  void settle();
+  bool isQuiet() const;
+  size_t unread() const; // bytes in the pipe
   void awaitUndecoded(unsigned count, Trace::News& news);
   double share() const; // of the plan that is done
   void sample();
@@ -90,7 +96,9 @@ private:
   std::string pipe_;
   std::unique_ptr<Trace> trace_;
   const Clock::time_point start_;
-  Clock::time_point doubtUntil_;
+  // Whether a reply, or a part of one, may still be on its way to a request that has ended.
+  bool inDoubt_ = false;
+  bool askedSinceProbe_ = true;
   Clock::time_point nextSample_;
   int nextLine_ = 0; // of the table of samples
   Clock::duration longest_{};
@@ -99,12 +107,12 @@ private:
   std::map<Ending, unsigned long> endings_;
   std::map<std::string, std::map<std::string, unsigned long>> outcomes_; // by kind
   unsigned unexpected_ = 0;
-  std::vector<Use> uses_; // after the warm-up
+  std::deque<std::string> recent_; // lines, and what came of them
+  std::vector<Use> uses_;          // after the warm-up
 };
 
 Soak::Soak(const Plan& plan)
-    : plan_(plan), lines_(plan.seed), shell_(plan.program), start_(Clock::now()), doubtUntil_(start_),
-      nextSample_(start_) {
+    : plan_(plan), lines_(plan.seed), shell_(plan.program), start_(Clock::now()), nextSample_(start_) {
   std::string text;
   if (shell_.awaitPrompt(&text) != Shell::State::prompting) throw std::runtime_error("no prompt: " + text);
   queue_ = sim::check(msgget(shellKey, 0), "the shell's queue");
@@ -131,15 +139,15 @@ double Soak::share() const {
 }
 
 void Soak::typeNext() {
-  const bool inDoubt = Clock::now() < doubtUntil_;
-  lines_.setInDoubt(inDoubt);
+  settle();
+  lines_.setInDoubt(inDoubt_);
   if (!plan_.requestsOnly && lines_.disturb()) ++disturbed_;
   const Line line = plan_.requestsOnly ? lines_.nextRequest() : lines_.next();
   const bool bother = !plan_.requestsOnly && lines_.below(30) == 0;
   const bool drains = bother && line.asks && leaveBytes();
   const unsigned messages = bother && !line.asks ? sendMessages() : 0;
   ++typed_;
-  typedInDoubt_ += inDoubt ? 1 : 0;
+  typedInDoubt_ += inDoubt_ ? 1 : 0;
   const auto before = Clock::now();
   shell_.type(line.text);
   std::string answer;
@@ -164,12 +172,48 @@ void Soak::take(const Line& line, const std::string& answer, const Trace::News& 
   if (drains && news.drained == 0) unexpected(line, answer, "stale bytes stayed");
   for (const std::string& strange : news.strange)
     unexpected(line, answer, "in the trace log: " + strange);
+  recent_.push_back(sim::quoted(line.text) + ": " + (outcome.empty() ? "unexpected" : outcome) +
+                    (inDoubt_ ? ", in doubt" : "") + (news.drained > 0 ? ", drained" : "") + (drains ? ", stray" : ""));
+  if (recent_.size() > 8) recent_.pop_front();
   ++outcomes_[line.kind][outcome.empty() ? "UNEXPECTED" : outcome];
-  // A reply, or the rest of one, may still be on its way.
-  const auto doubt = news.ending == Ending::timedOut                                     ? 500ms
-                     : news.ending == Ending::tooShort || news.ending == Ending::mixedUp ? 150ms
-                                                                                         : 0ms;
-  doubtUntil_ = std::max(doubtUntil_, Clock::now() + doubt);
+  inDoubt_ = inDoubt_ || (line.asks && news.ending != Ending::answered);
+  askedSinceProbe_ = askedSinceProbe_ || line.asks;
+}
+
+// A service takes a message from its queue when it is done with the one before. So when it has taken one that was put
+// there after the last request, nothing more is on its way, and what lies in the pipe goes with the next drain.
+void Soak::settle() {
+  if (!inDoubt_) return;
+  if (askedSinceProbe_) {
+    const struct {
+      long type = 1;
+      char text[2] = {}; // a message that no service knows
+    } probe;
+    for (const sim::ServiceTask& task : sim::SERVICE_TASKS)
+      sim::check(msgsnd(task.queueId, &probe, sizeof probe.text, 0), task.name);
+    askedSinceProbe_ = false;
+  }
+  // A little patience, or most lines would be typed in doubt.
+  for (int i = 0; i < 10 && inDoubt_; ++i) {
+    inDoubt_ = !isQuiet();
+    if (inDoubt_) std::this_thread::sleep_for(200us);
+  }
+}
+
+bool Soak::isQuiet() const {
+  for (const sim::ServiceTask& task : sim::SERVICE_TASKS) {
+    msqid_ds queue = {};
+    sim::check(msgctl(task.queueId, IPC_STAT, &queue), task.name);
+    if (queue.msg_qnum != 0) return false;
+  }
+  return unread() <= drainedAtOnce;
+}
+
+size_t Soak::unread() const {
+  const sim::Descriptor pipe(sim::check(open(pipe_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC), pipe_));
+  int count = 0;
+  sim::check(ioctl(pipe.get(), FIONREAD, &count), pipe_);
+  return static_cast<size_t>(count);
 }
 
 // Messages that the shell cannot decode, some of them longer than it takes.
@@ -206,13 +250,10 @@ bool Soak::leaveBytes() {
   const bool many = lines_.below(50) == 0;
   const std::string bytes = lines_.word(many ? 5 * drainedAtOnce : 1 + lines_.below(drainedAtOnce));
   const sim::Descriptor pipe(sim::check(open(pipe_.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC), pipe_));
-  // In doubt there may be more in it.
-  const bool whole = write(pipe.get(), bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size());
-  if (!whole || many) {
-    doubtUntil_ = std::max(doubtUntil_, Clock::now() + 300ms);
-    lines_.setInDoubt(true);
-  }
-  return whole && !many;
+  if (write(pipe.get(), bytes.data(), bytes.size()) < 0) throw sim::failure(pipe_);
+  inDoubt_ = inDoubt_ || unread() > drainedAtOnce;
+  lines_.setInDoubt(inDoubt_);
+  return !inDoubt_;
 }
 
 void Soak::sample() {
@@ -236,9 +277,10 @@ void Soak::sample() {
 
 void Soak::unexpected(const Line& line, const std::string& answer, const std::string& what) {
   ++unexpected_;
-  printf("UNEXPECTED after %lu lines%s: typed %s, got %s, %s; expected %s\n", typed_,
-         Clock::now() < doubtUntil_ ? " in doubt" : "", sim::quoted(line.text).c_str(), sim::quoted(answer).c_str(),
-         what.c_str(), sim::quoted(line.expected).c_str());
+  printf("UNEXPECTED after %lu lines%s: typed %s, got %s, %s; expected %s\n", typed_, inDoubt_ ? " in doubt" : "",
+         sim::quoted(line.text).c_str(), sim::quoted(answer).c_str(), what.c_str(), sim::quoted(line.expected).c_str());
+  for (const std::string& before : recent_)
+    printf("  after %s\n", before.c_str());
   lines_.forget();
 }
 
