@@ -5,7 +5,8 @@
 // Every choice that this world has is tried. Mix-ups that the protocol rules out must not come about; those that it
 // permits must, and of each the shortest way is printed.
 //
-// tev-exchange [FILE]      FILE is the page that must show what is printed
+// tev-exchange [FILE [FAULTS]]      FILE is the page that must show what is printed, FAULTS how many exchanges may be
+//                                   answered in another way than once and whole: three, unless told otherwise
 #include "messaging/CommObj.h"
 #include "messaging/GetVideoResolutionReqMsg.h"
 #include "messaging/SetVideoModeReqMsg.h"
@@ -596,13 +597,13 @@ bool tell(const std::vector<MixUp>& mixUps, const std::string& page) {
   return fine;
 }
 
-bool run(const std::string& page) {
+bool run(const std::string& page, unsigned faults) {
   firstThread = std::this_thread::get_id();
   CommObj::SetKey(160000 + getpid() % 10000);
   auto* console = new CommObj("tExchange"); // StopAll() deletes it
   if (console->GetPipeFd() < 0) throw std::runtime_error("no endpoint here");
   std::vector<MixUp> late = mixUps();
-  bool fine = explore({"late and faulty replies", exchanges, 0, false}, *console, late);
+  bool fine = explore({"late and faulty replies", faults, 0, false}, *console, late);
   std::vector<MixUp> stray = {{"what one drain left of more than 1024 bytes", [](const World& w, unsigned i) {
                                  const auto& got = w.exchange(i).got;
                                  const auto isStray = [](const Lying& l) { return isOf(l, nobody); };
@@ -671,7 +672,9 @@ int __wrap_msgsnd(int, const void*, size_t, int) { return trial::isMine() ? tria
 
 int main(int argc, char** argv) {
   try {
-    return trial::run(argc > 1 ? trial::contentsOf(argv[1]) : "") ? 0 : 1;
+    const std::string page = argc > 1 ? trial::contentsOf(argv[1]) : "";
+    const unsigned long faults = argc > 2 ? std::stoul(argv[2]) : trial::exchanges;
+    return trial::run(page, static_cast<unsigned>(faults)) ? 0 : 1;
   } catch (const std::exception& error) {
     (void)fprintf(stderr, "tev-exchange: %s\n", error.what());
     return 2;
