@@ -13,30 +13,30 @@ class Choices {
 public:
   /// 0 to `count` - 1.
   unsigned pick(unsigned count) {
-    if (at_ == made_.size()) made_.push_back({0, count});
-    return made_[at_++].picked;
+    if (_at == _made.size()) _made.push_back({0, count});
+    return _made[_at++].picked;
   }
 
   /// Goes back to the beginning of the next way. False after the last.
   bool nextWay() {
-    at_ = 0;
-    while (!made_.empty() && made_.back().picked + 1 == made_.back().count)
-      made_.pop_back();
-    if (made_.empty()) return false;
-    ++made_.back().picked;
+    _at = 0;
+    while (!_made.empty() && _made.back().picked + 1 == _made.back().count)
+      _made.pop_back();
+    if (_made.empty()) return false;
+    ++_made.back().picked;
     return true;
   }
 
   /// Goes back to the beginning of the same way.
-  void again() { at_ = 0; }
+  void again() { _at = 0; }
 
 private:
   struct Choice {
     unsigned picked;
     unsigned count;
   };
-  std::vector<Choice> made_;
-  size_t at_ = 0;
+  std::vector<Choice> _made;
+  size_t _at = 0;
 };
 
 } // namespace trial

@@ -72,40 +72,40 @@ std::string kindOf(const std::string& text) { return text.substr(0, text.find(' 
 
 Setting::Setting(int first, int last) {
   for (int value = first; value <= last; ++value)
-    all_.insert(value);
-  possible_ = all_;
+    _all.insert(value);
+  _possible = _all;
 }
 
 bool Setting::matches(const std::string& answer, const std::function<std::string(int)>& text, bool learn) {
   std::set<int> left;
-  std::copy_if(possible_.begin(), possible_.end(), std::inserter(left, left.end()),
+  std::copy_if(_possible.begin(), _possible.end(), std::inserter(left, left.end()),
                [&](int value) { return text(value) == answer; });
   if (left.empty()) return false;
-  if (learn) possible_ = left;
+  if (learn) _possible = left;
   return true;
 }
 
 void Lines::forget() {
-  for (Setting* setting : {&fan_, &setPoint_, &format_, &resolution_, &stream_})
+  for (Setting* setting : {&_fan, &_setPoint, &_format, &_resolution, &_stream})
     setting->forget();
 }
 
 // In doubt it may come into effect later than what is asked for next.
-void Lines::change(Setting& setting, int value) { inDoubt_ ? setting.forget() : setting.set(value); }
+void Lines::change(Setting& setting, int value) { _inDoubt ? setting.forget() : setting.set(value); }
 
 void Lines::restart(bool defaults) {
-  change(stream_, 0);
+  change(_stream, 0);
   if (!defaults) return;
-  change(fan_, sim::ThermalModel::DEFAULT_FAN);
-  change(setPoint_, sim::ThermalModel::DEFAULT_SET_POINT);
-  change(format_, 9);
-  change(resolution_, 0);
+  change(_fan, sim::ThermalModel::DEFAULT_FAN);
+  change(_setPoint, sim::ThermalModel::DEFAULT_SET_POINT);
+  change(_format, 9);
+  change(_resolution, 0);
 }
 
 // ---- Places
 
 bool Lines::disturb() {
-  for (Place* place : {&thermal_, &alert_, &streaming_, &input_, &switch_, &identity_, &tools_}) {
+  for (Place* place : {&_thermal, &_alert, &_streaming, &_input, &_switch, &_identity, &_tools}) {
     if (place->is(State::present) ? !once(1000) : !once(20)) continue;
     const bool stick = place->canBeStuck() && once(2);
     place->become(!place->is(State::present) ? State::present : stick ? State::stuck : State::gone);
@@ -115,7 +115,7 @@ bool Lines::disturb() {
 }
 
 void Lines::restore() {
-  for (Place* place : {&thermal_, &alert_, &streaming_, &input_, &switch_, &identity_, &tools_}) {
+  for (Place* place : {&_thermal, &_alert, &_streaming, &_input, &_switch, &_identity, &_tools}) {
     if (!place->is(State::present)) place->become(State::present);
   }
 }
@@ -155,7 +155,7 @@ Line Lines::exactly(const char* outcome, const std::string& text, const std::str
 
 Line Lines::request(const std::string& text, const std::string& expected) {
   const auto judge = [this, expected](const std::string& answer, Ending ending) {
-    const bool fine = answer == expected && (ending != Ending::mixedUp || inDoubt_);
+    const bool fine = answer == expected && (ending != Ending::mixedUp || _inDoubt);
     return std::string(fine ? nameOf(ending) : "");
   };
   return {kindOf(text), text, judge, expected, true};
@@ -164,7 +164,7 @@ Line Lines::request(const std::string& text, const std::string& expected) {
 Line Lines::shown(const std::string& text, Setting& setting, std::function<std::string(int)> show) {
   const std::string example = setting.example(show);
   const auto judge = [this, &setting, show = std::move(show)](const std::string& answer, Ending ending) {
-    return std::string(ending == Ending::none && setting.matches(answer, show, !inDoubt_) ? "shown" : "");
+    return std::string(ending == Ending::none && setting.matches(answer, show, !_inDoubt) ? "shown" : "");
   };
   return {kindOf(text), text, judge, example};
 }
@@ -211,7 +211,7 @@ Line Lines::help() {
   if (!once(3)) topic = once(4) ? "long" : oneOf(keys);
   const std::string text = topic.empty() ? (once(2) ? "help" : "help " + rubbish()) : "help " + topic + more();
   const auto judge = [this, topic](const std::string& answer, Ending ending) {
-    const std::string& first = helpTexts_.emplace(topic, answer).first->second;
+    const std::string& first = _helpTexts.emplace(topic, answer).first->second;
     const bool fine = answer == first && answer.size() > 100 && ending == Ending::none;
     return std::string(fine ? "shown" : "");
   };
@@ -230,17 +230,17 @@ Line Lines::temperature() {
   if (once(2)) {
     const std::string word = number();
     const std::string text = "temperature setpoint " + word + more();
-    if (thermal_.is(State::gone)) return noNode(text, "/sys/bus/i2c/devices/1-004c/setpoint");
+    if (_thermal.is(State::gone)) return noNode(text, "/sys/bus/i2c/devices/1-004c/setpoint");
     const std::string raw = std::to_string(numberIn(word) - static_cast<long long>(sim::ThermalModel::RAW_OFFSET));
     const std::string written = raw.substr(0, 2);
-    if (hasNumber(written)) change(setPoint_, numberIn(written));
+    if (hasNumber(written)) change(_setPoint, numberIn(written));
     return exactly("written", text, "");
   }
   const std::string text = once(4) ? "temperature " + rubbish() : "temperature";
-  if (thermal_.is(State::gone) || alert_.is(State::gone)) {
+  if (_thermal.is(State::gone) || _alert.is(State::gone)) {
     return exactly("no node", text, "error: couldn't determine the temperature/fan status\n");
   }
-  return shown(text, setPoint_, [stuck = alert_.is(State::stuck)](int raw) {
+  return shown(text, _setPoint, [stuck = _alert.is(State::stuck)](int raw) {
     sim::ThermalModel model;
     model.setSetPoint(raw);
     const auto celsius = [](int value) {
@@ -262,15 +262,15 @@ Line Lines::fan() {
   if (once(2)) {
     const std::string word = number();
     const std::string text = "fan speed " + word + more();
-    if (thermal_.is(State::gone)) return noNode(text, "/sys/bus/i2c/devices/1-004c/speed");
-    if (thermal_.is(State::present) && hasNumber(word)) {
-      change(fan_, std::clamp(numberIn(word), 0, sim::ThermalModel::MAX_FAN));
+    if (_thermal.is(State::gone)) return noNode(text, "/sys/bus/i2c/devices/1-004c/speed");
+    if (_thermal.is(State::present) && hasNumber(word)) {
+      change(_fan, std::clamp(numberIn(word), 0, sim::ThermalModel::MAX_FAN));
     }
     return exactly("written", text, "");
   }
   const std::string text = once(4) ? "fan " + rubbish() : "fan";
-  if (thermal_.is(State::gone)) return exactly("no node", text, "error: couldn't determine the fan settings\n");
-  return shown(text, fan_, [stuck = thermal_.is(State::stuck)](int setting) {
+  if (_thermal.is(State::gone)) return exactly("no node", text, "error: couldn't determine the fan settings\n");
+  return shown(text, _fan, [stuck = _thermal.is(State::stuck)](int setting) {
     sim::ThermalModel model;
     model.setFan(setting);
     std::string answer = "fan setting [0-63]: " + std::to_string(stuck ? 0 : setting) + "\n";
@@ -289,21 +289,21 @@ Line Lines::vlan() {
     return badSubcommand("vlan " + word + more(), word);
   }
   const std::string text = (once(2) ? "vlan on" : "vlan off") + more();
-  if (switch_.is(State::gone)) return noNode(text, switch_.path());
-  return exactly(switch_.is(State::stuck) ? "not taken" : "written", text, "");
+  if (_switch.is(State::gone)) return noNode(text, _switch.path());
+  return exactly(_switch.is(State::stuck) ? "not taken" : "written", text, "");
 }
 
 // Whatever hinders the tool is told before the tool says `expected`.
 Line Lines::tool(const std::string& text, const std::string& name, const char* outcome, const std::string& expected) {
-  if (tools_.is(State::gone)) {
-    const std::string path = tools_.path() + name;
+  if (_tools.is(State::gone)) {
+    const std::string path = _tools.path() + name;
     const auto judge = [path](const std::string& answer, Ending ending) {
       const bool fine = answer.rfind("sh: ", 0) == 0 && answer.find(path) != answer.npos && ending == Ending::none;
       return std::string(fine ? "no tool" : "");
     };
     return {kindOf(text), text, judge, "sh: " + path + ": not found"};
   }
-  if (identity_.is(State::gone) && expected.rfind(name, 0) != 0) { // the tool finds fault with words first
+  if (_identity.is(State::gone) && expected.rfind(name, 0) != 0) { // the tool finds fault with words first
     return exactly("no node", text, name + ": " + sim::EEPROM_NODE + ": No such file or directory\n");
   }
   return exactly(outcome, text, expected);
@@ -316,7 +316,7 @@ Line Lines::mac() {
     sim::eeprom::Mac bytes = {};
     std::generate(bytes.begin(), bytes.end(), [this] { return static_cast<uint8_t>(below(256)); });
     const std::string address = sim::eeprom::formatMac(bytes);
-    if (identity_.is(State::present) && tools_.is(State::present)) mac_ = address;
+    if (_identity.is(State::present) && _tools.is(State::present)) _mac = address;
     return tool("mac " + address + more(), writer, "written", "");
   }
   if (once(3)) {
@@ -327,16 +327,16 @@ Line Lines::mac() {
     }
     return tool(text, writer, "refused by the tool", writer + ": not a MAC address: " + word + "\n");
   }
-  const sim::eeprom::Mac second = sim::eeprom::macAfter(*sim::eeprom::parseMac(mac_), 1);
+  const sim::eeprom::Mac second = sim::eeprom::macAfter(*sim::eeprom::parseMac(_mac), 1);
   return tool("mac", "eeprom-read-macs-arm-none", "shown",
-              "eth0 " + mac_ + "\neth1 " + sim::eeprom::formatMac(second) + "\n");
+              "eth0 " + _mac + "\neth1 " + sim::eeprom::formatMac(second) + "\n");
 }
 
 Line Lines::serialNumber() {
   constexpr size_t longest = 78; // that a tool is given
   const std::string writer = "eeprom-write-serialnum-arm-none";
   if (once(2)) {
-    const std::string word = once(4) ? this->word(70 + below(40)) : once(2) ? rubbish() : std::to_string(engine_());
+    const std::string word = once(4) ? this->word(70 + below(40)) : once(2) ? rubbish() : std::to_string(_engine());
     const std::string text = "serialnum " + word;
     if (word.size() > longest) {
       return exactly("too long", text, "error: cannot write new serial number to persistent storage\n");
@@ -345,23 +345,23 @@ Line Lines::serialNumber() {
       return tool(text, writer, "refused by the tool",
                   writer + ": not a serial number of 1 to 16 characters: " + word + "\n");
     }
-    if (identity_.is(State::present) && tools_.is(State::present)) serial_ = word;
+    if (_identity.is(State::present) && _tools.is(State::present)) _serial = word;
     return tool(text, writer, "written", "");
   }
   const std::string text = once(4) ? "serialnum 1 " + rubbish() : "serialnum";
-  return tool(text, "eeprom-read-serialnum-arm-none", "shown", serial_ + "\n");
+  return tool(text, "eeprom-read-serialnum-arm-none", "shown", _serial + "\n");
 }
 
 Line Lines::videoFormat() {
   if (once(8)) return badWords("video-format", "<format|status|?>", "video-format " + rubbish());
   if (once(2)) {
     const unsigned format = 1 + below(static_cast<unsigned>(formats.size()) - 1);
-    change(format_, static_cast<int>(format));
+    change(_format, static_cast<int>(format));
     return request("video-format " + formats[format]);
   }
   const std::string text = once(2) ? "video-format" : (once(2) ? "video-format ?" : "video-format status") + more();
-  if (input_.is(State::gone)) return exactly("no node", text, "error: couldn't determine the video-format\n");
-  return shown(text, format_, [stuck = input_.is(State::stuck)](int format) {
+  if (_input.is(State::gone)) return exactly("no node", text, "error: couldn't determine the video-format\n");
+  return shown(text, _format, [stuck = _input.is(State::stuck)](int format) {
     return "video-format: " + (stuck ? "" : formats[static_cast<size_t>(format)] + "\n") + "\n";
   });
 }
@@ -373,23 +373,23 @@ Line Lines::videoResolution() {
     size_t number = 0;
     while (std::string(resolutions[number].shown) != resolution.shown)
       ++number;
-    change(resolution_, static_cast<int>(number));
+    change(_resolution, static_cast<int>(number));
     return request(std::string("video-resolution ") + resolution.word);
   }
   const auto show = [](int number) { return std::string("video-resolution: ") + resolutions[number].shown + "\n"; };
   const std::string text =
       once(2) ? "video-resolution" : (once(2) ? "video-resolution ?" : "video-resolution status") + more();
-  Line line = request(text, resolution_.example(show));
+  Line line = request(text, _resolution.example(show));
   line.judge = [this, show](const std::string& answer, Ending ending) {
     bool fine = false;
     if (ending == Ending::timedOut || ending == Ending::tooShort) {
       fine = answer == "error: couldn't determine the video-resolution\n";
-    } else if (inDoubt_) {
+    } else if (_inDoubt) {
       fine = looksLikeResolution(answer);
     } else if (ending == Ending::garbage) {
       fine = answer == "video-resolution: 42405x42405i@42405\n";
     } else {
-      fine = ending == Ending::answered && resolution_.matches(answer, show, true);
+      fine = ending == Ending::answered && _resolution.matches(answer, show, true);
     }
     return std::string(fine ? nameOf(ending) : "");
   };
@@ -428,17 +428,17 @@ Line Lines::stream() {
     const int mask = type == 0 ? 3 : static_cast<int>(type);
     // What is left of an unknown stream is not known.
     if (mask == 3) {
-      change(stream_, start ? 3 : 0);
+      change(_stream, start ? 3 : 0);
     } else {
-      stream_.forget();
+      _stream.forget();
     }
     return request(std::string(start ? "stream start" : "stream stop") + types[type]);
   }
   const std::string text = once(2) ? "stream" : (once(2) ? "stream ?" : "stream status") + more();
-  if (streaming_.is(State::gone)) {
+  if (_streaming.is(State::gone)) {
     return exactly("no node", text, "error: couldn't determine the streaming status\n");
   }
-  return shown(text, stream_, [stuck = streaming_.is(State::stuck)](int stream) {
+  return shown(text, _stream, [stuck = _streaming.is(State::stuck)](int stream) {
     return std::string("streaming is: ") + (stream != 0 && !stuck ? "on\n" : "off\n");
   });
 }

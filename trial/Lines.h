@@ -29,25 +29,25 @@ public:
   /// Anything from `first` to `last`.
   Setting(int first, int last);
 
-  void set(int value) { possible_ = {value}; }
-  void forget() { possible_ = all_; }
+  void set(int value) { _possible = {value}; }
+  void forget() { _possible = _all; }
 
   /// Whether `answer` is what `text` makes of a possible value. If so and `learn`, the others are not possible any
   /// more.
   bool matches(const std::string& answer, const std::function<std::string(int)>& text, bool learn);
 
   /// What `text` makes of a possible value.
-  std::string example(const std::function<std::string(int)>& text) const { return text(*possible_.begin()); }
+  std::string example(const std::function<std::string(int)>& text) const { return text(*_possible.begin()); }
 
 private:
-  std::set<int> all_;
-  std::set<int> possible_;
+  std::set<int> _all;
+  std::set<int> _possible;
 };
 
 /// The same seed gives the same lines.
 class Lines {
 public:
-  explicit Lines(unsigned seed) : engine_(seed) {}
+  explicit Lines(unsigned seed) : _engine(seed) {}
 
   /// A line of any kind but `exit`. Call judge() of each before the next is asked for.
   Line next();
@@ -56,7 +56,7 @@ public:
 
   /// Whether a request may be answered with what was meant for an earlier one, and what a service was told may still
   /// have to take effect.
-  void setInDoubt(bool inDoubt) { inDoubt_ = inDoubt; }
+  void setInDoubt(bool inDoubt) { _inDoubt = inDoubt; }
 
   /// Nothing is known of the board's settings.
   void forget();
@@ -66,7 +66,7 @@ public:
   /// Lets all come back.
   void restore();
 
-  unsigned below(unsigned limit) { return static_cast<unsigned>(engine_() % limit); }
+  unsigned below(unsigned limit) { return static_cast<unsigned>(_engine() % limit); }
   /// `length` bytes of which none is zero, a blank or the end of a line.
   std::string word(size_t length);
 
@@ -109,25 +109,25 @@ private:
   Line reboot();
   Line factory();
 
-  std::mt19937 engine_;
-  bool inDoubt_ = false;
-  std::map<std::string, std::string> helpTexts_; // by line
+  std::mt19937 _engine;
+  bool _inDoubt = false;
+  std::map<std::string, std::string> _helpTexts; // by line
 
-  Place thermal_{"/sys/bus/i2c/devices/1-004c", "speed"};
-  Place alert_{"/sys/class/gpio/gpio27", "value"};
-  Place streaming_{"/sys/class/gpio/gpio26", "value"};
-  Place input_{"/sys/bus/i2c/devices/2-0020", "format"};
-  Place switch_{"/sys/module/ksz8864/drivers", "smi"};
-  Place identity_{"/sys/bus/i2c/devices/1-0050"};
-  Place tools_{"/mnt/tev/sys/bin"};
+  Place _thermal{"/sys/bus/i2c/devices/1-004c", "speed"};
+  Place _alert{"/sys/class/gpio/gpio27", "value"};
+  Place _streaming{"/sys/class/gpio/gpio26", "value"};
+  Place _input{"/sys/bus/i2c/devices/2-0020", "format"};
+  Place _switch{"/sys/module/ksz8864/drivers", "smi"};
+  Place _identity{"/sys/bus/i2c/devices/1-0050"};
+  Place _tools{"/mnt/tev/sys/bin"};
 
-  Setting fan_{0, 63};
-  Setting setPoint_{-128, 127};
-  Setting format_{1, 9};
-  Setting resolution_{0, 14}; // by the number of what is shown
-  Setting stream_{0, 3};      // bit 0 audio, bit 1 video
-  std::string serial_ = "480213UNIT000001";
-  std::string mac_ = "02:1A:2B:3C:4D:00";
+  Setting _fan{0, 63};
+  Setting _setPoint{-128, 127};
+  Setting _format{1, 9};
+  Setting _resolution{0, 14}; // by the number of what is shown
+  Setting _stream{0, 3};      // bit 0 audio, bit 1 video
+  std::string _serial = "480213UNIT000001";
+  std::string _mac = "02:1A:2B:3C:4D:00";
 };
 
 } // namespace trial

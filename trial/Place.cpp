@@ -7,7 +7,7 @@
 namespace trial {
 
 void Place::become(State state) {
-  const std::string covered = state == State::gone || state_ == State::gone ? folder_ : path();
+  const std::string covered = state == State::gone || _state == State::gone ? _folder : path();
   if (state == State::present) {
     sim::check(umount2(covered.c_str(), MNT_DETACH), covered);
   } else if (state == State::gone) {
@@ -15,7 +15,7 @@ void Place::become(State state) {
   } else {
     sim::check(mount("/dev/full", covered.c_str(), nullptr, MS_BIND, nullptr), covered);
   }
-  state_ = state;
+  _state = state;
 }
 
 } // namespace trial

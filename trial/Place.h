@@ -16,19 +16,19 @@ public:
   };
 
   /// `node` is the file in the folder that can be stuck; null for none.
-  explicit Place(const char* folder, const char* node = nullptr) : folder_(folder), node_(node) {}
+  explicit Place(const char* folder, const char* node = nullptr) : _folder(folder), _node(node) {}
 
-  bool is(State state) const { return state_ == state; }
-  bool canBeStuck() const { return node_ != nullptr; }
-  std::string path() const { return std::string(folder_) + "/" + (node_ != nullptr ? node_ : ""); }
+  bool is(State state) const { return _state == state; }
+  bool canBeStuck() const { return _node != nullptr; }
+  std::string path() const { return std::string(_folder) + "/" + (_node != nullptr ? _node : ""); }
 
   /// From or to `present` only. Throws std::system_error.
   void become(State state);
 
 private:
-  const char* folder_;
-  const char* node_;
-  State state_ = State::present;
+  const char* _folder;
+  const char* _node;
+  State _state = State::present;
 };
 
 } // namespace trial

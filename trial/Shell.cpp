@@ -44,8 +44,8 @@ Shell::Shell(const std::string& program, const std::string& first, const std::st
   int in[2], out[2];
   check(pipe2(in, O_CLOEXEC), "pipe");
   check(pipe2(out, O_CLOEXEC), "pipe");
-  pid_ = check(fork(), "fork");
-  if (pid_ == 0) {
+  _pid = check(fork(), "fork");
+  if (_pid == 0) {
     (void)prctl(PR_SET_PDEATHSIG, SIGKILL); // cannot fail
     // The strings live until the program is replaced.
     if (!first.empty()) (void)putenv(const_cast<char*>(first.c_str()));
@@ -56,55 +56,55 @@ Shell::Shell(const std::string& program, const std::string& first, const std::st
   }
   (void)close(in[0]);
   (void)close(out[1]);
-  in_ = in[1];
-  out_ = out[0];
+  _in = in[1];
+  _out = out[0];
 }
 
 Shell::~Shell() {
-  if (pid_ > 0) {
-    (void)kill(pid_, SIGKILL);
-    (void)waitpid(pid_, nullptr, 0);
+  if (_pid > 0) {
+    (void)kill(_pid, SIGKILL);
+    (void)waitpid(_pid, nullptr, 0);
   }
-  if (in_ >= 0) (void)close(in_);
-  (void)close(out_);
+  if (_in >= 0) (void)close(_in);
+  (void)close(_out);
 }
 
 void Shell::type(const std::string& line) {
   const std::string typed = line + '\n';
-  const ssize_t written = write(in_, typed.data(), typed.size()); // fails when the shell has ended: seen when reading
+  const ssize_t written = write(_in, typed.data(), typed.size()); // fails when the shell has ended: seen when reading
   (void)written;
 }
 
 Shell::State Shell::readMore() {
-  pollfd wait = {out_, POLLIN, 0};
+  pollfd wait = {_out, POLLIN, 0};
   if (poll(&wait, 1, longestSilence) == 0) return State::silent;
   char piece[4096];
-  const ssize_t count = read(out_, piece, sizeof piece);
+  const ssize_t count = read(_out, piece, sizeof piece);
   if (count <= 0) return State::ended;
-  read_.append(piece, static_cast<size_t>(count));
+  _read.append(piece, static_cast<size_t>(count));
   return State::prompting;
 }
 
 Shell::State Shell::awaitPrompt(std::string* text) {
   State state = State::prompting;
-  size_t at = findPrompt(read_);
-  while (at == read_.npos && (state = readMore()) == State::prompting)
-    at = findPrompt(read_);
-  *text = withoutThreadLines(read_.substr(0, at));
-  read_.erase(0, at == read_.npos ? at : at + sizeof prompt - 1);
+  size_t at = findPrompt(_read);
+  while (at == _read.npos && (state = readMore()) == State::prompting)
+    at = findPrompt(_read);
+  *text = withoutThreadLines(_read.substr(0, at));
+  _read.erase(0, at == _read.npos ? at : at + sizeof prompt - 1);
   return state;
 }
 
 int Shell::end(std::string* text) {
-  if (in_ >= 0) (void)close(in_);
-  in_ = -1;
+  if (_in >= 0) (void)close(_in);
+  _in = -1;
   while (readMore() == State::prompting) {
   }
-  *text = withoutThreadLines(read_);
-  read_.clear();
+  *text = withoutThreadLines(_read);
+  _read.clear();
   int status = 0;
-  check(waitpid(pid_, &status, 0), "waitpid");
-  pid_ = -1;
+  check(waitpid(_pid, &status, 0), "waitpid");
+  _pid = -1;
   return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 

@@ -28,15 +28,15 @@ public:
   /// Ends the input and waits for the end of the shell. Its exit status, 128 + n for signal n.
   int end(std::string* text);
 
-  pid_t pid() const { return pid_; }
+  pid_t pid() const { return _pid; }
 
 private:
   State readMore();
 
-  pid_t pid_ = -1;
-  int in_ = -1;
-  int out_ = -1;
-  std::string read_; // and not looked at yet
+  pid_t _pid = -1;
+  int _in = -1;
+  int _out = -1;
+  std::string _read; // and not looked at yet
 };
 
 } // namespace trial

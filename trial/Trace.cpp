@@ -34,22 +34,22 @@ bool isOrdinary(const std::string& line) {
 
 } // namespace
 
-Trace::Trace(const char* path) : file_(sim::check(open(path, O_RDONLY | O_CLOEXEC), path)) {
-  at_ = sim::check(lseek(file_.get(), 0, SEEK_END), path);
+Trace::Trace(const char* path) : _file(sim::check(open(path, O_RDONLY | O_CLOEXEC), path)) {
+  _at = sim::check(lseek(_file.get(), 0, SEEK_END), path);
 }
 
 Trace::News Trace::read() {
   News news;
   char piece[4096];
   ssize_t count = 0;
-  while ((count = sim::check(pread(file_.get(), piece, sizeof piece, at_), "the trace log")) > 0) {
-    at_ += count;
-    rest_.append(piece, static_cast<size_t>(count));
+  while ((count = sim::check(pread(_file.get(), piece, sizeof piece, _at), "the trace log")) > 0) {
+    _at += count;
+    _rest.append(piece, static_cast<size_t>(count));
   }
   size_t start = 0;
-  for (size_t end = 0; (end = rest_.find('\n', start)) != rest_.npos; start = end + 1)
-    take(rest_.substr(start, end - start), news);
-  rest_.erase(0, start);
+  for (size_t end = 0; (end = _rest.find('\n', start)) != _rest.npos; start = end + 1)
+    take(_rest.substr(start, end - start), news);
+  _rest.erase(0, start);
   return news;
 }
 
@@ -63,12 +63,12 @@ void Trace::take(const std::string& line, News& news) {
     ++news.requests;
     if (news.ending == Ending::none) news.ending = Ending::answered;
   } else if (shownReplies.count(line) > 0) {
-    reply_ = line;
+    _reply = line;
   } else if (begins(line, typeLabel)) {
     const int type = atoi(line.c_str() + sizeof typeLabel - 1);
     if (type == garbageType) {
       news.ending = Ending::garbage;
-    } else if (const auto shown = shownReplies.find(reply_); shown == shownReplies.end() || shown->second != type) {
+    } else if (const auto shown = shownReplies.find(_reply); shown == shownReplies.end() || shown->second != type) {
       news.ending = Ending::mixedUp;
     }
   } else if (begins(line, "flushing data from pipe: ")) {

@@ -43,10 +43,10 @@ public:
 private:
   void take(const std::string& line, News& news);
 
-  sim::Descriptor file_;
-  off_t at_ = 0;
-  std::string rest_;  // a line's beginning
-  std::string reply_; // the class of the reply that is being shown
+  sim::Descriptor _file;
+  off_t _at = 0;
+  std::string _rest;  // a line's beginning
+  std::string _reply; // the class of the reply that is being shown
 };
 
 /// Gives back the memory of all but the end of a log on a memory file system. A log that is not there is none.

@@ -112,13 +112,13 @@ struct Trial {
 
 class World {
 public:
-  World(const Trial& trial, Choices& choices, CommObj& console) : trial_(trial), choices_(choices), console_(console) {}
+  World(const Trial& trial, Choices& choices, CommObj& console) : _trial(trial), _choices(choices), _console(console) {}
 
   /// One way through.
   void run(std::vector<std::string>* story = nullptr);
 
-  const Exchange& exchange(unsigned i) const { return all_[i]; }
-  const std::string& fault() const { return fault_; }
+  const Exchange& exchange(unsigned i) const { return _all[i]; }
+  const std::string& fault() const { return _fault; }
 
   // The system calls.
   int select(const timeval& timeout);
@@ -129,34 +129,34 @@ private:
   enum class Stage { drains, draining, waits, reading };
 
   void tell(const std::string& what) {
-    ++now_;
-    ++told_;
-    if (story_ != nullptr) story_->push_back(what);
+    ++_now;
+    ++_told;
+    if (_story != nullptr) _story->push_back(what);
   }
-  std::string who() const { return std::to_string(current_ + 1); }
+  std::string who() const { return std::to_string(_current + 1); }
   void wrong(const std::string& what) {
-    if (fault_.empty()) fault_ = "exchange " + who() + " " + what;
+    if (_fault.empty()) _fault = "exchange " + who() + " " + what;
   }
   bool somethingDue() const {
-    return std::any_of(std::begin(due_), std::end(due_), [](const auto& writes) { return !writes.empty(); });
+    return std::any_of(std::begin(_due), std::end(_due), [](const auto& writes) { return !writes.empty(); });
   }
   bool mayWrite();
   void write(unsigned service);
 
-  const Trial& trial_;
-  Choices& choices_;
-  CommObj& console_;
-  std::vector<std::string>* story_ = nullptr;
-  unsigned now_ = 0;
-  unsigned told_ = 0; // lines of the story
-  unsigned current_ = 0;
-  unsigned faults_ = 0;
-  unsigned reads_ = 0;
-  Stage stage_ = Stage::drains;
-  std::deque<Lying> pipe_;
-  std::deque<Write> due_[services];
-  Exchange all_[exchanges];
-  std::string fault_;
+  const Trial& _trial;
+  Choices& _choices;
+  CommObj& _console;
+  std::vector<std::string>* _story = nullptr;
+  unsigned _now = 0;
+  unsigned _told = 0; // lines of the story
+  unsigned _current = 0;
+  unsigned _faults = 0;
+  unsigned _reads = 0;
+  Stage _stage = Stage::drains;
+  std::deque<Lying> _pipe;
+  std::deque<Write> _due[services];
+  Exchange _all[exchanges];
+  std::string _fault;
 };
 
 World* world = nullptr;
@@ -177,13 +177,13 @@ std::string nameOf(const Write& write, size_t units) {
 }
 
 void World::write(unsigned service) {
-  const Write next = due_[service].front();
-  due_[service].pop_front();
-  tell("    " + nameOf(next, all_[next.exchange].request->units) + " arrives");
+  const Write next = _due[service].front();
+  _due[service].pop_front();
+  tell("    " + nameOf(next, _all[next.exchange].request->units) + " arrives");
   for (size_t i = next.from; i < next.to; ++i) {
-    pipe_.push_back({{static_cast<uint8_t>(next.exchange & 3U), static_cast<uint8_t>(next.copy & 1U),
+    _pipe.push_back({{static_cast<uint8_t>(next.exchange & 3U), static_cast<uint8_t>(next.copy & 1U),
                       static_cast<uint8_t>(i & 31U)},
-                     now_});
+                     _now});
   }
 }
 
@@ -192,9 +192,9 @@ bool World::mayWrite() {
   unsigned able[services];
   unsigned count = 0;
   for (unsigned service = 0; service < services; ++service) {
-    if (!due_[service].empty()) able[count++] = service;
+    if (!_due[service].empty()) able[count++] = service;
   }
-  const unsigned picked = count == 0 ? 0 : choices_.pick(count + 1);
+  const unsigned picked = count == 0 ? 0 : _choices.pick(count + 1);
   if (picked > 0) write(able[picked - 1]);
   return picked > 0;
 }
@@ -202,86 +202,86 @@ bool World::mayWrite() {
 // ---- The system calls
 
 int World::select(const timeval& timeout) {
-  Exchange& exchange = all_[current_];
+  Exchange& exchange = _all[_current];
   const bool draining = timeout.tv_sec == 0;
-  if (draining ? stage_ != Stage::drains || timeout.tv_usec != 1000
-               : stage_ != Stage::waits || timeout.tv_sec != 3 || timeout.tv_usec != 0) {
+  if (draining ? _stage != Stage::drains || timeout.tv_usec != 1000
+               : _stage != Stage::waits || timeout.tv_sec != 3 || timeout.tv_usec != 0) {
     wrong("waits where it should not");
   }
-  while (pipe_.empty() && mayWrite()) {
+  while (_pipe.empty() && mayWrite()) {
   }
-  reads_ = 0;
+  _reads = 0;
   if (draining) {
-    ++now_;
-    exchange.drainedAt = now_;
-    exchange.lay = pipe_.size() * unitSize;
+    ++_now;
+    exchange.drainedAt = _now;
+    exchange.lay = _pipe.size() * unitSize;
     exchange.quiet = !somethingDue();
-    exchange.interrupted = trial_.signals && faults_ < trial_.faults && choices_.pick(2) == 1;
+    exchange.interrupted = _trial.signals && _faults < _trial.faults && _choices.pick(2) == 1;
     if (exchange.interrupted) {
-      ++faults_;
+      ++_faults;
       tell(who() + "   is interrupted before it drains");
       errno = EINTR;
       return -1;
     }
-    stage_ = Stage::draining; // if it reads at all
+    _stage = Stage::draining; // if it reads at all
     busy = true;
-    if (pipe_.empty()) tell(who() + "   finds nothing to drain");
+    if (_pipe.empty()) tell(who() + "   finds nothing to drain");
   } else {
-    stage_ = Stage::reading;
-    exchange.timedOut = pipe_.empty();
+    _stage = Stage::reading;
+    exchange.timedOut = _pipe.empty();
     if (exchange.timedOut) tell(who() + "   times out");
     if (exchange.timedOut) busy = false;
   }
-  return pipe_.empty() ? 0 : 1;
+  return _pipe.empty() ? 0 : 1;
 }
 
 ssize_t World::read(void* buffer, size_t size) {
-  Exchange& exchange = all_[current_];
-  if (++reads_ > 3 || (stage_ != Stage::draining && stage_ != Stage::reading)) wrong("reads where it should not");
+  Exchange& exchange = _all[_current];
+  if (++_reads > 3 || (_stage != Stage::draining && _stage != Stage::reading)) wrong("reads where it should not");
   while (mayWrite()) {
   }
-  if (stage_ == Stage::reading) ++exchange.reads;
-  const size_t units = std::min(size / unitSize, pipe_.size());
+  if (_stage == Stage::reading) ++exchange.reads;
+  const size_t units = std::min(size / unitSize, _pipe.size());
   if (units == 0) {
-    if (stage_ == Stage::reading) tell(who() + "   reads nothing");
+    if (_stage == Stage::reading) tell(who() + "   reads nothing");
     errno = EAGAIN;
     return -1;
   }
   auto* to = static_cast<unsigned char*>(buffer);
   for (size_t i = 0; i < units; ++i) {
     memset(to + i * unitSize, 0, unitSize);
-    memcpy(to + i * unitSize, &pipe_[i].unit, sizeof(Unit));
-    if (stage_ == Stage::reading) exchange.got.push_back(pipe_[i]);
+    memcpy(to + i * unitSize, &_pipe[i].unit, sizeof(Unit));
+    if (_stage == Stage::reading) exchange.got.push_back(_pipe[i]);
   }
-  pipe_.erase(pipe_.begin(), pipe_.begin() + static_cast<ptrdiff_t>(units));
+  _pipe.erase(_pipe.begin(), _pipe.begin() + static_cast<ptrdiff_t>(units));
   if (exchange.got.size() == exchange.request->units) busy = false;
-  tell(who() + (stage_ == Stage::draining ? "   drains " : "   reads ") + std::to_string(units * unitSize) + " bytes");
+  tell(who() + (_stage == Stage::draining ? "   drains " : "   reads ") + std::to_string(units * unitSize) + " bytes");
   return static_cast<ssize_t>(units * unitSize);
 }
 
 int World::msgsnd() {
-  Exchange& exchange = all_[current_];
-  if (stage_ != Stage::drains && stage_ != Stage::draining) wrong("sends where it should not");
-  stage_ = Stage::waits;
-  exchange.behaviour = faults_ < trial_.faults ? static_cast<Behaviour>(choices_.pick(behaviours)) : Behaviour::whole;
-  if (exchange.behaviour != Behaviour::whole) ++faults_;
+  Exchange& exchange = _all[_current];
+  if (_stage != Stage::drains && _stage != Stage::draining) wrong("sends where it should not");
+  _stage = Stage::waits;
+  exchange.behaviour = _faults < _trial.faults ? static_cast<Behaviour>(_choices.pick(behaviours)) : Behaviour::whole;
+  if (exchange.behaviour != Behaviour::whole) ++_faults;
   const size_t units = exchange.request->units;
-  auto& due = due_[exchange.request->service];
+  auto& due = _due[exchange.request->service];
   tell(who() + (exchange.behaviour == Behaviour::refused ? "   cannot send" : "   sends"));
   switch (exchange.behaviour) {
   case Behaviour::whole:
-    due.push_back({current_, 0, 0, units});
+    due.push_back({_current, 0, 0, units});
     break;
   case Behaviour::twice:
-    due.push_back({current_, 0, 0, units});
-    due.push_back({current_, 1, 0, units});
+    due.push_back({_current, 0, 0, units});
+    due.push_back({_current, 1, 0, units});
     break;
   case Behaviour::half:
-    due.push_back({current_, 0, 0, units / 2});
+    due.push_back({_current, 0, 0, units / 2});
     break;
   case Behaviour::split:
-    due.push_back({current_, 0, 0, units / 2});
-    due.push_back({current_, 0, units / 2, units});
+    due.push_back({_current, 0, 0, units / 2});
+    due.push_back({_current, 0, units / 2, units});
     break;
   case Behaviour::silent:
     break;
@@ -325,17 +325,17 @@ std::string whatItGot(const Exchange& exchange, unsigned number) {
 }
 
 void World::run(std::vector<std::string>* story) {
-  story_ = story;
-  for (size_t i = 0; i < trial_.stray / unitSize; ++i)
-    pipe_.push_back({{nobody, 0, static_cast<uint8_t>(i & 31U)}, 0});
-  for (current_ = 0; current_ < exchanges; ++current_) {
-    Exchange& exchange = all_[current_];
-    exchange.request = &requests[choices_.pick(std::size(requests))];
+  _story = story;
+  for (size_t i = 0; i < _trial.stray / unitSize; ++i)
+    _pipe.push_back({{nobody, 0, static_cast<uint8_t>(i & 31U)}, 0});
+  for (_current = 0; _current < exchanges; ++_current) {
+    Exchange& exchange = _all[_current];
+    exchange.request = &requests[_choices.pick(std::size(requests))];
     tell(who() + " " + exchange.request->name);
-    stage_ = Stage::drains;
-    const std::unique_ptr<MsgObj> reply(exchange.request->make(console_.GetTaskId())->Send());
+    _stage = Stage::drains;
+    const std::unique_ptr<MsgObj> reply(exchange.request->make(_console.GetTaskId())->Send());
     exchange.replied = reply != nullptr;
-    exchange.endedAt = now_;
+    exchange.endedAt = _now;
     if (exchange.replied) {
       // What the caller has is what was read, and nothing else.
       const auto* bytes = static_cast<const unsigned char*>(reply->image());
@@ -347,8 +347,8 @@ void World::run(std::vector<std::string>* story) {
           wrong("has other bytes than it read");
       }
     }
-    tell(who() + "   has " + whatItGot(exchange, current_));
-    exchange.told = told_;
+    tell(who() + "   has " + whatItGot(exchange, _current));
+    exchange.told = _told;
   }
 }
 

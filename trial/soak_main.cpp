@@ -89,114 +89,114 @@ private:
   void report() const;
   bool isFlat() const;
 
-  const Plan plan_;
-  Lines lines_;
-  Shell shell_;
-  int queue_ = -1;
-  std::string pipe_;
-  std::unique_ptr<Trace> trace_;
-  const Clock::time_point start_;
+  const Plan _plan;
+  Lines _lines;
+  Shell _shell;
+  int _queue = -1;
+  std::string _pipe;
+  std::unique_ptr<Trace> _trace;
+  const Clock::time_point _start;
   // Whether a reply, or a part of one, may still be on its way to a request that has ended.
-  bool inDoubt_ = false;
-  bool askedSinceProbe_ = true;
-  Clock::time_point nextSample_;
-  int nextLine_ = 0; // of the table of samples
-  Clock::duration longest_{};
+  bool _inDoubt = false;
+  bool _askedSinceProbe = true;
+  Clock::time_point _nextSample;
+  int _nextLine = 0; // of the table of samples
+  Clock::duration _longest{};
 
-  unsigned long typed_ = 0, requests_ = 0, drained_ = 0, messages_ = 0, disturbed_ = 0, typedInDoubt_ = 0;
-  std::map<Ending, unsigned long> endings_;
-  std::map<std::string, std::map<std::string, unsigned long>> outcomes_; // by kind
-  unsigned unexpected_ = 0;
-  std::deque<std::string> recent_; // lines, and what came of them
-  std::vector<Use> uses_;          // after the warm-up
+  unsigned long _typed = 0, _requests = 0, _drained = 0, _messages = 0, _disturbed = 0, _typedInDoubt = 0;
+  std::map<Ending, unsigned long> _endings;
+  std::map<std::string, std::map<std::string, unsigned long>> _outcomes; // by kind
+  unsigned _unexpected = 0;
+  std::deque<std::string> _recent; // lines, and what came of them
+  std::vector<Use> _uses;          // after the warm-up
 };
 
 Soak::Soak(const Plan& plan)
-    : plan_(plan), lines_(plan.seed), shell_(plan.program), start_(Clock::now()), nextSample_(start_) {
+    : _plan(plan), _lines(plan.seed), _shell(plan.program), _start(Clock::now()), _nextSample(_start) {
   std::string text;
-  if (shell_.awaitPrompt(&text) != Shell::State::prompting) throw std::runtime_error("no prompt: " + text);
-  queue_ = sim::check(msgget(shellKey, 0), "the shell's queue");
-  pipe_ = "/tmp/tCliAppTask." + std::to_string(queue_);
+  if (_shell.awaitPrompt(&text) != Shell::State::prompting) throw std::runtime_error("no prompt: " + text);
+  _queue = sim::check(msgget(shellKey, 0), "the shell's queue");
+  _pipe = "/tmp/tCliAppTask." + std::to_string(_queue);
   std::this_thread::sleep_for(1500ms); // by then the shell's task has told what it tells at its start
-  trace_ = std::make_unique<Trace>(traceLog);
+  _trace = std::make_unique<Trace>(traceLog);
 }
 
 bool Soak::run() {
   printf("%6s %9s %9s %13s %14s %11s\n", "minute", "lines", "requests", "resident KiB", "anonymous KiB", "descriptors");
-  while (share() < 1 && unexpected_ < unexpectedMax) {
+  while (share() < 1 && _unexpected < unexpectedMax) {
     typeNext();
-    if (Clock::now() >= nextSample_) sample();
+    if (Clock::now() >= _nextSample) sample();
   }
   const bool ended = end() && endByLongLine();
   report();
-  return isFlat() && ended && unexpected_ == 0;
+  return isFlat() && ended && _unexpected == 0;
 }
 
 double Soak::share() const {
-  const double planned = static_cast<double>(plan_.number);
-  if (plan_.requestsOnly) return static_cast<double>(requests_) / planned;
-  return std::chrono::duration<double>(Clock::now() - start_).count() / 60 / planned;
+  const double planned = static_cast<double>(_plan.number);
+  if (_plan.requestsOnly) return static_cast<double>(_requests) / planned;
+  return std::chrono::duration<double>(Clock::now() - _start).count() / 60 / planned;
 }
 
 void Soak::typeNext() {
   settle();
-  lines_.setInDoubt(inDoubt_);
-  if (!plan_.requestsOnly && lines_.disturb()) ++disturbed_;
-  const Line line = plan_.requestsOnly ? lines_.nextRequest() : lines_.next();
-  const bool bother = !plan_.requestsOnly && lines_.below(30) == 0;
+  _lines.setInDoubt(_inDoubt);
+  if (!_plan.requestsOnly && _lines.disturb()) ++_disturbed;
+  const Line line = _plan.requestsOnly ? _lines.nextRequest() : _lines.next();
+  const bool bother = !_plan.requestsOnly && _lines.below(30) == 0;
   const bool drains = bother && line.asks && leaveBytes();
   const unsigned messages = bother && !line.asks ? sendMessages() : 0;
-  ++typed_;
-  typedInDoubt_ += inDoubt_ ? 1 : 0;
+  ++_typed;
+  _typedInDoubt += _inDoubt ? 1 : 0;
   const auto before = Clock::now();
-  shell_.type(line.text);
+  _shell.type(line.text);
   std::string answer;
-  const Shell::State state = shell_.awaitPrompt(&answer);
-  longest_ = std::max(longest_, Clock::now() - before);
+  const Shell::State state = _shell.awaitPrompt(&answer);
+  _longest = std::max(_longest, Clock::now() - before);
   if (state != Shell::State::prompting) {
     unexpected(line, answer, state == Shell::State::ended ? "the shell has ended" : "no prompt");
     throw std::runtime_error("the shell is lost");
   }
-  Trace::News news = trace_->read();
+  Trace::News news = _trace->read();
   awaitUndecoded(messages, news);
   take(line, answer, news, drains);
 }
 
 void Soak::take(const Line& line, const std::string& answer, const Trace::News& news, bool drains) {
-  requests_ += news.requests;
-  drained_ += news.drained;
-  ++endings_[news.ending];
+  _requests += news.requests;
+  _drained += news.drained;
+  ++_endings[news.ending];
   const std::string outcome = line.judge(answer, news.ending);
   if (outcome.empty()) unexpected(line, answer, endingNames[static_cast<size_t>(news.ending)]);
   if (news.requests != (line.asks ? 1 : 0)) unexpected(line, answer, std::to_string(news.requests) + " requests");
   if (drains && news.drained == 0) unexpected(line, answer, "stale bytes stayed");
   for (const std::string& strange : news.strange)
     unexpected(line, answer, "in the trace log: " + strange);
-  recent_.push_back(sim::quoted(line.text) + ": " + (outcome.empty() ? "unexpected" : outcome) +
-                    (inDoubt_ ? ", in doubt" : "") + (news.drained > 0 ? ", drained" : "") + (drains ? ", stray" : ""));
-  if (recent_.size() > 8) recent_.pop_front();
-  ++outcomes_[line.kind][outcome.empty() ? "UNEXPECTED" : outcome];
-  inDoubt_ = inDoubt_ || (line.asks && news.ending != Ending::answered);
-  askedSinceProbe_ = askedSinceProbe_ || line.asks;
+  _recent.push_back(sim::quoted(line.text) + ": " + (outcome.empty() ? "unexpected" : outcome) +
+                    (_inDoubt ? ", in doubt" : "") + (news.drained > 0 ? ", drained" : "") + (drains ? ", stray" : ""));
+  if (_recent.size() > 8) _recent.pop_front();
+  ++_outcomes[line.kind][outcome.empty() ? "UNEXPECTED" : outcome];
+  _inDoubt = _inDoubt || (line.asks && news.ending != Ending::answered);
+  _askedSinceProbe = _askedSinceProbe || line.asks;
 }
 
 // A service takes a message from its queue when it is done with the one before. So when it has taken one that was put
 // there after the last request, nothing more is on its way, and what lies in the pipe goes with the next drain.
 void Soak::settle() {
-  if (!inDoubt_) return;
-  if (askedSinceProbe_) {
+  if (!_inDoubt) return;
+  if (_askedSinceProbe) {
     const struct {
       long type = 1;
       char text[2] = {}; // a message that no service knows
     } probe;
     for (const sim::ServiceTask& task : sim::SERVICE_TASKS)
       sim::check(msgsnd(task.queueId, &probe, sizeof probe.text, 0), task.name);
-    askedSinceProbe_ = false;
+    _askedSinceProbe = false;
   }
   // A little patience, or most lines would be typed in doubt.
-  for (int i = 0; i < 10 && inDoubt_; ++i) {
-    inDoubt_ = !isQuiet();
-    if (inDoubt_) std::this_thread::sleep_for(200us);
+  for (int i = 0; i < 10 && _inDoubt; ++i) {
+    _inDoubt = !isQuiet();
+    if (_inDoubt) std::this_thread::sleep_for(200us);
   }
 }
 
@@ -210,9 +210,9 @@ bool Soak::isQuiet() const {
 }
 
 size_t Soak::unread() const {
-  const sim::Descriptor pipe(sim::check(open(pipe_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC), pipe_));
+  const sim::Descriptor pipe(sim::check(open(_pipe.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC), _pipe));
   int count = 0;
-  sim::check(ioctl(pipe.get(), FIONREAD, &count), pipe_);
+  sim::check(ioctl(pipe.get(), FIONREAD, &count), _pipe);
   return static_cast<size_t>(count);
 }
 
@@ -222,21 +222,21 @@ unsigned Soak::sendMessages() {
     long type = 1;
     char text[600] = {};
   } message;
-  const unsigned count = 1 + lines_.below(8);
+  const unsigned count = 1 + _lines.below(8);
   for (unsigned i = 0; i < count; ++i) {
-    const std::string text = lines_.word(lines_.below(sizeof message.text));
+    const std::string text = _lines.word(_lines.below(sizeof message.text));
     memcpy(message.text, text.data(), text.size());
-    message.type = 1 + static_cast<long>(lines_.below(INT32_MAX));
-    sim::check(msgsnd(queue_, &message, text.size(), 0), "the shell's queue");
+    message.type = 1 + static_cast<long>(_lines.below(INT32_MAX));
+    sim::check(msgsnd(_queue, &message, text.size(), 0), "the shell's queue");
   }
-  messages_ += count;
+  _messages += count;
   return count;
 }
 
 void Soak::awaitUndecoded(unsigned count, Trace::News& news) {
   for (const auto deadline = Clock::now() + 10s; news.undecoded < count && Clock::now() < deadline;) {
     std::this_thread::sleep_for(200us);
-    Trace::News more = trace_->read();
+    Trace::News more = _trace->read();
     news.undecoded += more.undecoded;
     news.strange.insert(news.strange.end(), more.strange.begin(), more.strange.end());
   }
@@ -247,25 +247,25 @@ void Soak::awaitUndecoded(unsigned count, Trace::News& news) {
 
 // Bytes that nobody waits for, in the pipe of the shell's replies. True if they must be gone before a reply is read.
 bool Soak::leaveBytes() {
-  const bool many = lines_.below(50) == 0;
-  const std::string bytes = lines_.word(many ? 5 * drainedAtOnce : 1 + lines_.below(drainedAtOnce));
-  const sim::Descriptor pipe(sim::check(open(pipe_.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC), pipe_));
-  if (write(pipe.get(), bytes.data(), bytes.size()) < 0) throw sim::failure(pipe_);
-  inDoubt_ = inDoubt_ || unread() > drainedAtOnce;
-  lines_.setInDoubt(inDoubt_);
-  return !inDoubt_;
+  const bool many = _lines.below(50) == 0;
+  const std::string bytes = _lines.word(many ? 5 * drainedAtOnce : 1 + _lines.below(drainedAtOnce));
+  const sim::Descriptor pipe(sim::check(open(_pipe.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC), _pipe));
+  if (write(pipe.get(), bytes.data(), bytes.size()) < 0) throw sim::failure(_pipe);
+  _inDoubt = _inDoubt || unread() > drainedAtOnce;
+  _lines.setInDoubt(_inDoubt);
+  return !_inDoubt;
 }
 
 void Soak::sample() {
   const double done = share();
-  const Use use = Use::of(shell_.pid());
-  nextSample_ = Clock::now() + 1s;
+  const Use use = Use::of(_shell.pid());
+  _nextSample = Clock::now() + 1s;
   constexpr double warmUp = 0.1;
-  if (done >= warmUp) uses_.push_back(use);
-  if (done * 20 >= nextLine_) {
-    nextLine_ = static_cast<int>(done * 20) + 1;
-    const double minutes = std::chrono::duration<double>(Clock::now() - start_).count() / 60;
-    printf("%6.1f %9lu %9lu %13ld %14ld %11ld\n", minutes, typed_, requests_, use.resident, use.anonymous,
+  if (done >= warmUp) _uses.push_back(use);
+  if (done * 20 >= _nextLine) {
+    _nextLine = static_cast<int>(done * 20) + 1;
+    const double minutes = std::chrono::duration<double>(Clock::now() - _start).count() / 60;
+    printf("%6.1f %9lu %9lu %13ld %14ld %11ld\n", minutes, _typed, _requests, use.resident, use.anonymous,
            use.descriptors);
     (void)fflush(stdout); // a lost line of the table shows by itself
   }
@@ -276,24 +276,24 @@ void Soak::sample() {
 }
 
 void Soak::unexpected(const Line& line, const std::string& answer, const std::string& what) {
-  ++unexpected_;
-  printf("UNEXPECTED after %lu lines%s: typed %s, got %s, %s; expected %s\n", typed_, inDoubt_ ? " in doubt" : "",
+  ++_unexpected;
+  printf("UNEXPECTED after %lu lines%s: typed %s, got %s, %s; expected %s\n", _typed, _inDoubt ? " in doubt" : "",
          sim::quoted(line.text).c_str(), sim::quoted(answer).c_str(), what.c_str(), sim::quoted(line.expected).c_str());
-  for (const std::string& before : recent_)
+  for (const std::string& before : _recent)
     printf("  after %s\n", before.c_str());
-  lines_.forget();
+  _lines.forget();
 }
 
 // The command `exit` leaves nothing behind.
 bool Soak::end() {
-  lines_.restore();
+  _lines.restore();
   std::string answer;
-  shell_.type("exit");
-  const Shell::State state = shell_.awaitPrompt(&answer);
+  _shell.type("exit");
+  const Shell::State state = _shell.awaitPrompt(&answer);
   std::string rest;
-  const bool fine = state == Shell::State::ended && answer == "tev-cli: exiting...\n" && shell_.end(&rest) == 0 &&
-                    msgget(shellKey, 0) < 0 && access(pipe_.c_str(), F_OK) != 0;
-  ++outcomes_["exit"][fine ? "ended" : "UNEXPECTED"];
+  const bool fine = state == Shell::State::ended && answer == "tev-cli: exiting...\n" && _shell.end(&rest) == 0 &&
+                    msgget(shellKey, 0) < 0 && access(_pipe.c_str(), F_OK) != 0;
+  ++_outcomes["exit"][fine ? "ended" : "UNEXPECTED"];
   return fine;
 }
 
@@ -301,13 +301,13 @@ bool Soak::end() {
 bool Soak::endByLongLine() {
   bool fine = true;
   for (const size_t length : {size_t{128}, size_t{5000}}) {
-    Shell shell(plan_.program);
+    Shell shell(_plan.program);
     std::string answer;
     fine = fine && shell.awaitPrompt(&answer) == Shell::State::prompting;
-    shell.type(lines_.word(length));
+    shell.type(_lines.word(length));
     std::string rest;
     const bool ended = shell.awaitPrompt(&answer) == Shell::State::ended && answer.empty() && shell.end(&rest) == 0;
-    ++outcomes_["(too long)"][ended ? "ended" : "UNEXPECTED"];
+    ++_outcomes["(too long)"][ended ? "ended" : "UNEXPECTED"];
     fine = fine && ended;
   }
   return fine;
@@ -315,7 +315,7 @@ bool Soak::endByLongLine() {
 
 void Soak::report() const {
   printf("\n%-18s %9s  %s\n", "typed", "lines", "outcomes");
-  for (const auto& [kind, outcomes] : outcomes_) {
+  for (const auto& [kind, outcomes] : _outcomes) {
     unsigned long all = 0;
     std::string text;
     for (const auto& [outcome, count] : outcomes) {
@@ -324,26 +324,26 @@ void Soak::report() const {
     }
     printf("%-18s %9lu  %s\n", kind.c_str(), all, text.c_str());
   }
-  printf("\nrequests: %lu\n", requests_);
-  for (const auto& [ending, count] : endings_) {
+  printf("\nrequests: %lu\n", _requests);
+  for (const auto& [ending, count] : _endings) {
     if (ending != Ending::none) printf("  %s: %lu\n", endingNames[static_cast<size_t>(ending)], count);
   }
-  printf("  stale bytes drained before: %lu\n", drained_);
-  printf("while a mix-up was possible: %lu lines\n", typedInDoubt_);
-  printf("messages that the shell cannot decode: %lu\n", messages_);
-  printf("places gone, stuck or back: %lu\n", disturbed_);
-  printf("longest wait for a prompt: %.3f s\n", std::chrono::duration<double>(longest_).count());
-  printf("unexpected outcomes: %u\n", unexpected_);
+  printf("  stale bytes drained before: %lu\n", _drained);
+  printf("while a mix-up was possible: %lu lines\n", _typedInDoubt);
+  printf("messages that the shell cannot decode: %lu\n", _messages);
+  printf("places gone, stuck or back: %lu\n", _disturbed);
+  printf("longest wait for a prompt: %.3f s\n", std::chrono::duration<double>(_longest).count());
+  printf("unexpected outcomes: %u\n", _unexpected);
 }
 
 // Whether the shell took up the same all the time since the warm-up.
 bool Soak::isFlat() const {
-  bool flat = !uses_.empty();
-  printf("\nafter the warm-up, by %zu samples:\n", uses_.size());
+  bool flat = !_uses.empty();
+  printf("\nafter the warm-up, by %zu samples:\n", _uses.size());
   const auto tell = [&](const char* what, long Use::*part, long mayVary) {
     const auto less = [part](const Use& a, const Use& b) { return a.*part < b.*part; };
-    const auto [low, high] = std::minmax_element(uses_.begin(), uses_.end(), less);
-    if (low == uses_.end()) return;
+    const auto [low, high] = std::minmax_element(_uses.begin(), _uses.end(), less);
+    if (low == _uses.end()) return;
     const bool fine = *high.*part - *low.*part <= mayVary;
     printf("  %s: %ld to %ld: %s\n", what, *low.*part, *high.*part, fine ? "flat" : "NOT FLAT");
     flat = flat && fine;
