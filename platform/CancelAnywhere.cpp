@@ -7,11 +7,16 @@
 #include <execinfo.h>
 #include <unistd.h>
 
+// The linker's name for the dynamic section; null where a program has none.
+extern "C" [[gnu::weak, gnu::visibility("hidden")]] const char _DYNAMIC[]; // NOLINT(bugprone-reserved-identifier)
+
 namespace {
 
 /// Loads what unwinds a thread. A signal handler could not do that, and the C library ends the process when a thread
-/// ends and there is no memory for it.
+/// ends and there is no memory for it. A program without dynamic linking has it inside; its first look around there
+/// would cost more than all the rest of a start.
 bool loadUnwinder() {
+  if (_DYNAMIC == nullptr) return true;
   void* caller = nullptr;
   return backtrace(&caller, 1) > 0;
 }
