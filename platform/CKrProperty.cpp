@@ -122,7 +122,7 @@ bool CKrProperty::store(const char* file) {
 bool CKrProperty::loadFile(char* file, KrPropMap& settings) {
   return guarded("loadFile", [&] {
     settings.clear();
-    const OpenFile open(fopen(file, "r"));
+    const OpenFile open(fopen(file, "re"));
     if (open == nullptr) {
       krWarn(log(), "CKrProperty::loadFile Unable to open '%s'", file);
       return false;
@@ -144,7 +144,7 @@ bool CKrProperty::loadFile(char* file, KrPropMap& settings) {
 
 bool CKrProperty::storeFile(char* file, KrPropMap& settings) {
   return kr::uncancelled([&] {
-    FILE* const open = fopen(file, "w");
+    FILE* const open = fopen(file, "we");
     if (open == nullptr) return false;
     for (const auto& [name, value] : settings)
       (void)fprintf(open, "%s=%s\n", name.c_str(), value.c_str()); // a failure stays with the stream

@@ -9,11 +9,11 @@ namespace {
 /// Held by an object while its thread is being made. No thread has this id.
 constexpr KrThreadId starting = 0;
 
-/// Makes a call about an object's thread while it is sure to exist.
+/// Makes a call about an object's thread while it is sure to exist, or about no thread.
 template <class Call>
 int whileItLives(KrThreadId tid, const CKrThread* object, Call call) {
   return kr::uncancelled([&] {
-    if (!kr::hold(tid, reinterpret_cast<intptr_t>(object))) return kr::failWith(ESRCH);
+    if (!kr::hold(tid, reinterpret_cast<intptr_t>(object))) return call(KR_NO_THREAD);
     const int result = call(tid);
     kr::letGo(tid);
     return result;
@@ -26,33 +26,46 @@ CKrThread::CKrThread() : _logger(krLogGetLogger("comps.kr")) {}
 
 CKrThread::~CKrThread() { kill(); }
 
+KrThreadId CKrThread::threadId() const {
+  KrThreadId tid = starting;
+  while ((tid = _tid) == starting)
+    krThreadSuspend(1);
+  return tid;
+}
+
 void CKrThread::start(const char* name, int priority, int stackSize) {
-  KrThreadId tid = KR_NO_THREAD;
-  if (!_tid.compare_exchange_strong(tid, starting)) {
-    krWarn(_logger, "Trying to restart %s - ignored", krThreadName(tid));
-    return;
-  }
-  _tid = krThreadSpawn(name, priority, stackSize, entry, reinterpret_cast<intptr_t>(this), 0, 0, 0, 0, 0, 0, 0, 0, 0);
+  // Somebody cancelled in between would leave a thread that no object knows.
+  kr::uncancelled([=] {
+    KrThreadId tid = KR_NO_THREAD;
+    if (!_tid.compare_exchange_strong(tid, starting)) {
+      krWarn(_logger, "Trying to restart %s - ignored", krThreadName(tid));
+      return;
+    }
+    const auto self = reinterpret_cast<intptr_t>(this);
+    _tid = krThreadSpawn(name, priority, stackSize, entry, self, 0, 0, 0, 0, 0, 0, 0, 0, 0);
+  });
 }
 
 void CKrThread::kill() {
-  const KrThreadId tid = _tid.exchange(KR_NO_THREAD);
+  KrThreadId tid = threadId();
+  while (!_tid.compare_exchange_strong(tid, KR_NO_THREAD))
+    tid = threadId();
   // The thread may have ended by itself and its id be another's by now; its object's address is not.
   if (kr::isThread(tid)) kr::endThread(tid, reinterpret_cast<intptr_t>(this));
 }
 
-int CKrThread::pause() { return krThreadPause(_tid); }
+int CKrThread::pause() { return krThreadPause(threadId()); }
 
-int CKrThread::resume() { return krThreadResume(_tid); }
+int CKrThread::resume() { return krThreadResume(threadId()); }
 
-const char* CKrThread::getName() { return krThreadName(_tid); }
+const char* CKrThread::getName() { return krThreadName(threadId()); }
 
 int CKrThread::getPriority(int* priority) {
-  return whileItLives(_tid, this, [priority](KrThreadId tid) { return krThreadGetPriority(tid, priority); });
+  return whileItLives(threadId(), this, [priority](KrThreadId tid) { return krThreadGetPriority(tid, priority); });
 }
 
 int CKrThread::setPriority(int priority) {
-  return whileItLives(_tid, this, [priority](KrThreadId tid) { return krThreadSetPriority(tid, priority); });
+  return whileItLives(threadId(), this, [priority](KrThreadId tid) { return krThreadSetPriority(tid, priority); });
 }
 
 // Runs while the thread can be cancelled anywhere: this frame owns nothing.

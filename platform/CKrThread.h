@@ -46,6 +46,9 @@ private:
   static int entry(intptr_t object, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t,
                    intptr_t);
 
+  /// Of the object's thread; waits while it is being made.
+  KrThreadId threadId() const;
+
   KrLogger* _logger;
   std::atomic<KrThreadId> _tid{KR_NO_THREAD};
 };

@@ -44,11 +44,12 @@ inline int tryMutex(KrMutex* mutex) {
 /// Waits for a mutex that a try found taken, in `cancelState`. Called with cancellation disabled.
 int waitForMutex(KrMutex* mutex, int timeoutMs, const Place& place, int cancelState);
 
-/// krMutexLockDebug without limit for callers that have cancellation disabled: blocks in `cancelState`.
+/// krMutexLockDebug without limit for callers whose cancellation is disabled or deferred: blocks in `cancelState`.
 inline int lockMutex(KrMutex* mutex, const Place& place, int cancelState) {
   const int error = tryMutex(mutex);
   if (error == 0) return 0;
-  return error == EBUSY ? waitForMutex(mutex, KR_WAIT_FOREVER, place, cancelState) : failWith(error);
+  if (error != EBUSY) return failWith(error);
+  return uncancelled([&] { return waitForMutex(mutex, KR_WAIT_FOREVER, place, cancelState); });
 }
 
 /// Unlocks a mutex that the caller was the last to lock. Called with cancellation disabled or deferred: a thread

@@ -16,7 +16,8 @@ namespace {
 bool writeAll(int fd, const char* bytes, size_t length) {
   while (length > 0) {
     const ssize_t count = write(fd, bytes, length);
-    if (count < 0) return false;
+    if (count == 0) errno = EIO; // a device may take nothing
+    if (count <= 0) return false;
     bytes += count;
     length -= static_cast<size_t>(count);
   }

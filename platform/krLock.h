@@ -11,7 +11,8 @@ constexpr int KR_ERR_NO_MEMORY = 204; ///< no block for the object, or no free s
 constexpr int KR_ERR_INVALID = 205;   ///< null handle, or the object is busy or being deleted
 
 // An object is the creator's until its destroy call, which sends away those who wait for it (they return -1 with
-// KR_ERR_INVALID) and returns after the last of them has left; nobody may come later. A null handle gives -1 with
+// KR_ERR_INVALID) and returns after the last of them has left; nobody may come later, and
+// whoever unlocks or gives must have returned. A null handle gives -1 with
 // KR_ERR_INVALID. Any thread may call anything. Waiting is a cancellation point: a thread cancelled there takes nothing
 // and leaves nothing behind. A thread cancelled while it holds a lock keeps it for ever.
 //

@@ -36,7 +36,7 @@ void reportExcessiveWait(const KrMutex* mutex, unsigned long waited, const kr::P
   const int count = frames != nullptr ? found : 0;
   char path[64];
   (void)snprintf(path, sizeof path, "%s/mutexExcessiveWaitTid%d.log", kr::logDirectory, kr::signedId(kr::self()));
-  kr::writeFile(path, "w+", line, frames, count);
+  kr::writeFile(path, "w+e", line, frames, count);
   kr::say(stdout, "%s", line.text);
   for (int i = 0; i < count; ++i)
     kr::say(stdout, "%s\n", frames[i]);

@@ -7,6 +7,7 @@
 #include "platform/krMem.h"
 
 #include <algorithm>
+#include <atomic>
 #include <iterator>
 #include <new>
 
@@ -30,8 +31,8 @@ struct KrReadWrite {
   int waiting; ///< writers that wait; no new reader gets in while there are any
   KrCond* writersTurn;
   KrCond* readersTurn;
-  int pollers; ///< threads between two looks, readers and writers; the destroyer waits for them
   bool deleted;
+  std::atomic<unsigned> callers; ///< threads in a lock or unlock call; the destroyer waits for them
 };
 
 namespace {
@@ -71,7 +72,7 @@ void reportExcessiveWait(const KrReadWrite* lock, const Seeker& seeker) {
   char path[64];
   (void)snprintf(path, sizeof path, "%s/%sExcessiveWait%p.log", kr::logDirectory, seeker.filePrefix,
                  static_cast<const void*>(lock));
-  kr::writeFile(path, "w+", line);
+  kr::writeFile(path, "w+e", line);
 }
 
 /// With the guard held, waits until `mayEnter`, looking every millisecond. Returns 0 with the guard held; or -1 without
@@ -80,24 +81,21 @@ template <class MayEnter, class GiveUp>
 int waitToEnter(KrReadWrite* lock, const Seeker& seeker, int cancelState, MayEnter mayEnter, GiveUp giveUp) {
   const auto leave = [=] {
     giveUp();
-    --lock->pollers;
     (void)krMutexUnlock(lock->guard);
   };
-  ++lock->pollers;
   for (unsigned rounds = 1;; ++rounds) {
     if (lock->deleted) {
       leave();
       return kr::failWith(KR_ERR_INVALID);
     }
     if (mayEnter()) break;
-    // The guard lives as long as there are pollers, so that waiting and locking it again succeed.
+    // The guard lives as long as there are callers, so that waiting and locking it again succeed.
     (void)kr::condWait(lock->*seeker.turn, lock->guard, cancelState, [=] {
       (void)lockGuard(lock, 122, "krCondWait", PTHREAD_CANCEL_DISABLE);
       leave();
     });
     if (rounds % reportRounds == 0) reportExcessiveWait(lock, seeker);
   }
-  --lock->pollers;
   return 0;
 }
 
@@ -106,6 +104,8 @@ template <class Body>
 int guarded(KrReadWrite* lock, int line, const char* function, Body body) {
   if (lock == nullptr) return kr::failWith(KR_ERR_INVALID);
   return kr::uncancelled([&](int cancelState) {
+    ++lock->callers;
+    kr::OnCancel last{[lock] { --lock->callers; }}; // without it as well; nothing of the lock is touched afterwards
     if (lockGuard(lock, line, function, cancelState) != 0) return -1;
     return body(cancelState);
   });
@@ -212,9 +212,9 @@ void krReadWriteDestroy(KrReadWrite* lock) {
     // Whoever waits looks again within a millisecond and leaves.
     (void)lockGuard(lock, 0, "krReadWriteDestroy", PTHREAD_CANCEL_DISABLE);
     lock->deleted = true;
-    while (lock->pollers != 0)
-      (void)kr::condWait(lock->writersTurn, lock->guard, PTHREAD_CANCEL_DISABLE, [] {});
     (void)krMutexUnlock(lock->guard);
+    while (lock->callers != 0)
+      krThreadSuspend(1);
     krCondDestroy(lock->writersTurn);
     krCondDestroy(lock->readersTurn);
     krMutexDestroy(lock->guard);

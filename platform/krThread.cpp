@@ -54,7 +54,7 @@ int highestPriority() { return sched_get_priority_max(SCHED_FIFO); }
 void logThread(const kr::Line& line) {
   char path[64];
   (void)snprintf(path, sizeof path, "%s/threads.log", kr::logDirectory);
-  kr::writeFile(path, "a+", line);
+  kr::writeFile(path, "a+e", line);
   kr::say(stderr, "%s\n", line.text);
 }
 
@@ -174,34 +174,39 @@ int krThreadSetPriority(KrThreadId tid, int priority) {
   if (priority == KR_KEEP_PRIORITY) return 0;
   if (priority < 0 || priority > KR_LOWEST_PRIORITY) return kr::failWith(KR_ERR_PRIORITY);
   if (!kr::isThread(tid)) return kr::failWith(ESRCH);
-  const int id = kr::signedId(tid);
-  if (geteuid() != 0) {
-    kr::say(stderr, "krThreadSetPriority: ERROR: tid[%d]; NOT ROOT: geteuid()=%d\n", id, static_cast<int>(geteuid()));
-    return kr::failWith(EPERM);
-  }
-  const int highest = highestPriority();
-  sched_param parameters{};
-  parameters.sched_priority = std::max(1, highest - priority * highest / 256);
-  const int error = pthread_setschedparam(tid, SCHED_FIFO, &parameters);
-  if (error != 0) {
-    kr::say(stderr, "krThreadSetPriority: ERROR: pthread_setschedparam (pri=%d, policy=%d) failed for tid[%d]\n",
-            parameters.sched_priority, SCHED_FIFO, id);
-    return kr::failWith(error);
-  }
-  kr::say(stderr, "krThreadSetPriority: Set priority for tid[%d] to [%d] (kr priority=%d), policy=%d\n", id,
-          parameters.sched_priority, priority, SCHED_FIFO);
-  return 0;
+  return kr::uncancelled([=] {
+    const int id = kr::signedId(tid);
+    if (geteuid() != 0) {
+      kr::say(stderr, "krThreadSetPriority: ERROR: tid[%d]; NOT ROOT: geteuid()=%d\n", id, static_cast<int>(geteuid()));
+      return kr::failWith(EPERM);
+    }
+    const int highest = highestPriority();
+    sched_param parameters{};
+    parameters.sched_priority = std::max(1, highest - priority * highest / 256);
+    // Takes a lock of the other thread's.
+    const int error = pthread_setschedparam(tid, SCHED_FIFO, &parameters);
+    if (error != 0) {
+      kr::say(stderr, "krThreadSetPriority: ERROR: pthread_setschedparam (pri=%d, policy=%d) failed for tid[%d]\n",
+              parameters.sched_priority, SCHED_FIFO, id);
+      return kr::failWith(error);
+    }
+    kr::say(stderr, "krThreadSetPriority: Set priority for tid[%d] to [%d] (kr priority=%d), policy=%d\n", id,
+            parameters.sched_priority, priority, SCHED_FIFO);
+    return 0;
+  });
 }
 
 int krThreadGetPriority(KrThreadId tid, int* priority) {
   if (!kr::isThread(tid)) return kr::failWith(ESRCH);
-  int policy = 0;
-  sched_param parameters{};
-  const int error = pthread_getschedparam(tid, &policy, &parameters);
-  if (error != 0) return kr::failWith(error);
-  const int highest = highestPriority();
-  *priority = (highest - parameters.sched_priority) * 256 / highest;
-  return 0;
+  return kr::uncancelled([=] {
+    int policy = 0;
+    sched_param parameters{};
+    const int error = pthread_getschedparam(tid, &policy, &parameters); // as above
+    if (error != 0) return kr::failWith(error);
+    const int highest = highestPriority();
+    *priority = (highest - parameters.sched_priority) * 256 / highest;
+    return 0;
+  });
 }
 
 int krThreadDelete(KrThreadId tid) { return kr::isThread(tid) ? kr::cancel(tid) : ESRCH; }

@@ -27,6 +27,12 @@ public:
   bool endless = true;
 };
 
+int startCounter(intptr_t counter, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t,
+                 intptr_t) {
+  reinterpret_cast<Counter*>(counter)->start("counter", KR_KEEP_PRIORITY, 0);
+  return 0;
+}
+
 } // namespace
 
 TEST(ObjectThread, StartsOnceUntilKilled) {
@@ -34,6 +40,7 @@ TEST(ObjectThread, StartsOnceUntilKilled) {
   auto counter = std::make_unique<Counter>();
   int priority = 7;
   EXPECT_EQ(errnoOf(counter->getPriority(&priority)), ESRCH);
+  EXPECT_EQ(counter->setPriority(KR_KEEP_PRIORITY) + errnoOf(counter->setPriority(256)), KR_ERR_PRIORITY);
   counter->kill();
   for (int life = 0; life < 3; ++life) {
     counter->start("counter", KR_KEEP_PRIORITY, 0);
@@ -53,6 +60,25 @@ TEST(ObjectThread, StartsOnceUntilKilled) {
   }
   counter->start("counter", KR_KEEP_PRIORITY, 0);
   counter.reset(); // ends the thread before what it uses goes
+}
+
+TEST(ObjectThread, IsKnownWhoeverIsCancelledWhileStartingIt) {
+#if defined(__SANITIZE_THREAD__)
+  GTEST_SKIP() << "the clean-up code of the thread sanitizer does not stand asynchronous cancellation";
+#endif
+  (void)printed([] {
+    for (int round = 0; round < 50; ++round) {
+      Counter counter;
+      const KrThreadId starter = krThreadSpawn("starter", KR_KEEP_PRIORITY, 0, startCounter,
+                                               reinterpret_cast<intptr_t>(&counter), 0, 0, 0, 0, 0, 0, 0, 0, 0);
+      while (!counter.running) {
+      }
+      (void)krThreadDelete(starter); // it may have ended
+      ASSERT_EQ(krThreadAwaitEnd(starter), 0);
+      int priority = 7;
+      ASSERT_EQ(counter.getPriority(&priority), 0);
+    }
+  });
 }
 
 TEST(ObjectThread, StaysStartedWhenItEndsByItself) {

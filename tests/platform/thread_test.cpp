@@ -52,6 +52,13 @@ int callTheLibrary(intptr_t sem, intptr_t mutex, intptr_t, intptr_t, intptr_t, i
   }
 }
 
+int askForPriority(intptr_t whom, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t,
+                   intptr_t) {
+  static int priority = 7;
+  for (ran = true;;)
+    (void)krThreadGetPriority(static_cast<KrThreadId>(whom), &priority);
+}
+
 KrThreadId spawn(KrThreadEntry entry, intptr_t a1 = 0, intptr_t a2 = 0) {
   return krThreadSpawn("x", KR_KEEP_PRIORITY, 0, entry, a1, a2, 0, 0, 0, 0, 0, 0, 0, 0);
 }
@@ -191,6 +198,22 @@ TEST(Thread, IsCancelledAnywhereAndRefusedWhenItIsNone) {
   EXPECT_EQ(krThreadResume(krThreadIdSelf()), -1);
   EXPECT_EQ(krThreadStackAvailable(krThreadIdSelf()), 0x7FFFFFFF);
   EXPECT_EQ(errnoOf(krThreadAwaitEnd(krThreadIdSelf())), EDEADLK);
+}
+
+TEST(Thread, ACancelledThreadLeavesTheOneItAskedForUsable) {
+#if defined(__SANITIZE_THREAD__)
+  GTEST_SKIP() << "the clean-up code of the thread sanitizer does not stand asynchronous cancellation";
+#endif
+  int priority = 7;
+  (void)printed([&] {
+    for (int round = 0; round < 300; ++round) {
+      ran = false;
+      const KrThreadId tid = spawn(askForPriority, static_cast<intptr_t>(krThreadIdSelf()));
+      waitUntil([] { return ran.load(); });
+      ASSERT_EQ(sum({krThreadDelete(tid), krThreadAwaitEnd(tid)}), 0);
+      ASSERT_EQ(krThreadGetPriority(krThreadIdSelf(), &priority), 0);
+    }
+  });
 }
 
 TEST(Thread, CancellingLeavesTheLibraryUsable) {
