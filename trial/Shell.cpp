@@ -1,10 +1,11 @@
 #include "trial/Shell.h"
 
+#include "trial/ThreadLines.h"
+
 #include <cerrno>
 #include <csignal>
 #include <fcntl.h>
 #include <poll.h>
-#include <regex>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <system_error>
@@ -28,14 +29,6 @@ size_t findPrompt(const std::string& text) {
   while (at != text.npos && at > 0 && text[at - 1] != '\n')
     at = text.find(prompt, at + 1);
   return at;
-}
-
-// The thread writes its own line at any moment, also into one that the shell has no memory to write in one piece.
-std::string withoutThreadLines(const std::string& text) {
-  static const std::regex ofThread("New thread, tid = [^\n]*\n\n");
-  static const std::regex ofShell("[0-9/]+ [0-9:.]+ \\[[0-9]+\\] krThreadSpawn: Spawned[^\n]*\n\n|"
-                                  "(krThreadSpawn \\w* ss:|krThreadSetPriority: |Thread \\[\\w*\\])[^\n]*\n");
-  return std::regex_replace(std::regex_replace(text, ofThread, ""), ofShell, "");
 }
 
 } // namespace

@@ -1,9 +1,11 @@
 #include "tests/e2e/Session.h"
 
+#include "tests/Contents.h"
+#include "trial/ThreadLines.h"
+
 #include <algorithm>
 #include <cstdlib>
 #include <fstream>
-#include <sstream>
 #include <stdexcept>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -33,35 +35,9 @@ std::string unescaped(const std::string& line) {
   return text + '\n';
 }
 
-std::string contentOf(const std::string& path) {
-  std::ifstream in(path);
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
-
 int run(const std::string& commandLine) {
   const int status = std::system(commandLine.c_str());
   return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-}
-
-bool startsWith(const std::string& text, const char* beginning) { return text.rfind(beginning, 0) == 0; }
-
-// Takes out what the thread service prints when the shell's task starts, from both threads.
-std::string withoutThreadLines(const std::string& text) {
-  std::string rest;
-  for (size_t at = 0, end = 0; at < text.size(); at = end) {
-    end = std::min(text.find('\n', at), text.size() - 1) + 1;
-    const std::string line = text.substr(at, end - at);
-    if (startsWith(line, "New thread, tid = ") ||
-        line.find(" krThreadSpawn: Spawned Thread [tCliAppTask]") != std::string::npos) {
-      end += text.compare(end, 1, "\n") == 0 ? 1 : 0; // an empty line belongs to these
-    } else if (!startsWith(line, "krThreadSpawn tCliAppTask ") && !startsWith(line, "krThreadSetPriority: ") &&
-               !startsWith(line, "Thread [tCliAppTask] ")) {
-      rest += line;
-    }
-  }
-  return rest;
 }
 
 } // namespace
@@ -88,7 +64,7 @@ std::vector<Session> readSessions(const std::string& path) {
     } else if (key == "status") {
       sessions.back().status = std::stoi(value);
     } else if (key == "input-file") {
-      sessions.back().sections["input"] = contentOf(std::string(TEV_SOURCE_PATH "/") + value);
+      sessions.back().sections["input"] = contents(std::string(TEV_SOURCE_PATH "/") + value);
     } else if (key == "input" || key == "out" || key == "err" || key == "board") {
       section = key;
       sessions.back().sections[section] += "";
@@ -114,9 +90,9 @@ Outcome play(const Session& session) {
   outcome.status = run("exec timeout 60 " + sim + " --private-tmp --frozen --log " + base + "/board " +
                        session.options + "-- " + (session.command.empty() ? cli : session.command) + " < " + base +
                        "/in > " + base + "/out 2> " + base + "/err");
-  outcome.out = withoutThreadLines(contentOf(base + "/out"));
-  outcome.err = withoutThreadLines(contentOf(base + "/err"));
-  outcome.board = contentOf(base + "/board");
+  outcome.out = trial::withoutThreadLines(contents(base + "/out"));
+  outcome.err = trial::withoutThreadLines(contents(base + "/err"));
+  outcome.board = contents(base + "/board");
   if (run("rm -rf " + base) != 0) throw std::runtime_error("cannot remove " + base);
   return outcome;
 }

@@ -1,12 +1,12 @@
 #include "log/tevlog.h"
 
 #include "platform/kr.h"
+#include "tests/Contents.h"
 
 #include <cstdlib>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <new>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <unistd.h>
@@ -16,13 +16,6 @@ namespace {
 
 // When positive, counts down with each allocation; the one that reaches zero fails.
 int allocationsUntilFailure = 0;
-
-std::string contentOf(const std::string& path) {
-  std::ifstream in(path);
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
 
 class TraceLog : public ::testing::Test {
 protected:
@@ -56,19 +49,19 @@ TEST_F(TraceLog, WritesEveryKindOfValueInTheBaseLastSet) {
   log << tev::hex << 4294967295u << ' ' << reinterpret_cast<void*>(255) << ' ' << -1 << tev::dec << ' '
       << reinterpret_cast<void*>(255) << tev::endl;
   log << static_cast<const char*>(nullptr) << "still alive" << tev::endl;
-  EXPECT_EQ(contentOf(file), "c 255 -5 4294967295 -7\nffffffff ff ffffffff 255\nstill alive\n");
+  EXPECT_EQ(contents(file), "c 255 -5 4294967295 -7\nffffffff ff ffffffff 255\nstill alive\n");
   log << "buffered";
-  EXPECT_EQ(contentOf(file).find("buffered"), std::string::npos) << "only endl flushes";
+  EXPECT_EQ(contents(file).find("buffered"), std::string::npos) << "only endl flushes";
   log << tev::disable << "dropped" << tev::endl;
   EXPECT_FALSE(log.IsEnabled());
   log << tev::enable << tev::endl;
-  EXPECT_NE(contentOf(file).find("buffered\n"), std::string::npos);
-  std::string all = contentOf(file);
+  EXPECT_NE(contents(file).find("buffered\n"), std::string::npos);
+  std::string all = contents(file);
   for (size_t length : {1u, 4095u, 4096u, 4097u, 10'000u}) { // across the end of a buffer, and of several
     const std::string text(length, static_cast<char>('a' + length % 26));
     log << text.c_str() << -2147483647 << tev::endl;
     all += text + "-2147483647\n";
-    EXPECT_EQ(contentOf(file), all);
+    EXPECT_EQ(contents(file), all);
   }
 }
 
@@ -80,23 +73,23 @@ TEST_F(TraceLog, AssignmentHandsTheFileOver) {
     tev::tevlog b(second.c_str());
     b << tev::enable << "two" << tev::endl;
     a = b;
-    EXPECT_EQ(contentOf(first), "one\nunflushed") << "the file held before is closed, so flushed";
+    EXPECT_EQ(contents(first), "one\nunflushed") << "the file held before is closed, so flushed";
     b << "nowhere" << tev::endl;
   }
   tev::tevlog& same = a;
   a = same;
   a << "three" << tev::endl;
-  EXPECT_EQ(contentOf(second), "two\nthree\n");
+  EXPECT_EQ(contents(second), "two\nthree\n");
   EXPECT_TRUE(a.IsEnabled());
 }
 
 TEST_F(TraceLog, InitlogStartsAnEmptyDisabledFileOfAnyNameLength) {
-  EXPECT_EQ(contentOf("/tmp/transient.log"), "");
+  EXPECT_EQ(contents("/tmp/transient.log"), "");
   const std::string longName = path(std::string(200, 'n'));
   std::ofstream(longName) << "of an earlier run";
   tev::initlog(longName.c_str());
   tev::log << "before enable" << tev::endl << tev::enable << "start" << tev::endl;
-  EXPECT_EQ(contentOf(longName), "start\n");
+  EXPECT_EQ(contents(longName), "start\n");
   tev::initlog(path("next").c_str());
   EXPECT_FALSE(tev::log.IsEnabled());
   tev::initlog("/nonexistent/directory/log");
@@ -119,7 +112,7 @@ TEST_F(TraceLog, InitlogWithoutMemoryChangesNothing) {
     tev::log << nth << tev::endl;
   }
   EXPECT_GE(failures, 4) << "object, name, stream and its buffer all need memory";
-  EXPECT_EQ(contentOf(file).substr(0, 4), "1\n2\n");
+  EXPECT_EQ(contents(file).substr(0, 4), "1\n2\n");
   EXPECT_FALSE(tev::log.IsEnabled());
 }
 
@@ -135,7 +128,7 @@ TEST_F(TraceLog, TwoThreadsNeverMixWithinOnePiece) {
   std::thread other(writer, "<bbbbbbbbbbbbbbbbbbbb>");
   writer("<aaaaaaaaaaaaaaaaaaaa>");
   other.join();
-  std::string text = contentOf(file), pieces;
+  std::string text = contents(file), pieces;
   size_t newlines = 0;
   for (char c : text)
     (c == '\n') ? static_cast<void>(++newlines) : pieces.push_back(c);

@@ -4,16 +4,15 @@
 #define TEV_TESTS_PLATFORM_ELSEWHERE_H
 
 #include "platform/kr.h"
+#include "tests/Contents.h"
 
 #include <atomic>
 #include <cerrno>
 #include <cstdarg>
-#include <fstream>
 #include <functional>
 #include <gtest/gtest.h>
 #include <initializer_list>
 #include <numeric>
-#include <sstream>
 #include <string>
 #include <thread>
 
@@ -50,12 +49,6 @@ inline std::string printed(const std::function<void()>& work) {
 inline testing::AssertionResult matches(const std::string& text, const std::string& expression) {
   if (testing::internal::RE::FullMatch(text, testing::internal::RE(expression))) return testing::AssertionSuccess();
   return testing::AssertionFailure() << text << "does not match " << expression;
-}
-
-inline std::string contents(const std::string& path) {
-  std::ostringstream text;
-  text << std::ifstream(path).rdbuf();
-  return text.str();
 }
 
 inline __attribute__((format(printf, 1, 2))) std::string format(const char* format, ...) {

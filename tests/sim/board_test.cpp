@@ -16,14 +16,14 @@ const std::string SMI = "/sys/module/ksz8864/drivers/smi";
 const std::string ALERT = "/sys/class/gpio/gpio27/value";
 
 struct BoardTest : testing::Test {
-  explicit BoardTest() : mLogFile(memfd_create("log", MFD_CLOEXEC)) {
-    const int copy = fcntl(mLogFile.get(), F_DUPFD_CLOEXEC, 0);
-    mLog.addFile(Descriptor(copy));
-    mSetup.frozen = true;
+  explicit BoardTest() : _logFile(memfd_create("log", MFD_CLOEXEC)) {
+    const int copy = fcntl(_logFile.get(), F_DUPFD_CLOEXEC, 0);
+    _log.addFile(Descriptor(copy));
+    _setup.frozen = true;
   }
   Board& board() {
-    if (!mBoard) mBoard = std::make_unique<Board>(mSetup, mLog);
-    return *mBoard;
+    if (!_board) _board = std::make_unique<Board>(_setup, _log);
+    return *_board;
   }
   size_t index(const std::string& path) {
     for (size_t i = 0; i < board().nodes().size(); ++i) {
@@ -38,19 +38,19 @@ struct BoardTest : testing::Test {
   // The lines that are new since the last call.
   std::string log() {
     std::string all(100000, '\0');
-    all.resize(static_cast<size_t>(pread(mLogFile.get(), all.data(), all.size(), mSeen)));
-    mSeen += static_cast<off_t>(all.size());
+    all.resize(static_cast<size_t>(pread(_logFile.get(), all.data(), all.size(), _seen)));
+    _seen += static_cast<off_t>(all.size());
     return all;
   }
 
-  Board::Setup mSetup;
+  Board::Setup _setup;
 
-  BoardLog mLog;
+  BoardLog _log;
 
 private:
-  Descriptor mLogFile;
-  off_t mSeen = 0;
-  std::unique_ptr<Board> mBoard;
+  Descriptor _logFile;
+  off_t _seen = 0;
+  std::unique_ptr<Board> _board;
 };
 
 TEST_F(BoardTest, EachWriteIsLoggedAndActsOnTheModel) {
@@ -101,7 +101,7 @@ TEST_F(BoardTest, FanMovesTheTachometerWhileTheTemperatureIsFrozen) {
 }
 
 TEST_F(BoardTest, AlertComesAndGoesWithTheTemperature) {
-  mSetup.frozen = false;
+  _setup.frozen = false;
   write(CHIP + "speed", "0");
   (void)log();
   board().advance(3600);
@@ -128,7 +128,7 @@ TEST_F(BoardTest, EepromIsWrittenInPlace) {
 }
 
 TEST_F(BoardTest, FirstTextsCountForTheModelAndStandUntilItChanges) {
-  mSetup.faults.firstTexts = {{CHIP + "setpoint", "29"}, {CHIP + "temperature", "warm"}, {CHIP + "tachcount_lsb", "x"}};
+  _setup.faults.firstTexts = {{CHIP + "setpoint", "29"}, {CHIP + "temperature", "warm"}, {CHIP + "tachcount_lsb", "x"}};
   EXPECT_EQ(text(CHIP + "setpoint"), "29");
   EXPECT_EQ(text(CHIP + "temperature"), "warm");
   EXPECT_EQ(text(ALERT), "0\n");
@@ -141,11 +141,11 @@ TEST_F(BoardTest, FirstTextsCountForTheModelAndStandUntilItChanges) {
 }
 
 TEST_F(BoardTest, Faults) {
-  mSetup.faults.missing = {SMI, std::string(TOOL_FOLDER) + TOOL_NAMES[0]};
-  mSetup.faults.readOnly = {CHIP + "setpoint"};
-  mSetup.faults.failWrite = {CHIP + "speed"};
-  mSetup.faults.tools = {{TOOL_NAMES[0], ToolFault::FAIL}, {TOOL_NAMES[1], ToolFault::SILENT}};
-  mSetup.logReads = true;
+  _setup.faults.missing = {SMI, std::string(TOOL_FOLDER) + TOOL_NAMES[0]};
+  _setup.faults.readOnly = {CHIP + "setpoint"};
+  _setup.faults.failWrite = {CHIP + "speed"};
+  _setup.faults.tools = {{TOOL_NAMES[0], ToolFault::FAIL}, {TOOL_NAMES[1], ToolFault::SILENT}};
+  _setup.logReads = true;
   EXPECT_THROW(index(SMI), std::out_of_range);
   EXPECT_EQ(boardPaths().size(), board().nodes().size() + 1 + TOOL_NAMES.size());
   EXPECT_EQ(board().open(index(CHIP + "setpoint"), O_RDWR), EACCES);
@@ -168,7 +168,7 @@ TEST_F(BoardTest, Faults) {
 }
 
 TEST_F(BoardTest, MessagesActOnTheApplianceAndAreAnswered) {
-  mSetup.snapshotFolder = testing::TempDir();
+  _setup.snapshotFolder = testing::TempDir();
   const std::string video = "tVideoPhalTask", stream = "tStreamAppTask", admin = "tAdminAppTask";
   const auto resolution = [](unsigned h, unsigned v, unsigned q, unsigned r) {
     return Fields{{"horizontal", h}, {"vertical", v}, {"qualifier", q}, {"hertz", r}};
@@ -248,16 +248,16 @@ TEST_F(BoardTest, MessagesActOnTheApplianceAndAreAnswered) {
   EXPECT_TRUE(board().receive({video, "SetVideoModeRespMsg", "7", "", {{"status", 0}}}).fields.empty());
   EXPECT_EQ(log(), "message tVideoPhalTask SetVideoModeRespMsg from 7 status=0\n");
 
-  mSetup.snapshotFolder = "/nowhere";
-  Board without(mSetup, mLog);
+  _setup.snapshotFolder = "/nowhere";
+  Board without(_setup, _log);
   EXPECT_EQ(textOf(without.receive({video, "TakeSnapshotReqMsg", "7", "", snap(1, 1)}).fields), " status=3");
   EXPECT_EQ(log(), "message tVideoPhalTask TakeSnapshotReqMsg from 7 slot=1 scale=1\nsnapshot slot 1 -> ENOENT\n"
                    "reply tVideoPhalTask TakeSnapshotRespMsg status=3\n");
 }
 
 TEST_F(BoardTest, RepliesFailAsAsked) {
-  mSetup.faults.services = {{"tStreamAppTask", {ServiceFault::LATE, 500}}};
-  mSetup.faults.dice = FaultDice(1, 100);
+  _setup.faults.services = {{"tStreamAppTask", {ServiceFault::LATE, 500}}};
+  _setup.faults.dice = FaultDice(1, 100);
   const Message stream{"tStreamAppTask", "StreamControlReqMsg", "7", "", {{"control", 2}, {"type", 3}}};
   EXPECT_EQ(board().receive(stream).fault.text(), "late:500");
   EXPECT_NE(log().find("reply tStreamAppTask StreamControlRespMsg status=0 -> late:500\n"), std::string::npos);
@@ -270,10 +270,10 @@ TEST_F(BoardTest, RepliesFailAsAsked) {
 }
 
 TEST_F(BoardTest, StatusIsATable) {
-  mSetup.snapshotFolder = testing::TempDir();
-  mSetup.faults.services = {{"tAdminAppTask", {ServiceFault::ABSENT, 0}}};
-  mSetup.faults.dice = FaultDice(1, 1);
-  mSetup.faults.firstTexts = {{SMI, std::string(200, 'x')}};
+  _setup.snapshotFolder = testing::TempDir();
+  _setup.faults.services = {{"tAdminAppTask", {ServiceFault::ABSENT, 0}}};
+  _setup.faults.dice = FaultDice(1, 1);
+  _setup.faults.firstTexts = {{SMI, std::string(200, 'x')}};
   board().receive({"tStreamAppTask", "StreamControlReqMsg", "7", "sync", {{"control", 1}, {"type", 3}}});
   board().receive({"tVideoPhalTask", "TakeSnapshotReqMsg", "7", "sync", {{"slot", 3}, {"scale", 4}}});
   for (unsigned slot = 4; slot <= 7; ++slot)

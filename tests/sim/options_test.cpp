@@ -1,10 +1,17 @@
 #include "sim/Options.h"
 
 #include <gtest/gtest.h>
+#include <iterator>
+#include <sstream>
 
 using namespace sim;
 
 namespace {
+
+std::vector<std::string> words(const std::string& line) {
+  std::istringstream in(line);
+  return {std::istream_iterator<std::string>(in), {}};
+}
 
 Options parsed(const std::vector<std::string>& words) {
   const auto result = parseOptions(words);
@@ -23,54 +30,22 @@ TEST(Options, WhatIsLeftOutStaysHarmless) {
 }
 
 TEST(Options, EachIsUnderstood) {
-  const Options all = parsed({"--frozen",
-                              "--log-reads",
-                              "--log-times",
-                              "--log",
-                              "a b",
-                              "--dump=d=e",
-                              "--nodes",
-                              "files",
-                              "--shared-tmp",
-                              "--private-tmp",
-                              "--read-only-tmp",
-                              "--snapshots=/s",
-                              "--service",
-                              "tAdminAppTask=late:0",
-                              "--service=tAdminAppTask=full",
-                              "--service-faults",
-                              "7:100",
-                              "--node",
-                              R"(setpoint=2\n)",
-                              "--node=speed=",
-                              "--missing",
-                              "/sys/class/gpio/gpio27/value",
-                              "--missing",
-                              "eeprom-read-macs-arm-none",
-                              "--read-only",
-                              "gpio26/value",
-                              "--fail-write",
-                              "smi",
-                              "--tool",
-                              "eeprom-read-macs-arm-none=fail",
-                              "--tool",
-                              "eeprom-write-macs-arm-none=silent",
-                              "--watch",
-                              "--pid=77",
-                              "--probe",
-                              "--help",
-                              "--",
-                              "sh",
-                              "-c",
-                              "--help"});
+  const Options all =
+      parsed(words("--frozen --log-reads --log-times --log a_log --dump=d=e --nodes files --shared-tmp --private-tmp "
+                   "--read-only-tmp "
+                   "--snapshots=/s --service tAdminAppTask=late:0 --service=tAdminAppTask=full --service-faults 7:100 "
+                   "--service-program /p --node setpoint=2\\n --node=speed= --missing /sys/class/gpio/gpio27/value "
+                   "--missing eeprom-read-macs-arm-none --read-only gpio26/value --fail-write smi "
+                   "--tool eeprom-read-macs-arm-none=fail --tool eeprom-write-macs-arm-none=silent "
+                   "--watch --pid=77 --probe --help -- sh -c --help"));
   const Faults& faults = all.board.faults;
   EXPECT_TRUE(all.board.frozen && all.board.logReads && all.logTimes && all.probe && all.help && all.status &&
               all.watch);
-  EXPECT_EQ(all.logFile, "a b");
+  EXPECT_EQ(all.logFile, "a_log");
   EXPECT_EQ(all.dumpFile, "d=e");
   EXPECT_EQ(all.nodes, NodeKind::FILES);
   EXPECT_EQ(all.tmp, Tmp::READ_ONLY) << "the last word";
-  EXPECT_EQ(all.snapshots, "/s");
+  EXPECT_EQ(all.snapshots + all.services, "/s/p");
   EXPECT_EQ(faults.firstTexts, (std::map<std::string, std::string>{{"/sys/bus/i2c/devices/1-004c/setpoint", "2\n"},
                                                                    {"/sys/bus/i2c/devices/1-004c/speed", ""}}));
   EXPECT_EQ(faults.missing,

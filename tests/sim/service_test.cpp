@@ -11,13 +11,12 @@
 #include "messaging/StreamControlReqMsg.h"
 #include "messaging/TakeSnapshotReqMsg.h"
 #include "sim/Appliance.h"
+#include "tests/Contents.h"
 
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
-#include <fstream>
 #include <gtest/gtest.h>
-#include <sstream>
 #include <sys/msg.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -28,12 +27,6 @@ namespace {
 using sim::ServiceTask;
 using Clock = std::chrono::steady_clock;
 
-std::string contents(const std::string& path) {
-  std::ostringstream text;
-  text << std::ifstream(path).rdbuf();
-  return text.str();
-}
-
 // Each test runs on a board of its own: outside, it only starts itself there.
 class Services : public testing::Test {
 protected:
@@ -42,7 +35,7 @@ protected:
   bool onBoard(const std::string& options = "") {
     if (isOnBoard()) {
       CommObj::SetKey(153190);
-      mConsole = new CommObj("tCliAppTask"); // the process is all there is to clean up
+      _console = new CommObj("tCliAppTask"); // the process is all there is to clean up
       return true;
     }
     const std::string sim = TEV_SIM_PROGRAM " --frozen ";
@@ -58,7 +51,7 @@ protected:
     return false;
   }
 
-  unsigned long consoleId() const { return mConsole->GetTaskId(); }
+  unsigned long consoleId() const { return _console->GetTaskId(); }
 
   // Sends a request like the console does. The reply's words; none if there was no reply.
   template <class Request>
@@ -69,7 +62,7 @@ protected:
     request->SetRemote();
     const Clock::time_point start = Clock::now();
     const std::unique_ptr<MsgObj> reply(request->Send());
-    mWaited = std::chrono::duration<double>(Clock::now() - start).count();
+    _waited = std::chrono::duration<double>(Clock::now() - start).count();
     if (!reply) return {};
     const auto* image = static_cast<const MsgImage*>(reply->image());
     EXPECT_EQ(image->dstTid == consoleId(), isForUs);
@@ -79,10 +72,10 @@ protected:
   // The lines of the board's log that are new.
   std::string log() {
     const std::string all = contents("/var/log/board.log");
-    return all.substr(std::exchange(mSeen, all.size()));
+    return all.substr(std::exchange(_seen, all.size()));
   }
 
-  double mWaited = 0; // for the last reply, in seconds
+  double _waited = 0; // for the last reply, in seconds
 
 private:
   static int run(const std::string& line) {
@@ -91,8 +84,8 @@ private:
   }
   static void skip() { GTEST_SKIP() << "no stand-in board here"; }
 
-  CommObj* mConsole = nullptr;
-  size_t mSeen = 0;
+  CommObj* _console = nullptr;
+  size_t _seen = 0;
 };
 
 TEST_F(Services, AnswerEveryRequest) {
@@ -191,7 +184,7 @@ TEST_P(FaultyServices, FailAsAskedAndHarmNobodyElse) {
     if (c.fault != fault) continue;
     for (int round = 0; round < (c.waited < 1 ? 3 : 1); ++round) { // also after the task has died
       EXPECT_EQ(ask<SetVideoModeReqMsg>("tVideoPhalTask", {7}, c.fault != std::string("garbage")), c.reply);
-      EXPECT_GE(mWaited, c.waited);
+      EXPECT_GE(_waited, c.waited);
       const std::string trace = fresh();
       EXPECT_NE(trace.find(c.told), trace.npos) << trace;
       if (!c.next.empty()) usleep(50000); // the pipe is cleaned for a millisecond only

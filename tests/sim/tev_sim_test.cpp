@@ -1,5 +1,6 @@
 // tev-sim itself, run with small scripts in place of the shell.
 #include "sim/Descriptor.h"
+#include "tests/Contents.h"
 
 #include <csignal>
 #include <fcntl.h>
@@ -7,7 +8,6 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <pty.h>
-#include <sstream>
 #include <sys/wait.h>
 
 namespace {
@@ -25,52 +25,52 @@ public:
     arguments.push_back(nullptr);
     int ends[2] = {-1, -1};
     if (onTerminal) {
-      mPid = forkpty(&ends[0], nullptr, nullptr, nullptr);
+      _pid = forkpty(&ends[0], nullptr, nullptr, nullptr);
     } else if (pipe2(ends, O_CLOEXEC) == 0) {
-      mPid = fork();
-      if (mPid == 0 && (dup2(ends[1], 1) < 0 || dup2(ends[1], 2) < 0)) _exit(99);
+      _pid = fork();
+      if (_pid == 0 && (dup2(ends[1], 1) < 0 || dup2(ends[1], 2) < 0)) _exit(99);
     }
-    if (mPid == 0) {
+    if (_pid == 0) {
       execvp(arguments[0], arguments.data());
       _exit(99);
     }
-    mOutput = Descriptor(ends[0]);
+    _output = Descriptor(ends[0]);
     const Descriptor childsEnd(ends[1]);
   }
 
   // Reads to the end of `text`, without it to the end of all output. A long wait fails the test.
   std::string readTo(const std::string& text = "") {
-    pollfd wait = {mOutput.get(), POLLIN, 0};
+    pollfd wait = {_output.get(), POLLIN, 0};
     char some[4096];
-    size_t found = mRead.npos;
-    while (text.empty() || (found = mRead.find(text)) == mRead.npos) {
+    size_t found = _read.npos;
+    while (text.empty() || (found = _read.find(text)) == _read.npos) {
       const bool silent = poll(&wait, 1, 60000) == 0;
-      const ssize_t size = silent ? 0 : read(mOutput.get(), some, sizeof some);
-      if (silent || (size <= 0 && !text.empty())) ADD_FAILURE() << "no \"" << text << "\" after: " << mRead;
-      if (size <= 0) return std::exchange(mRead, "");
-      mRead.append(some, static_cast<size_t>(size));
+      const ssize_t size = silent ? 0 : read(_output.get(), some, sizeof some);
+      if (silent || (size <= 0 && !text.empty())) ADD_FAILURE() << "no \"" << text << "\" after: " << _read;
+      if (size <= 0) return std::exchange(_read, "");
+      _read.append(some, static_cast<size_t>(size));
     }
-    const std::string before = mRead.substr(0, found + text.size());
-    mRead.erase(0, before.size());
+    const std::string before = _read.substr(0, found + text.size());
+    _read.erase(0, before.size());
     return before;
   }
   void type(const std::string& keys) {
-    EXPECT_EQ(write(mOutput.get(), keys.data(), keys.size()), static_cast<ssize_t>(keys.size()));
+    EXPECT_EQ(write(_output.get(), keys.data(), keys.size()), static_cast<ssize_t>(keys.size()));
   }
-  void send(int signal) const { EXPECT_EQ(kill(mPid, signal), 0); }
-  pid_t pid() const { return mPid; }
+  void send(int signal) const { EXPECT_EQ(kill(_pid, signal), 0); }
+  pid_t pid() const { return _pid; }
   // Like $? of a shell.
   int wait() const {
     if (testing::Test::HasFailure()) send(SIGKILL); // it may never end by itself
     int status = 0;
-    EXPECT_EQ(waitpid(mPid, &status, 0), mPid);
+    EXPECT_EQ(waitpid(_pid, &status, 0), _pid);
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
   }
 
 private:
-  pid_t mPid = -1;
-  Descriptor mOutput;
-  std::string mRead;
+  pid_t _pid = -1;
+  Descriptor _output;
+  std::string _read;
 };
 
 Words tevSim(const Words& options, const std::string& script) {
@@ -78,12 +78,6 @@ Words tevSim(const Words& options, const std::string& script) {
   words.insert(words.end(), options.begin(), options.end());
   words.insert(words.end(), {"--", "sh", "-c", script});
   return words;
-}
-
-std::string contents(const std::string& path) {
-  std::ostringstream text;
-  text << std::ifstream(path).rdbuf();
-  return text.str();
 }
 
 std::string outputOf(const Words& words) { return Child(words, false).readTo(); }
@@ -100,7 +94,7 @@ protected:
       ASSERT_EQ(status, 0) << reason;
     }
   }
-  void TearDown() override { (void)unlink(mFile.c_str()); }
+  void TearDown() override { (void)unlink(_file.c_str()); }
 
   Words options(Words more = {}) const {
     more.insert(more.begin(), {"--nodes", GetParam()});
@@ -114,7 +108,7 @@ protected:
   }
   bool isFuse() const { return GetParam() == "fuse"; }
 
-  const std::string mFile = testing::TempDir() + "tev-sim-test-" + std::to_string(getpid());
+  const std::string _file = testing::TempDir() + "tev-sim-test-" + std::to_string(getpid());
 };
 
 INSTANTIATE_TEST_SUITE_P(Nodes, TevSim, testing::Values("fuse", "files"), [](const auto& kind) { return kind.param; });
@@ -159,8 +153,8 @@ TEST_P(TevSim, ScriptsFindABoard) {
       {{},
        "ls -A /tmp | grep -E 'Task|log'; > /tmp/x && echo written",
        "tAdminAppTask.0\ntStreamAppTask.229383\ntVideoPhalTask.98307\ntransient.log\nwritten\n=0"},
-      {{"--log", mFile}, "test -e " + mFile + " || echo hidden", "hidden\n=0"},
-      {{"--log", mFile, "--read-only-tmp", "--shared-tmp"}, "ls " + mFile, mFile + "\n=0"},
+      {{"--log", _file}, "test -e " + _file + " || echo hidden", "hidden\n=0"},
+      {{"--log", _file, "--read-only-tmp", "--shared-tmp"}, "ls " + _file, _file + "\n=0"},
       {{"--read-only-tmp"}, "ls -A /tmp | grep -c -E 'Task|log'; test -w /tmp || echo not", "0\nnot\n=0"},
       {{},
        "ipcs -q | awk '/0x/{print $2}' | xargs; echo 98431 > /proc/sys/kernel/msg_next_id; ipcmk -Q",
@@ -178,8 +172,8 @@ TEST_P(TevSim, LogTellsWhatReachedTheBoard) {
                              "/mnt/tev/sys/bin/eeprom-write-serialnum-arm-none 'A\" B';"
                              "{ printf 'write vlan 1 1 4 1'; printf 'write 0x05 0x80'; } >> "
                              "/sys/module/ksz8864/drivers/smi; cat 1-004c/speed > /dev/null; cat /var/log/board.log";
-  const std::string inside = run({"--log", mFile}, script);
-  std::string outside = contents(mFile);
+  const std::string inside = run({"--log", _file}, script);
+  std::string outside = contents(_file);
   EXPECT_NE(inside.find(outside), inside.npos) << "both logs are the same";
   if (!isFuse()) {
     EXPECT_EQ(outside.find("note: nodes are plain files"), 0U);
@@ -212,9 +206,9 @@ TEST_P(TevSim, NothingOfTheMachineChanges) {
   const Words look = {"sh", "-c", "ls -A / /opt /mnt /var/log; cat /proc/mounts; ipcs -q; ls /sys/class"};
   const std::string before = outputOf(look);
   EXPECT_EQ(
-      run({"--dump", mFile}, "> /opt/tev/a; > /mnt/tev/b; > /var/log/c; ipcmk -Q >/dev/null; echo 0 > 1-004c/speed"),
+      run({"--dump", _file}, "> /opt/tev/a; > /mnt/tev/b; > /var/log/c; ipcmk -Q >/dev/null; echo 0 > 1-004c/speed"),
       "=0");
-  EXPECT_NE(contents(mFile).find("\n/sys/bus/i2c/devices/1-004c/speed \"0\\n\"\n"), std::string::npos);
+  EXPECT_NE(contents(_file).find("\n/sys/bus/i2c/devices/1-004c/speed \"0\\n\"\n"), std::string::npos);
   TearDown();
   EXPECT_EQ(outputOf(look), before);
   const std::string beside = "for f in /opt /mnt; do ls -A $f | grep -v '^tev$'; done; cat /etc/passwd";
@@ -222,13 +216,13 @@ TEST_P(TevSim, NothingOfTheMachineChanges) {
 }
 
 TEST_P(TevSim, CommandStartsWhereverItIs) {
-  std::ofstream(mFile) << "#!/bin/sh\necho $1 $(ls -A /tmp | grep -c test-)\n";
-  ASSERT_EQ(chmod(mFile.c_str(), 0755), 0);
+  std::ofstream(_file) << "#!/bin/sh\necho $1 $(ls -A /tmp | grep -c test-)\n";
+  ASSERT_EQ(chmod(_file.c_str(), 0755), 0);
   const auto start = [&](const std::string& command) {
     return outputOf({"sh", "-c", "cd /tmp; " TEV_SIM_PROGRAM " -- " + command + " 2>&1; echo =$?"});
   };
-  EXPECT_EQ(start(mFile + " 'a b'"), "a b 0\n=0\n") << "hidden by the private /tmp";
-  EXPECT_EQ(start("./" + mFile.substr(mFile.rfind('/') + 1) + " c"), "c 0\n=0\n") << "and named in its folder";
+  EXPECT_EQ(start(_file + " 'a b'"), "a b 0\n=0\n") << "hidden by the private /tmp";
+  EXPECT_EQ(start("./" + _file.substr(_file.rfind('/') + 1) + " c"), "c 0\n=0\n") << "and named in its folder";
   EXPECT_EQ(outputOf({"sh", "-c", "cd /sys; " TEV_SIM_PROGRAM " -- sh -c 'pwd; cat bus/i2c/devices/2-0020/format'"}),
             "/sys\nhdmi\n");
   EXPECT_EQ(start("sh -c 'test -e /proc/self/fd/0 || echo closed' <&-"), "closed\n=0\n");
