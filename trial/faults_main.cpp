@@ -133,7 +133,7 @@ constexpr char noThread[] = "krThreadSpawn Failed to spawn [tCliAppTask], ";
 
 Run play(const std::string& program, const Page& page, const std::string& preload) {
   Queue::remove();
-  Shell shell(program, preload, page.variable);
+  Shell shell(program, {preload, page.variable});
   Run run;
   std::string text;
   Shell::State state = shell.awaitPrompt(&text);

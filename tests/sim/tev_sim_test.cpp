@@ -1,77 +1,17 @@
 // tev-sim itself, run with small scripts in place of the shell.
-#include "sim/Descriptor.h"
 #include "tests/Contents.h"
+#include "trial/Child.h"
 
 #include <csignal>
-#include <fcntl.h>
 #include <fstream>
 #include <gtest/gtest.h>
-#include <poll.h>
-#include <pty.h>
 #include <sys/wait.h>
 
 namespace {
 
-using sim::Descriptor;
-using Words = std::vector<std::string>;
-
-// A program, read through a pipe or a terminal.
-class Child {
-public:
-  Child(Words words, bool onTerminal) {
-    std::vector<char*> arguments;
-    for (std::string& word : words)
-      arguments.push_back(word.data());
-    arguments.push_back(nullptr);
-    int ends[2] = {-1, -1};
-    if (onTerminal) {
-      _pid = forkpty(&ends[0], nullptr, nullptr, nullptr);
-    } else if (pipe2(ends, O_CLOEXEC) == 0) {
-      _pid = fork();
-      if (_pid == 0 && (dup2(ends[1], 1) < 0 || dup2(ends[1], 2) < 0)) _exit(99);
-    }
-    if (_pid == 0) {
-      execvp(arguments[0], arguments.data());
-      _exit(99);
-    }
-    _output = Descriptor(ends[0]);
-    const Descriptor childsEnd(ends[1]);
-  }
-
-  // Reads to the end of `text`, without it to the end of all output. A long wait fails the test.
-  std::string readTo(const std::string& text = "") {
-    pollfd wait = {_output.get(), POLLIN, 0};
-    char some[4096];
-    size_t found = _read.npos;
-    while (text.empty() || (found = _read.find(text)) == _read.npos) {
-      const bool silent = poll(&wait, 1, 60000) == 0;
-      const ssize_t size = silent ? 0 : read(_output.get(), some, sizeof some);
-      if (silent || (size <= 0 && !text.empty())) ADD_FAILURE() << "no \"" << text << "\" after: " << _read;
-      if (size <= 0) return std::exchange(_read, "");
-      _read.append(some, static_cast<size_t>(size));
-    }
-    const std::string before = _read.substr(0, found + text.size());
-    _read.erase(0, before.size());
-    return before;
-  }
-  void type(const std::string& keys) {
-    EXPECT_EQ(write(_output.get(), keys.data(), keys.size()), static_cast<ssize_t>(keys.size()));
-  }
-  void send(int signal) const { EXPECT_EQ(kill(_pid, signal), 0); }
-  pid_t pid() const { return _pid; }
-  // Like $? of a shell.
-  int wait() const {
-    if (testing::Test::HasFailure()) send(SIGKILL); // it may never end by itself
-    int status = 0;
-    EXPECT_EQ(waitpid(_pid, &status, 0), _pid);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-  }
-
-private:
-  pid_t _pid = -1;
-  Descriptor _output;
-  std::string _read;
-};
+using trial::Child;
+using trial::Words;
+using Streams = Child::Streams;
 
 Words tevSim(const Words& options, const std::string& script) {
   Words words = {TEV_SIM_PROGRAM};
@@ -80,13 +20,18 @@ Words tevSim(const Words& options, const std::string& script) {
   return words;
 }
 
-std::string outputOf(const Words& words) { return Child(words, false).readTo(); }
+std::string outputOf(const Words& words) {
+  Child child(words, Streams::output);
+  const std::string output = child.readTo();
+  (void)child.wait();
+  return output;
+}
 
 // Every test runs with both kinds of nodes, as far as the machine lets it.
 class TevSim : public testing::TestWithParam<std::string> {
 protected:
   void SetUp() override {
-    Child probe({TEV_SIM_PROGRAM, "--nodes", GetParam(), "--probe"}, false);
+    Child probe({TEV_SIM_PROGRAM, "--nodes", GetParam(), "--probe"}, Streams::output);
     const std::string reason = probe.readTo();
     if (const int status = probe.wait(); status == 125) {
       GTEST_SKIP() << reason;
@@ -102,7 +47,7 @@ protected:
   }
   // What the script prints in the folder of the I2C devices, and after it how tev-sim ends.
   std::string run(const Words& more, const std::string& script) const {
-    Child child(tevSim(options(more), "cd /sys/bus/i2c/devices; exec 2>&1; " + script), false);
+    Child child(tevSim(options(more), "cd /sys/bus/i2c/devices; exec 2>&1; " + script), Streams::output);
     const std::string output = child.readTo();
     return output + "=" + std::to_string(child.wait());
   }
@@ -233,7 +178,7 @@ TEST_P(TevSim, CommandStartsWhereverItIs) {
 
 TEST_P(TevSim, KillingItLeavesNothing) {
   for (const int signal : {SIGKILL, SIGTERM}) {
-    Child child(tevSim(options(), "trap 'echo term; exit 3' TERM; setsid sleep 1000 & echo up; wait"), false);
+    Child child(tevSim(options(), "trap 'echo term; exit 3' TERM; setsid sleep 1000 & echo up; wait"), Streams::output);
     child.readTo("up\n");
     child.send(signal);
     EXPECT_EQ(child.readTo(), signal == SIGKILL ? "" : "term\n") << "ends when the last process has ended";
@@ -242,19 +187,20 @@ TEST_P(TevSim, KillingItLeavesNothing) {
 }
 
 TEST_P(TevSim, StatusIsSeenFromAnotherTerminal) {
-  Child board(tevSim(options(), "echo up; cat; printf 1 > /sys/class/gpio/gpio26/value; echo on; cat"), true);
+  Child board(tevSim(options(), "echo up; cat; printf 1 > /sys/class/gpio/gpio26/value; echo on; cat"),
+              Streams::terminal);
   board.readTo("up\r\n");
   const std::string pid = std::to_string(board.pid());
   const std::string once = outputOf({TEV_SIM_PROGRAM, "--status", "--pid", pid});
   EXPECT_EQ(once.find("board of tev-sim " + pid + " "), 0U) << once;
   EXPECT_NE(once.find("\n/sys/class/gpio/gpio26/value               \"0\\n\"\n"), once.npos) << once;
-  Child watch({TEV_SIM_PROGRAM, "--watch", "--pid=" + pid}, true);
+  Child watch({TEV_SIM_PROGRAM, "--watch", "--pid=" + pid}, Streams::terminal);
   watch.readTo("\x1b[2J\x1b[Hboard of tev-sim " + pid);
   for (int line = 1; line < 24; ++line)
     EXPECT_LE(watch.readTo("\x1b[K\r\n").size(), 79U + 5U);
   EXPECT_EQ(watch.readTo("\x1b[J"), "\x1b[J") << "no more than the terminal has lines";
   watch.readTo("\x1b[H");
-  Child print({TEV_SIM_PROGRAM, "--watch", "--pid=" + pid}, false);
+  Child print({TEV_SIM_PROGRAM, "--watch", "--pid=" + pid}, Streams::output);
   print.readTo("gpio26/value               \"0");
   board.type("\x04");
   board.readTo("on\r\n");
@@ -274,7 +220,7 @@ TEST_P(TevSim, TerminalBelongsToTheCommand) {
   Child shell({"sh", "-c",
                "set -m; " + board + "cat; echo rc $?; fg; echo rc $?;" + board +
                    "sh -c 'trap \"echo caught\" INT; trap \"\" TSTP; echo ready; cat; exit 5'; echo rc $?"},
-              true);
+              Streams::terminal);
   shell.type("one\n");
   shell.readTo("one\r\none\r\n"); // the terminal's echo, and cat
   shell.type("\x1a");

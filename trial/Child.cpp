@@ -1,0 +1,110 @@
+#include "trial/Child.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <fcntl.h>
+#include <poll.h>
+#include <pty.h>
+#include <stdexcept>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <system_error>
+#include <unistd.h>
+#include <utility>
+
+namespace trial {
+
+namespace {
+
+int check(int result, const char* what) {
+  if (result < 0) throw std::system_error(errno, std::generic_category(), what);
+  return result;
+}
+
+[[noreturn]] void become(Words& words, Words& environment) {
+  (void)prctl(PR_SET_PDEATHSIG, SIGKILL); // cannot fail
+  for (std::string& setting : environment)
+    (void)putenv(setting.data()); // lives until the program is replaced
+  std::vector<char*> arguments;
+  for (std::string& word : words)
+    arguments.push_back(word.data());
+  arguments.push_back(nullptr);
+  (void)execvp(arguments[0], arguments.data());
+  _exit(127);
+}
+
+} // namespace
+
+Child::Child(Words words, Streams streams, Words environment) {
+  if (streams == Streams::terminal) {
+    _pid = check(forkpty(&_out, nullptr, nullptr, nullptr), "forkpty");
+    if (_pid == 0) become(words, environment);
+    _in = check(fcntl(_out, F_DUPFD_CLOEXEC, 0), "dup");
+    return;
+  }
+  int in[2] = {-1, -1}, out[2] = {-1, -1};
+  if (streams == Streams::inputAndOutput) check(pipe2(in, O_CLOEXEC), "pipe");
+  check(pipe2(out, O_CLOEXEC), "pipe");
+  _pid = check(fork(), "fork");
+  if (_pid == 0) {
+    if ((in[0] >= 0 && dup2(in[0], 0) < 0) || dup2(out[1], 1) < 0 || dup2(out[1], 2) < 0) _exit(126);
+    become(words, environment);
+  }
+  if (in[0] >= 0) (void)close(in[0]);
+  (void)close(out[1]);
+  _in = in[1];
+  _out = out[0];
+}
+
+Child::~Child() {
+  if (_pid > 0) {
+    (void)kill(_pid, SIGKILL);
+    (void)waitpid(_pid, nullptr, 0);
+  }
+  endInput();
+  (void)close(_out);
+}
+
+void Child::type(const std::string& text) const {
+  const ssize_t written = write(_in, text.data(), text.size()); // fails when it has ended: seen when reading
+  (void)written;
+}
+
+void Child::endInput() {
+  if (_in >= 0) (void)close(_in);
+  _in = -1;
+}
+
+Child::Came Child::readMore(int longest) {
+  pollfd wait = {_out, POLLIN, 0};
+  if (poll(&wait, 1, longest) == 0) return Came::nothing;
+  char piece[4096];
+  const ssize_t count = read(_out, piece, sizeof piece); // fails at the end of a terminal
+  if (count <= 0) return Came::end;
+  unread.append(piece, static_cast<size_t>(count));
+  return Came::text;
+}
+
+std::string Child::readTo(const std::string& text) {
+  size_t found = unread.npos;
+  while (text.empty() || (found = unread.find(text)) == unread.npos) {
+    const Came came = readMore();
+    if (came == Came::end && text.empty()) return std::exchange(unread, "");
+    if (came != Came::text) throw std::runtime_error("no \"" + text + "\" after: " + unread);
+  }
+  const std::string before = unread.substr(0, found + text.size());
+  unread.erase(0, before.size());
+  return before;
+}
+
+void Child::send(int signal) const { check(kill(_pid, signal), "kill"); }
+
+int Child::wait() {
+  int status = 0;
+  check(waitpid(_pid, &status, 0), "waitpid");
+  _pid = -1;
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+} // namespace trial

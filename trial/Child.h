@@ -1,0 +1,54 @@
+// A program that somebody types to and reads from.
+#ifndef TEV_TRIAL_CHILD_H
+#define TEV_TRIAL_CHILD_H
+
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+namespace trial {
+
+using Words = std::vector<std::string>;
+
+/// Failures of the system are thrown as std::system_error.
+class Child {
+public:
+  /// What is connected to pipes of ours, or to a terminal of its own. What is not stays that of this process.
+  enum class Streams { output, inputAndOutput, terminal };
+
+  /// Starts the program with these words, and NAME=VALUE added to its environment. Both output streams are one.
+  Child(Words words, Streams streams, Words environment = {});
+  /// Kills a program that has not been waited for.
+  ~Child();
+  Child(const Child&) = delete;
+  Child& operator=(const Child&) = delete;
+
+  /// A program that has ended does not care.
+  void type(const std::string& text) const;
+  void endInput();
+
+  enum class Came { text, end, nothing };
+
+  /// Waits up to `longest` milliseconds for more of its output, and adds that to what is unread.
+  Came readMore(int longest = 60'000);
+
+  /// Reads to the end of `text`, without it to the end of all output. Throws std::runtime_error if that does not come.
+  std::string readTo(const std::string& text = "");
+
+  void send(int signal) const;
+  pid_t pid() const { return _pid; }
+
+  /// Waits for its end. Its exit status, 128 + n for signal n.
+  int wait();
+
+  std::string unread; ///< read and not looked at yet
+
+private:
+  pid_t _pid = -1;
+  int _in = -1;
+  int _out = -1;
+};
+
+} // namespace trial
+
+#endif
