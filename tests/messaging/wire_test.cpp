@@ -3,22 +3,8 @@
 #include "tests/messaging/Fixture.h"
 
 #include "log/tevlog.h"
-#include "messaging/AdminControlReqMsg.h"
-#include "messaging/AdminControlRespMsg.h"
-#include "messaging/GetVideoResolutionReqMsg.h"
-#include "messaging/GetVideoResolutionRespMsg.h"
+#include "messaging/Messages.h"
 #include "messaging/MsgQueue.h"
-#include "messaging/SetAudioSourceReqMsg.h"
-#include "messaging/SetAudioSourceRespMsg.h"
-#include "messaging/SetLoggingModeReqMsg.h"
-#include "messaging/SetVideoModeReqMsg.h"
-#include "messaging/SetVideoModeRespMsg.h"
-#include "messaging/SetVideoResolutionReqMsg.h"
-#include "messaging/SetVideoResolutionRespMsg.h"
-#include "messaging/StreamControlReqMsg.h"
-#include "messaging/StreamControlRespMsg.h"
-#include "messaging/TakeSnapshotReqMsg.h"
-#include "messaging/TakeSnapshotRespMsg.h"
 
 #include <algorithm>
 #include <cstring>
