@@ -1,7 +1,7 @@
-// What several tests of this folder need: locks as one place of the source takes them, work on other threads, and what
-// is printed meanwhile.
-#ifndef TEV_TESTS_PLATFORM_ELSEWHERE_H
-#define TEV_TESTS_PLATFORM_ELSEWHERE_H
+// What tests of several folders need: locks as one place of the source takes them, work on other threads, and what is
+// printed meanwhile.
+#ifndef TEV_TESTS_ELSEWHERE_H
+#define TEV_TESTS_ELSEWHERE_H
 
 #include "platform/kr.h"
 #include "tests/Contents.h"
@@ -31,6 +31,16 @@ inline int elsewhere(const std::function<int()>& work) {
   int result = 0;
   std::thread([&] { result = work(); }).join();
   return result;
+}
+
+/// Spawns a thread for `work`, which has to outlive it, and in which a cancelled one leaves no destructor uncalled.
+template <class Work>
+KrThreadId spawn(Work& work) {
+  const KrThreadEntry entry = [](intptr_t itself, auto...) {
+    (*reinterpret_cast<Work*>(itself))();
+    return 0;
+  };
+  return krThreadSpawn("x", KR_KEEP_PRIORITY, 0, entry, reinterpret_cast<intptr_t>(&work), 0, 0, 0, 0, 0, 0, 0, 0, 0);
 }
 
 inline void waitUntil(const std::function<bool()>& condition) {

@@ -1,6 +1,6 @@
 // Files for the tests to work on.
-#ifndef TEV_TESTS_PLATFORM_SCRATCH_H
-#define TEV_TESTS_PLATFORM_SCRATCH_H
+#ifndef TEV_TESTS_SCRATCH_H
+#define TEV_TESTS_SCRATCH_H
 
 #include <cstdlib>
 #include <filesystem>

@@ -1,6 +1,7 @@
 #include "trial/Child.h"
 
-#include <cerrno>
+#include "sim/Failure.h"
+
 #include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
@@ -9,7 +10,6 @@
 #include <stdexcept>
 #include <sys/prctl.h>
 #include <sys/wait.h>
-#include <system_error>
 #include <unistd.h>
 #include <utility>
 
@@ -17,10 +17,7 @@ namespace trial {
 
 namespace {
 
-int check(int result, const char* what) {
-  if (result < 0) throw std::system_error(errno, std::generic_category(), what);
-  return result;
-}
+using sim::check;
 
 [[noreturn]] void become(Words& words, Words& environment) {
   (void)prctl(PR_SET_PDEATHSIG, SIGKILL); // cannot fail
@@ -45,14 +42,15 @@ Child::Child(Words words, Streams streams, Words environment) {
   }
   int in[2] = {-1, -1}, out[2] = {-1, -1};
   if (streams == Streams::inputAndOutput) check(pipe2(in, O_CLOEXEC), "pipe");
-  check(pipe2(out, O_CLOEXEC), "pipe");
+  if (streams != Streams::none) check(pipe2(out, O_CLOEXEC), "pipe");
   _pid = check(fork(), "fork");
   if (_pid == 0) {
-    if ((in[0] >= 0 && dup2(in[0], 0) < 0) || dup2(out[1], 1) < 0 || dup2(out[1], 2) < 0) _exit(126);
+    if (in[0] >= 0 && dup2(in[0], 0) < 0) _exit(126);
+    if (out[1] >= 0 && (dup2(out[1], 1) < 0 || dup2(out[1], 2) < 0)) _exit(126);
     become(words, environment);
   }
-  if (in[0] >= 0) (void)close(in[0]);
-  (void)close(out[1]);
+  for (const int theirs : {in[0], out[1]})
+    if (theirs >= 0) (void)close(theirs);
   _in = in[1];
   _out = out[0];
 }
@@ -63,7 +61,7 @@ Child::~Child() {
     (void)waitpid(_pid, nullptr, 0);
   }
   endInput();
-  (void)close(_out);
+  if (_out >= 0) (void)close(_out);
 }
 
 void Child::type(const std::string& text) const {

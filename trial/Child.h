@@ -14,7 +14,7 @@ using Words = std::vector<std::string>;
 class Child {
 public:
   /// What is connected to pipes of ours, or to a terminal of its own. What is not stays that of this process.
-  enum class Streams { output, inputAndOutput, terminal };
+  enum class Streams { none, output, inputAndOutput, terminal };
 
   /// Starts the program with these words, and NAME=VALUE added to its environment. Both output streams are one.
   Child(Words words, Streams streams, Words environment = {});

@@ -1,16 +1,19 @@
 #include "tests/e2e/Session.h"
 
 #include "tests/Contents.h"
+#include "trial/Child.h"
 #include "trial/ThreadLines.h"
 
 #include <algorithm>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <stdexcept>
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
+
+using Streams = trial::Child::Streams;
 
 std::string environmentOr(const char* name, const char* otherwise) {
   const char* value = std::getenv(name);
@@ -33,11 +36,6 @@ std::string unescaped(const std::string& line) {
     }
   }
   return text + '\n';
-}
-
-int run(const std::string& commandLine) {
-  const int status = std::system(commandLine.c_str());
-  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
 } // namespace
@@ -87,21 +85,19 @@ Outcome play(const Session& session) {
   (void)setenv("TEV_PUT_SN", TEV_PUT_SN_PATH, 0);
 
   Outcome outcome;
-  outcome.status = run("exec timeout 60 " + sim + " --private-tmp --frozen --log " + base + "/board " +
-                       session.options + "-- " + (session.command.empty() ? cli : session.command) + " < " + base +
-                       "/in > " + base + "/out 2> " + base + "/err");
+  const std::string line = "exec timeout 60 " + sim + " --private-tmp --frozen --log " + base + "/board " +
+                           session.options + "-- " + (session.command.empty() ? cli : session.command) + " < " + base +
+                           "/in > " + base + "/out 2> " + base + "/err";
+  outcome.status = trial::Child({"sh", "-c", line}, Streams::none).wait();
   outcome.out = trial::withoutThreadLines(contents(base + "/out"));
   outcome.err = trial::withoutThreadLines(contents(base + "/err"));
   outcome.board = contents(base + "/board");
-  if (run("rm -rf " + base) != 0) throw std::runtime_error("cannot remove " + base);
+  std::filesystem::remove_all(base);
   return outcome;
 }
 
 std::string whyNotPlayable() {
-  FILE* probe = popen((environmentOr("TEV_SIM", TEV_SIM_PATH) + " --probe 2>&1").c_str(), "r");
-  if (probe == nullptr) return "the probe cannot be run";
-  std::string reason;
-  for (int c = std::fgetc(probe); c != EOF; c = std::fgetc(probe))
-    reason += static_cast<char>(c);
-  return pclose(probe) == 0 ? "" : "no stand-in appliance here: " + reason;
+  trial::Child probe({"sh", "-c", environmentOr("TEV_SIM", TEV_SIM_PATH) + " --probe"}, Streams::output);
+  const std::string reason = probe.readTo();
+  return probe.wait() == 0 ? "" : "no stand-in appliance here: " + reason;
 }

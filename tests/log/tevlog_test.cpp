@@ -1,7 +1,7 @@
 #include "log/tevlog.h"
 
-#include "platform/kr.h"
-#include "tests/Contents.h"
+#include "tests/Elsewhere.h"
+#include "tests/Scratch.h"
 
 #include <cstdlib>
 #include <fstream>
@@ -17,19 +17,7 @@ namespace {
 // When positive, counts down with each allocation; the one that reaches zero fails.
 int allocationsUntilFailure = 0;
 
-class TraceLog : public ::testing::Test {
-protected:
-  void SetUp() override {
-    char pattern[] = "/tmp/tevlog-test.XXXXXX";
-    ASSERT_NE(mkdtemp(pattern), nullptr);
-    _dir = pattern;
-  }
-  void TearDown() override { ASSERT_EQ(std::system(("rm -rf " + _dir).c_str()), 0); }
-  std::string path(const std::string& name) const { return _dir + "/" + name; }
-
-private:
-  std::string _dir;
-};
+using TraceLog = Scratch;
 
 } // namespace
 
@@ -42,7 +30,7 @@ void* operator new(std::size_t size) {
 [[gnu::noinline]] void operator delete(void* block, std::size_t) noexcept { std::free(block); }
 
 TEST_F(TraceLog, WritesEveryKindOfValueInTheBaseLastSet) {
-  const std::string file = path("a.log");
+  const std::string file = "a.log";
   tev::tevlog log(file.c_str());
   log << "lost" << tev::hex << 1 << tev::endl; // disabled: no text, no change of base
   log << tev::enable << 'c' << ' ' << 255 << ' ' << -5 << ' ' << 4294967295u << ' ' << -7L << tev::endl;
@@ -66,7 +54,7 @@ TEST_F(TraceLog, WritesEveryKindOfValueInTheBaseLastSet) {
 }
 
 TEST_F(TraceLog, AssignmentHandsTheFileOver) {
-  const std::string first = path("first"), second = path("second");
+  const std::string first = "first", second = "second";
   tev::tevlog a(first.c_str());
   a << tev::enable << "one" << tev::endl << "unflushed";
   {
@@ -85,19 +73,19 @@ TEST_F(TraceLog, AssignmentHandsTheFileOver) {
 
 TEST_F(TraceLog, InitlogStartsAnEmptyDisabledFileOfAnyNameLength) {
   EXPECT_EQ(contents("/tmp/transient.log"), "");
-  const std::string longName = path(std::string(200, 'n'));
+  const std::string longName(200, 'n');
   std::ofstream(longName) << "of an earlier run";
   tev::initlog(longName.c_str());
   tev::log << "before enable" << tev::endl << tev::enable << "start" << tev::endl;
   EXPECT_EQ(contents(longName), "start\n");
-  tev::initlog(path("next").c_str());
+  tev::initlog("next");
   EXPECT_FALSE(tev::log.IsEnabled());
   tev::initlog("/nonexistent/directory/log");
   tev::log << tev::enable << "lost" << tev::endl; // silently
 }
 
 TEST_F(TraceLog, InitlogWithoutMemoryChangesNothing) {
-  const std::string file = path("kept.log"), other = path(std::string(100, 'o'));
+  const std::string file = "kept.log", other(100, 'o');
   tev::initlog(file.c_str());
   tev::log << tev::enable;
   int failures = 0;
@@ -117,7 +105,7 @@ TEST_F(TraceLog, InitlogWithoutMemoryChangesNothing) {
 }
 
 TEST_F(TraceLog, TwoThreadsNeverMixWithinOnePiece) {
-  const std::string file = path("threads.log");
+  const std::string file = "threads.log";
   tev::tevlog log(file.c_str());
   log << tev::enable;
   constexpr int lines = 5000;
@@ -140,27 +128,18 @@ TEST_F(TraceLog, TwoThreadsNeverMixWithinOnePiece) {
   }
 }
 
-namespace {
-
-tev::tevlog* floodedLog = nullptr;
-
-// What a cancelled thread runs: nothing here has a destructor.
-int flood(intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t) {
-  for (;;)
-    *floodedLog << "a line of the flood " << 1 << tev::endl;
-}
-
-} // namespace
-
 TEST_F(TraceLog, ACancelledThreadLeavesTheLogFree) {
 #if defined(__SANITIZE_THREAD__)
   GTEST_SKIP() << "the thread sanitizer's own frames do not stand asynchronous cancellation";
 #endif
-  tev::tevlog log(path("flood.log").c_str());
+  tev::tevlog log("flood.log");
   log << tev::enable;
-  floodedLog = &log;
+  auto flood = [&] {
+    for (;;)
+      log << "a line of the flood " << 1 << tev::endl;
+  };
   for (int round = 0; round < 100; ++round) {
-    const KrThreadId thread = krThreadSpawn("flood", KR_KEEP_PRIORITY, 0, flood, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0);
+    const KrThreadId thread = spawn(flood);
     ASSERT_NE(thread, KR_NO_THREAD);
     usleep(static_cast<useconds_t>(200 + round * 7));
     ASSERT_EQ(krThreadDelete(thread) + krThreadAwaitEnd(thread), 0);

@@ -5,10 +5,8 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <fcntl.h>
 #include <fstream>
 #include <sched.h>
-#include <sstream>
 #include <sys/ipc.h>
 #include <sys/mount.h>
 #include <sys/msg.h>
@@ -16,12 +14,7 @@
 
 namespace {
 
-bool writeTo(const char* path, const std::string& text) {
-  const int fd = open(path, O_WRONLY | O_CLOEXEC);
-  const bool written = fd >= 0 && write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
-  if (fd >= 0) close(fd);
-  return written;
-}
+bool writeTo(const char* path, const std::string& text) { return !(std::ofstream(path) << text << std::flush).fail(); }
 
 // Empty, or what the machine refuses.
 std::string enterNamespaces() {
@@ -41,8 +34,6 @@ std::string enterNamespaces() {
   return "";
 }
 
-size_t traceSeen = 0;
-
 } // namespace
 
 void Messaging::SetUp() {
@@ -50,15 +41,6 @@ void Messaging::SetUp() {
   if (!obstacle.empty()) GTEST_SKIP() << obstacle;
   tev::initlog("/tmp/trace.log");
   tev::log << tev::enable;
-  traceSeen = 0;
-}
-
-std::string Messaging::trace() {
-  std::ostringstream text;
-  text << std::ifstream("/tmp/trace.log").rdbuf();
-  const std::string fresh = text.str().substr(std::min(traceSeen, text.str().size()));
-  traceSeen = text.str().size();
-  return fresh;
 }
 
 std::string hex(const void* bytes, size_t size) {

@@ -2,6 +2,8 @@
 #ifndef TEV_TESTS_MESSAGING_FIXTURE_H
 #define TEV_TESTS_MESSAGING_FIXTURE_H
 
+#include "tests/Contents.h"
+
 #include <gtest/gtest.h>
 #include <string>
 
@@ -12,7 +14,10 @@ protected:
   void SetUp() override;
 
   /// What the trace log has received since the last call.
-  static std::string trace();
+  std::string trace() { return traceLog.news(); }
+
+private:
+  Growing traceLog{"/tmp/trace.log"};
 };
 
 /// Bytes as "00 6a ...".

@@ -8,12 +8,12 @@
 #include "messaging/ProxyCommObj.h"
 #include "messaging/SetVideoModeReqMsg.h"
 #include "messaging/SetVideoModeRespMsg.h"
+#include "tests/Elsewhere.h"
 
 #include <atomic>
 #include <chrono>
 #include <cstring>
 #include <fcntl.h>
-#include <functional>
 #include <memory>
 #include <signal.h>
 #include <sys/ipc.h>
@@ -29,11 +29,6 @@ namespace {
 
 using namespace std::chrono_literals;
 
-bool exists(const std::string& path) {
-  struct stat status;
-  return stat(path.c_str(), &status) == 0;
-}
-
 bool queueExists(int id) {
   struct msqid_ds status;
   return msgctl(id, IPC_STAT, &status) == 0;
@@ -43,15 +38,6 @@ std::string replaced(std::string text, const std::string& what, const std::strin
   for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + with.size()))
     text.replace(at, what.size(), with);
   return text;
-}
-
-// Runs `condition` until it holds, at most 10 seconds.
-bool eventually(const std::function<bool()>& condition) {
-  for (int i = 0; i < 1000; ++i) {
-    if (condition()) return true;
-    std::this_thread::sleep_for(10ms);
-  }
-  return false;
 }
 
 // A sixteenth message, whose handler counts.
@@ -147,7 +133,7 @@ TEST_F(Endpoint, HasAQueueAPipeAndAPlaceInTheTables) {
   const std::string pipeName = cli->GetPipeName();
   const int queueId = cli->GetMsgQId();
   CommObj::StopAll();
-  EXPECT_FALSE(exists(pipeName));
+  EXPECT_EQ(access(pipeName.c_str(), F_OK), -1);
   EXPECT_FALSE(queueExists(queueId));
   EXPECT_EQ(CommObj::TaskId2CommObj(static_cast<unsigned long>(queueId)), nullptr);
 }
@@ -358,20 +344,20 @@ TEST_F(Endpoint, ReceivesWhatItHasPrototypesFor) {
   send(std::string("\0\x64\0\0", 4)); // no prototype
   send("");                           // not even an id
   send(counted);
-  ASSERT_TRUE(eventually([] { return CountedMsg::handled == 1; }));
+  waitUntil([] { return CountedMsg::handled == 1; });
   EXPECT_EQ(CountedMsg::lastWord, 0x0102);
   send(counted.substr(0, 12)); // the payload is missing, and must not be that of the message before
-  ASSERT_TRUE(eventually([] { return CountedMsg::handled == 2; }));
+  waitUntil([] { return CountedMsg::handled == 2; });
   EXPECT_EQ(CountedMsg::lastWord, 0);
   EXPECT_EQ(endpoint->GetPid(), static_cast<uint16_t>(getpid()));
-  ASSERT_TRUE(eventually([] { return CountedMsg::alive == 0; })) << "handled messages are deleted";
+  waitUntil([] { return CountedMsg::alive == 0; }); // handled messages are deleted
   const std::string id = std::to_string(queue);
   const std::string log = trace();
   EXPECT_EQ(log.substr(log.find('\n') + 1), "CommObj::run() - dropping an oversized message from msgQ: " + id +
                                                 "\nMsgObj::Make(): returning 0 for creation request of msgid: 100\n"
                                                 "MsgObj::Make(): returning 0 for creation request of msgid: 0\n");
   ASSERT_EQ(msgctl(queue, IPC_RMID, nullptr), 0);
-  ASSERT_TRUE(eventually([&] { return trace() == "CommObj::run() - msgQ is gone: " + id + "\n"; }));
+  waitUntil([&] { return trace() == "CommObj::run() - msgQ is gone: " + id + "\n"; });
 }
 
 // However the flood and the end meet, the thread is gone before its endpoint, and leaves no lock behind.

@@ -1,8 +1,8 @@
 #include "platform/krFile.h"
 
 #include "platform/shellQuote.h"
-#include "tests/platform/Elsewhere.h"
-#include "tests/platform/Scratch.h"
+#include "tests/Elsewhere.h"
+#include "tests/Scratch.h"
 
 #include <arpa/inet.h>
 #include <fcntl.h>

@@ -1,4 +1,4 @@
-#include "tests/platform/Elsewhere.h"
+#include "tests/Elsewhere.h"
 
 #include "platform/krMem.h"
 

@@ -1,7 +1,7 @@
 #include "platform/krLog.h"
 
 #include "platform/Uncancelled.h"
-#include "tests/platform/Elsewhere.h"
+#include "tests/Elsewhere.h"
 
 using std::string;
 using namespace testing::internal; // for capturing the console

@@ -1,4 +1,4 @@
-#include "tests/platform/Elsewhere.h"
+#include "tests/Elsewhere.h"
 
 #include "platform/CKrThread.h"
 #include "platform/Uncancelled.h"
@@ -26,12 +26,6 @@ public:
   std::atomic<bool> running{false};
   bool endless = true;
 };
-
-int startCounter(intptr_t counter, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t,
-                 intptr_t) {
-  reinterpret_cast<Counter*>(counter)->start("counter", KR_KEEP_PRIORITY, 0);
-  return 0;
-}
 
 } // namespace
 
@@ -69,8 +63,8 @@ TEST(ObjectThread, IsKnownWhoeverIsCancelledWhileStartingIt) {
   (void)printed([] {
     for (int round = 0; round < 50; ++round) {
       Counter counter;
-      const KrThreadId starter = krThreadSpawn("starter", KR_KEEP_PRIORITY, 0, startCounter,
-                                               reinterpret_cast<intptr_t>(&counter), 0, 0, 0, 0, 0, 0, 0, 0, 0);
+      auto start = [&] { counter.start("counter", KR_KEEP_PRIORITY, 0); };
+      const KrThreadId starter = spawn(start);
       while (!counter.running) {
       }
       (void)krThreadDelete(starter); // it may have ended

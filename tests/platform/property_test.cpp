@@ -1,7 +1,7 @@
 #include "platform/CKrProperty.h"
 
-#include "tests/platform/Elsewhere.h"
-#include "tests/platform/Scratch.h"
+#include "tests/Elsewhere.h"
+#include "tests/Scratch.h"
 
 #include <climits>
 #include <thread>

@@ -1,4 +1,4 @@
-#include "tests/platform/Elsewhere.h"
+#include "tests/Elsewhere.h"
 
 #include "platform/Diagnostic.h"
 #include "platform/Uncancelled.h"
@@ -32,36 +32,6 @@ int checkArguments(intptr_t a1, intptr_t a2, intptr_t a3, intptr_t a4, intptr_t 
   return 5;
 }
 
-int spin(intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t) {
-  for (ran = true;;) {
-  }
-}
-
-/// Makes calls that lock, allocate and print, over and over.
-int callTheLibrary(intptr_t sem, intptr_t mutex, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t,
-                   intptr_t) {
-  for (ran = true;;) {
-    krFree(krRealloc(krMalloc(100), 1000));
-    (void)krSemTake(reinterpret_cast<KrSem*>(sem), KR_NO_WAIT);
-    (void)krSemGive(reinterpret_cast<KrSem*>(sem));
-    kr::say(stdout, ".");
-    kr::uncancelled([=] { // a thread that is cancelled while it holds a lock keeps it
-      (void)lock(reinterpret_cast<KrMutex*>(mutex), KR_WAIT_FOREVER);
-      (void)krMutexUnlock(reinterpret_cast<KrMutex*>(mutex));
-    });
-  }
-}
-
-int askForPriority(intptr_t whom, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t,
-                   intptr_t) {
-  static int priority = 7;
-  for (ran = true;;)
-    (void)krThreadGetPriority(static_cast<KrThreadId>(whom), &priority);
-}
-
-KrThreadId spawn(KrThreadEntry entry, intptr_t a1 = 0, intptr_t a2 = 0) {
-  return krThreadSpawn("x", KR_KEEP_PRIORITY, 0, entry, a1, a2, 0, 0, 0, 0, 0, 0, 0, 0);
-}
 KrThreadId detached(const char* name) {
   return krThreadSpawn(name, 50, 64'000, checkArguments, INTPTR_MIN, 2, 3, 4, 5, 6, 7, 8, 9, INTPTR_MAX);
 }
@@ -141,18 +111,20 @@ TEST(Thread, SpawnsAreToldAndLogged) {
 }
 
 TEST(Thread, DefaultStackSizeAndFailureToSpawn) {
+  auto nothing = [] {};
   const std::pair<const char*, const char*> table[] = {
       {"", "0"},   {"nonsense", "0"}, {"131072", "131072"}, {"99999999999999999999", "2147483647"},
       {"5k", "5"}, {nullptr, "65536"}};
   for (const auto& [value, shown] : table) {
     (void)(value != nullptr ? setenv("KR_DEFAULT_STACKSIZE", value, 1) : unsetenv("KR_DEFAULT_STACKSIZE"));
-    EXPECT_TRUE(matches(printed([] { EXPECT_EQ(krThreadAwaitEnd(spawn(checkArguments)), 0); }),
+    EXPECT_TRUE(matches(printed([&] { EXPECT_EQ(krThreadAwaitEnd(spawn(nothing)), 0); }),
                         "krThreadSpawn x ss:" + std::string(shown) + " p:-1 tid:[-0-9]+\n"));
   }
   int error = 0;
   CaptureStderr();
   EXPECT_EQ(printed([&] {
-              EXPECT_EQ(krThreadSpawn_joinable("x", 50, -1, spin, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0), KR_NO_THREAD);
+              EXPECT_EQ(krThreadSpawn_joinable("x", 50, -1, checkArguments, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0),
+                        KR_NO_THREAD);
               error = errno;
             }),
             format("krThreadSpawn x ss:-1 p:50 tid:%lu\n", KR_NO_THREAD));
@@ -184,6 +156,10 @@ TEST(Thread, Priorities) {
 
 TEST(Thread, IsCancelledAnywhereAndRefusedWhenItIsNone) {
   ran = false;
+  auto spin = [] {
+    for (ran = true;;) {
+    }
+  };
   const KrThreadId tid = spawn(spin);
   waitUntil([] { return ran.load(); });
   expectCancellable([=] { (void)krThreadAwaitEnd(tid); });
@@ -205,10 +181,14 @@ TEST(Thread, ACancelledThreadLeavesTheOneItAskedForUsable) {
   GTEST_SKIP() << "the clean-up code of the thread sanitizer does not stand asynchronous cancellation";
 #endif
   int priority = 7;
+  auto ask = [self = krThreadIdSelf(), theirs = 7]() mutable {
+    for (ran = true;;)
+      (void)krThreadGetPriority(self, &theirs);
+  };
   (void)printed([&] {
     for (int round = 0; round < 300; ++round) {
       ran = false;
-      const KrThreadId tid = spawn(askForPriority, static_cast<intptr_t>(krThreadIdSelf()));
+      const KrThreadId tid = spawn(ask);
       waitUntil([] { return ran.load(); });
       ASSERT_EQ(sum({krThreadDelete(tid), krThreadAwaitEnd(tid)}), 0);
       ASSERT_EQ(krThreadGetPriority(krThreadIdSelf(), &priority), 0);
@@ -230,11 +210,20 @@ TEST(Thread, CancellingLeavesTheLibraryUsable) {
   }
   KrSem* const sem = krSemCreate(100'000);
   KrMutex* const mutex = krMutexCreate();
+  auto callTheLibrary = [=] { // that locks, allocates and prints
+    for (ran = true;;) {
+      krFree(krRealloc(krMalloc(100), 1000));
+      (void)krSemTake(sem, KR_NO_WAIT);
+      (void)krSemGive(sem);
+      kr::say(stdout, ".");
+      kr::uncancelled([=] { (void)sum({lock(mutex, KR_WAIT_FOREVER), krMutexUnlock(mutex)}); }); // else it may keep it
+    }
+  };
   CaptureStderr();
   const std::string console = printed([&] {
     for (int round = 0; round < 300; ++round) {
       ran = false;
-      const KrThreadId tid = spawn(callTheLibrary, reinterpret_cast<intptr_t>(sem), reinterpret_cast<intptr_t>(mutex));
+      const KrThreadId tid = spawn(callTheLibrary);
       if (round % 2 == 0) waitUntil([] { return ran.load(); }); // else it is cancelled before it begins, or about then
       ASSERT_EQ(sum({krThreadDelete(tid), krThreadAwaitEnd(tid)}), 0);
       ASSERT_EQ(sum({lock(mutex, KR_NO_WAIT), krMutexUnlock(mutex)}), 0);

@@ -1,5 +1,6 @@
 #include "sim/Board.h"
 #include "sim/Eeprom.h"
+#include "tests/Contents.h"
 
 #include <cerrno>
 #include <fcntl.h>
@@ -16,9 +17,10 @@ const std::string SMI = "/sys/module/ksz8864/drivers/smi";
 const std::string ALERT = "/sys/class/gpio/gpio27/value";
 
 struct BoardTest : testing::Test {
-  explicit BoardTest() : _logFile(memfd_create("log", MFD_CLOEXEC)) {
-    const int copy = fcntl(_logFile.get(), F_DUPFD_CLOEXEC, 0);
-    _log.addFile(Descriptor(copy));
+  BoardTest() {
+    Descriptor file(memfd_create("log", MFD_CLOEXEC));
+    _lines = Growing("/proc/self/fd/" + std::to_string(file.get()));
+    _log.addFile(std::move(file));
     _setup.frozen = true;
   }
   Board& board() {
@@ -36,20 +38,14 @@ struct BoardTest : testing::Test {
     return board().write(index(path), offset, bytes);
   }
   // The lines that are new since the last call.
-  std::string log() {
-    std::string all(100000, '\0');
-    all.resize(static_cast<size_t>(pread(_logFile.get(), all.data(), all.size(), _seen)));
-    _seen += static_cast<off_t>(all.size());
-    return all;
-  }
+  std::string log() { return _lines.news(); }
 
   Board::Setup _setup;
 
   BoardLog _log;
 
 private:
-  Descriptor _logFile;
-  off_t _seen = 0;
+  Growing _lines{""};
   std::unique_ptr<Board> _board;
 };
 

@@ -1,17 +1,10 @@
 // The service tasks, asked by an endpoint of our own: real messages on real queues.
-#include "messaging/AdminControlReqMsg.h"
 #include "messaging/CommObj.h"
-#include "messaging/GetVideoResolutionReqMsg.h"
-#include "messaging/GetVideoResolutionRespMsg.h"
+#include "messaging/Messages.h"
 #include "messaging/ProxyCommObj.h"
-#include "messaging/SetAudioSourceReqMsg.h"
-#include "messaging/SetLoggingModeReqMsg.h"
-#include "messaging/SetVideoModeReqMsg.h"
-#include "messaging/SetVideoResolutionReqMsg.h"
-#include "messaging/StreamControlReqMsg.h"
-#include "messaging/TakeSnapshotReqMsg.h"
 #include "sim/Appliance.h"
 #include "tests/Contents.h"
+#include "trial/Child.h"
 
 #include <chrono>
 #include <csignal>
@@ -19,12 +12,11 @@
 #include <gtest/gtest.h>
 #include <sys/msg.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
 
-using sim::ServiceTask;
+using Streams = trial::Child::Streams;
 using Clock = std::chrono::steady_clock;
 
 // Each test runs on a board of its own: outside, it only starts itself there.
@@ -38,15 +30,14 @@ protected:
       _console = new CommObj("tCliAppTask"); // the process is all there is to clean up
       return true;
     }
-    const std::string sim = TEV_SIM_PROGRAM " --frozen ";
-    if (run(sim + "--probe") == 125) {
+    if (trial::Child({TEV_SIM_PROGRAM, "--probe"}, Streams::none).wait() == 125) {
       skip();
     } else {
       const auto* test = testing::UnitTest::GetInstance()->current_test_info();
       const std::string self = std::string(test->test_suite_name()) + "." + test->name();
-      EXPECT_EQ(run("TEV_ON_BOARD=1 " + sim + options + " -- /proc/" + std::to_string(getpid()) +
-                    "/exe --gtest_brief=1 '--gtest_filter=" + self + "'"),
-                0);
+      const std::string line = TEV_SIM_PROGRAM " --frozen " + options + " -- /proc/" + std::to_string(getpid()) +
+                               "/exe --gtest_brief=1 '--gtest_filter=" + self + "'";
+      EXPECT_EQ(trial::Child({"sh", "-c", line}, Streams::none, {"TEV_ON_BOARD=1"}).wait(), 0);
     }
     return false;
   }
@@ -69,23 +60,13 @@ protected:
     return {image->words, image->words + (reply->size() - MsgImage::headerSize) / 2};
   }
 
-  // The lines of the board's log that are new.
-  std::string log() {
-    const std::string all = contents("/var/log/board.log");
-    return all.substr(std::exchange(_seen, all.size()));
-  }
-
+  Growing _log{"/var/log/board.log"};
   double _waited = 0; // for the last reply, in seconds
 
 private:
-  static int run(const std::string& line) {
-    const int status = std::system(line.c_str()); // NOLINT(concurrency-mt-unsafe): there is one thread
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  }
   static void skip() { GTEST_SKIP() << "no stand-in board here"; }
 
   CommObj* _console = nullptr;
-  size_t _seen = 0;
 };
 
 TEST_F(Services, AnswerEveryRequest) {
@@ -108,7 +89,7 @@ TEST_F(Services, AnswerEveryRequest) {
   EXPECT_EQ(ask<StreamControlReqMsg>("tStreamAppTask", {1, 3}), done);
   EXPECT_EQ(ask<StreamControlReqMsg>("tAdminAppTask", {1, 3}), (std::vector<int>{2, 0})) << "the wrong one";
   EXPECT_EQ(ask<AdminControlReqMsg>("tAdminAppTask", {1}), done);
-  const std::string told = log();
+  const std::string told = _log.news();
   for (const char* line :
        {"message tVideoPhalTask SetVideoModeReqMsg from tCliAppTask sync remote mode=8\nformat dvi\n",
         "reply tVideoPhalTask GetVideoResolutionRespMsg status=0 horizontal=640 vertical=480 ",
@@ -137,10 +118,11 @@ TEST_F(Services, ServeWhatIsSentWithoutWaiting) {
   on->SetComponent(255);
   post(on);
   EXPECT_NE(contents(file).find("SetLoggingModeReqMsg:\n   msgType = 112\n"), std::string::npos);
-  EXPECT_NE(log().find("message tAdminAppTask SetLoggingModeReqMsg from tCliAppTask remote onoff=1 component=255\n"
+  EXPECT_NE(
+      _log.news().find("message tAdminAppTask SetLoggingModeReqMsg from tCliAppTask remote onoff=1 component=255\n"
                        "logging on\n"
                        "message tAdminAppTask GetVideoResolutionReqMsg"),
-            std::string::npos);
+      std::string::npos);
   post(new StreamControlReqMsg(consoleId(), 0));
   char reply[100] = {};
   EXPECT_EQ(msgrcv(static_cast<int>(consoleId()), reply, sizeof reply - sizeof(long), 0, IPC_NOWAIT), 20)
@@ -158,11 +140,7 @@ TEST_P(FaultyServices, FailAsAskedAndHarmNobodyElse) {
   if (!onBoard("--service tVideoPhalTask=" + fault)) return;
   tev::initlog("/tmp/trace.log");
   tev::log << tev::enable;
-  size_t seen = 0;
-  const auto fresh = [&seen] {
-    const std::string all = contents("/tmp/trace.log");
-    return all.substr(std::exchange(seen, all.size()));
-  };
+  Growing traceLog("/tmp/trace.log");
   const std::vector<int> done = {0, 0};
   const struct {
     const char* fault;
@@ -185,16 +163,16 @@ TEST_P(FaultyServices, FailAsAskedAndHarmNobodyElse) {
     for (int round = 0; round < (c.waited < 1 ? 3 : 1); ++round) { // also after the task has died
       EXPECT_EQ(ask<SetVideoModeReqMsg>("tVideoPhalTask", {7}, c.fault != std::string("garbage")), c.reply);
       EXPECT_GE(_waited, c.waited);
-      const std::string trace = fresh();
+      const std::string trace = traceLog.news();
       EXPECT_NE(trace.find(c.told), trace.npos) << trace;
       if (!c.next.empty()) usleep(50000); // the pipe is cleaned for a millisecond only
       EXPECT_EQ(ask<StreamControlReqMsg>("tStreamAppTask", {1, 1}), done);
-      const std::string more = fresh();
+      const std::string more = traceLog.news();
       EXPECT_NE(more.find(c.next), more.npos) << more;
     }
   }
   const std::string suffix = fault == "none" ? "\n" : " -> " + fault + "\n";
-  EXPECT_EQ(log().find("reply tVideoPhalTask SetVideoModeRespMsg status=0" + suffix) != std::string::npos,
+  EXPECT_EQ(_log.news().find("reply tVideoPhalTask SetVideoModeRespMsg status=0" + suffix) != std::string::npos,
             fault != "absent");
 }
 
@@ -231,7 +209,7 @@ TEST_F(Services, CrashedTaskIsStartedAgainAndTold) {
   if (!onBoard("2>/dev/null")) return;
   EXPECT_EQ(std::system("kill -KILL $(pgrep -f 'tev-servic[e] tStreamAppTask')"), 0); // NOLINT: there is one thread
   std::string told;
-  while ((told += log()).empty()) // until then a message could still be handed to the one that dies
+  while ((told += _log.news()).empty()) // until then a message could still be handed to the one that dies
     usleep(1000);
   EXPECT_EQ(told, "service tStreamAppTask ended: signal 9\n");
   EXPECT_EQ(ask<StreamControlReqMsg>("tStreamAppTask", {1, 1}), (std::vector<int>{0, 0}));
