@@ -11,10 +11,10 @@ constexpr int KR_ERR_NO_MEMORY = 204; ///< no block for the object, or no free s
 constexpr int KR_ERR_INVALID = 205;   ///< null handle, or the object is busy or being deleted
 
 // An object is the creator's until its destroy call, which sends away those who wait for it (they return -1 with
-// KR_ERR_INVALID) and returns after the last of them has left; nobody may come later, and
-// whoever unlocks or gives must have returned. A null handle gives -1 with
-// KR_ERR_INVALID. Any thread may call anything. Waiting is a cancellation point: a thread cancelled there takes nothing
-// and leaves nothing behind. A thread cancelled while it holds a lock keeps it for ever.
+// KR_ERR_INVALID) and returns after the last of them has left; nobody may come later, and whoever unlocks or gives must
+// have returned. A null handle gives -1 with KR_ERR_INVALID. Any thread may call anything. Waiting is a cancellation
+// point: a thread cancelled there takes nothing and leaves nothing behind. A thread cancelled while it holds a lock
+// keeps it for ever.
 //
 // Timeouts are in milliseconds on the wall clock; a negative one other than KR_WAIT_FOREVER is over at once.
 

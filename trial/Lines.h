@@ -3,12 +3,12 @@
 #define TEV_TRIAL_LINES_H
 
 #include "trial/Place.h"
+#include "trial/Setting.h"
 #include "trial/Trace.h"
 
 #include <functional>
 #include <map>
 #include <random>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -21,27 +21,6 @@ struct Line {
   std::function<std::string(const std::string& answer, Ending ending)> judge;
   std::string expected; ///< for people
   bool asks = false;    ///< sends a request and waits for its reply
-};
-
-/// A setting of the board: all values that it may have, as far as can be known.
-class Setting {
-public:
-  /// Anything from `first` to `last`.
-  Setting(int first, int last);
-
-  void set(int value) { _possible = {value}; }
-  void forget() { _possible = _all; }
-
-  /// Whether `answer` is what `text` makes of a possible value. If so and `learn`, the others are not possible any
-  /// more.
-  bool matches(const std::string& answer, const std::function<std::string(int)>& text, bool learn);
-
-  /// What `text` makes of a possible value.
-  std::string example(const std::function<std::string(int)>& text) const { return text(*_possible.begin()); }
-
-private:
-  std::set<int> _all;
-  std::set<int> _possible;
 };
 
 /// The same seed gives the same lines.
