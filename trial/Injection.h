@@ -17,9 +17,10 @@ enum class CallKind : uint32_t {
   msgrcv,
   select,
   system,
+  read,
   write
 };
-constexpr uint32_t callKinds = 10;
+constexpr uint32_t callKinds = 11;
 
 struct Injection {
   // Set before the shell starts.

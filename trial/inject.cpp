@@ -86,6 +86,10 @@ TEV_INJECTED(int, msgsnd, (int queue, const void* message, size_t size, int flag
 TEV_INJECTED(ssize_t, msgrcv, (int queue, void* message, size_t size, long type, int flags), msgrcv, EACCES, -1,
              (queue, message, size, type, flags))
 TEV_INJECTED(int, system, (const char* commandLine), system, EAGAIN, -1, (commandLine))
+TEV_INJECTED(ssize_t, read, (int fd, void* bytes, size_t size), read, EIO, -1, (fd, bytes, size))
+// What a fortified program calls.
+TEV_INJECTED(ssize_t, __read_chk, (int fd, void* bytes, size_t size, size_t room), read, EIO, -1,
+             (fd, bytes, size, room))
 TEV_INJECTED(ssize_t, write, (int fd, const void* bytes, size_t size), write, ENOSPC, -1, (fd, bytes, size))
 
 #define TEV_OPEN(name)                                                                                                 \
