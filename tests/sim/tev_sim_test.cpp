@@ -96,7 +96,7 @@ TEST_P(TevSim, ScriptsFindABoard) {
        tools + "./*read-macs*",
        "eeprom-read-macs-arm-none: /sys/bus/i2c/devices/1-0050/eeprom: No such file or directory\n=1"},
       {{},
-       "ls -A /tmp | grep -E 'Task|log'; > /tmp/x && echo written",
+       "ls -A /tmp | grep -E 'Task|log'; > /tmp/tev-test && echo written",
        "tAdminAppTask.0\ntStreamAppTask.229383\ntVideoPhalTask.98307\ntransient.log\nwritten\n=0"},
       {{"--log", _file}, "test -e " + _file + " || echo hidden", "hidden\n=0"},
       {{"--log", _file, "--read-only-tmp", "--shared-tmp"}, "ls " + _file, _file + "\n=0"},
