@@ -103,24 +103,10 @@ public:
   void step() {
     told.clear();
     noMemory = _data.ConsumeIntegralInRange(0, 15) == 15;
-    switch (_data.ConsumeIntegralInRange(0, 9)) {
-    case 0:
-    case 1:
-    case 2:
-      return allocate();
-    case 3:
-    case 4:
-      return reallocate();
-    case 5:
-    case 6:
-      return release();
-    case 7:
-      return releaseAgain();
-    case 8:
-      return releaseForeign();
-    default:
-      return setting();
-    }
+    constexpr void (Model::*calls[])() = {
+        &Model::allocate, &Model::allocate, &Model::allocate,     &Model::reallocate,     &Model::reallocate,
+        &Model::release,  &Model::release,  &Model::releaseAgain, &Model::releaseForeign, &Model::setting};
+    (this->*_data.PickValueInArray(calls))();
   }
 
   void end() {

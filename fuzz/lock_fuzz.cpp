@@ -73,28 +73,10 @@ public:
 
   void step() {
     _self = _data.ConsumeIntegralInRange(0, threads - 1);
-    switch (_data.ConsumeIntegralInRange(0, 9)) {
-    case 0:
-      return lockMutex();
-    case 1:
-      return unlockMutex();
-    case 2:
-      return readLock();
-    case 3:
-      return readUnlock();
-    case 4:
-      return writeLock();
-    case 5:
-      return writeUnlock();
-    case 6:
-      return take();
-    case 7:
-      return give();
-    case 8:
-      return wait();
-    default:
-      return signal();
-    }
+    constexpr void (Locks::*calls[])() = {&Locks::lockMutex, &Locks::unlockMutex, &Locks::readLock, &Locks::readUnlock,
+                                          &Locks::writeLock, &Locks::writeUnlock, &Locks::take,     &Locks::give,
+                                          &Locks::wait,      &Locks::signal};
+    (this->*_data.PickValueInArray(calls))();
   }
 
   /// Everybody gives back what they have.

@@ -159,8 +159,9 @@ Line Lines::badWords(const std::string& key, const std::string& pattern, const s
                  "error: incorrect parameter(s) to <" + key + "> command\nusage: " + key + " " + pattern + "\n");
 }
 
-Line Lines::badSubcommand(const std::string& text, const std::string& word) {
-  return exactly("subcommand not known", text, "error: subcmd [" + word + "] is not supported.\n");
+Line Lines::badSubcommand(const std::string& key, const std::string& rest) {
+  const std::string word = rubbish();
+  return exactly("subcommand not known", key + " " + word + rest, "error: subcmd [" + word + "] is not supported.\n");
 }
 
 Line Lines::noNode(const std::string& text, const std::string& path) {
@@ -208,10 +209,7 @@ Line Lines::version() {
 }
 
 Line Lines::temperature() {
-  if (once(8)) {
-    const std::string word = rubbish();
-    return badSubcommand("temperature " + word + " 3", word);
-  }
+  if (once(8)) return badSubcommand("temperature", " 3");
   if (once(2)) {
     const std::string word = number();
     const std::string text = "temperature setpoint " + word + more();
@@ -240,10 +238,7 @@ Line Lines::temperature() {
 }
 
 Line Lines::fan() {
-  if (once(8)) {
-    const std::string word = rubbish();
-    return badSubcommand("fan " + word + " 3", word);
-  }
+  if (once(8)) return badSubcommand("fan", " 3");
   if (once(2)) {
     const std::string word = number();
     const std::string text = "fan speed " + word + more();
@@ -269,10 +264,7 @@ Line Lines::fan() {
 
 Line Lines::vlan() {
   if (once(8)) return exactly("nothing to do", "vlan", "");
-  if (once(8)) {
-    const std::string word = rubbish();
-    return badSubcommand("vlan " + word + more(), word);
-  }
+  if (once(8)) return badSubcommand("vlan", more());
   const std::string text = (once(2) ? "vlan on" : "vlan off") + more();
   if (_switch.is(State::gone)) return noNode(text, _switch.path());
   return exactly(_switch.is(State::stuck) ? "not taken" : "written", text, "");

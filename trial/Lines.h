@@ -63,7 +63,7 @@ private:
   Line request(const std::string& text, const std::string& expected = "");
   Line shown(const std::string& text, Setting& setting, std::function<std::string(int)> show);
   static Line badWords(const std::string& key, const std::string& pattern, const std::string& text);
-  static Line badSubcommand(const std::string& text, const std::string& word);
+  Line badSubcommand(const std::string& key, const std::string& rest);
   static Line noNode(const std::string& text, const std::string& path);
   void change(Setting& setting, int value);
   void restart(bool defaults);
