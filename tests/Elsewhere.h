@@ -43,9 +43,12 @@ KrThreadId spawn(Work& work) {
   return krThreadSpawn("x", KR_KEEP_PRIORITY, 0, entry, reinterpret_cast<intptr_t>(&work), 0, 0, 0, 0, 0, 0, 0, 0, 0);
 }
 
+/// Fails when that takes more than a minute.
 inline void waitUntil(const std::function<bool()>& condition) {
-  while (!condition())
+  for (int waited = 0; !condition(); ++waited) {
+    ASSERT_LT(waited, 60'000);
     krThreadSuspend(1);
+  }
 }
 
 /// What `work` prints on standard output.

@@ -14,10 +14,10 @@ protected:
   void SetUp() override;
 
   /// What the trace log has received since the last call.
-  std::string trace() { return traceLog.news(); }
+  std::string trace() { return _trace.news(); }
 
 private:
-  Growing traceLog{"/tmp/trace.log"};
+  Growing _trace{"/tmp/trace.log"};
 };
 
 /// Bytes as "00 6a ...".

@@ -30,18 +30,19 @@ TEST(Options, WhatIsLeftOutStaysHarmless) {
 }
 
 TEST(Options, EachIsUnderstood) {
-  const Options all =
-      parsed(words("--frozen --log-reads --log-times --log a_log --dump=d=e --nodes files --shared-tmp --private-tmp "
-                   "--read-only-tmp "
-                   "--snapshots=/s --service tAdminAppTask=late:0 --service=tAdminAppTask=full --service-faults 7:100 "
-                   "--service-program /p --node setpoint=2\\n --node=speed= --missing /sys/class/gpio/gpio27/value "
-                   "--missing eeprom-read-macs-arm-none --read-only gpio26/value --fail-write smi "
-                   "--tool eeprom-read-macs-arm-none=fail --tool eeprom-write-macs-arm-none=silent "
-                   "--watch --pid=77 --probe --help -- sh -c --help"));
+  std::vector<std::string> line =
+      words("--frozen --log-reads --log-times --dump=d=e --nodes files --shared-tmp --private-tmp --read-only-tmp "
+            "--snapshots=/s --service tAdminAppTask=late:0 --service=tAdminAppTask=full --service-faults 7:100 "
+            "--service-program /p --node setpoint=2\\n --node=speed= --missing /sys/class/gpio/gpio27/value "
+            "--missing eeprom-read-macs-arm-none --read-only gpio26/value --fail-write smi "
+            "--tool eeprom-read-macs-arm-none=fail --tool eeprom-write-macs-arm-none=silent "
+            "--watch --pid=77 --probe --help -- sh -c --help");
+  line.insert(line.begin(), {"--log", "a b"});
+  const Options all = parsed(line);
   const Faults& faults = all.board.faults;
   EXPECT_TRUE(all.board.frozen && all.board.logReads && all.logTimes && all.probe && all.help && all.status &&
               all.watch);
-  EXPECT_EQ(all.logFile, "a_log");
+  EXPECT_EQ(all.logFile, "a b");
   EXPECT_EQ(all.dumpFile, "d=e");
   EXPECT_EQ(all.nodes, NodeKind::FILES);
   EXPECT_EQ(all.tmp, Tmp::READ_ONLY) << "the last word";
