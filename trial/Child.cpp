@@ -76,7 +76,7 @@ void Child::endInput() {
 
 Child::Came Child::readMore(int longest) {
   pollfd wait = {_out, POLLIN, 0};
-  if (poll(&wait, 1, longest) == 0) return Came::nothing;
+  if (check(poll(&wait, 1, longest), "poll") == 0) return Came::nothing;
   char piece[4096];
   const ssize_t count = read(_out, piece, sizeof piece); // fails at the end of a terminal
   if (count <= 0) return Came::end;

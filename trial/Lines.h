@@ -36,6 +36,7 @@ public:
   /// Whether a request may be answered with what was meant for an earlier one, and what a service was told may still
   /// have to take effect.
   void setInDoubt(bool inDoubt) { _inDoubt = inDoubt; }
+  bool isInDoubt() const { return _inDoubt; }
 
   /// Nothing is known of the board's settings.
   void forget();

@@ -183,6 +183,7 @@ bool isOwn(const Exchange& exchange, unsigned number) {
 }
 
 void World::run(std::vector<std::string>* story) {
+  current = this;
   _story = story;
   for (size_t i = 0; i < _trial.stray / unitSize; ++i)
     _pipe.push_back({{nobody, 0, static_cast<uint8_t>(i & 31U)}, 0});
@@ -208,6 +209,7 @@ void World::run(std::vector<std::string>* story) {
     tell(who() + "   has " + whatItGot(exchange, _current));
     exchange.told = _told;
   }
+  current = nullptr;
 }
 
 } // namespace trial

@@ -92,6 +92,9 @@ public:
 
   World(const Trial& trial, Choices& choices, CommObj& console) : _trial(trial), _choices(choices), _console(console) {}
 
+  /// The one whose way is being gone, to which the calls come; null between two ways.
+  inline static World* current = nullptr;
+
   /// One way through. Tells what happens on it, if asked to.
   void run(std::vector<std::string>* story = nullptr);
 

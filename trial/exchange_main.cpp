@@ -27,8 +27,6 @@ namespace trial {
 
 namespace {
 
-World* world = nullptr;
-
 // For a second requester: what it must not do while the first is between its drain and the end of its reply.
 std::thread::id firstThread;
 std::atomic<unsigned> trespasses{0};
@@ -36,13 +34,10 @@ std::function<void()> atEachCall;
 
 /// Goes the way that `choices` has just been, and returns what happened on it.
 std::vector<std::string> storyOf(const Trial& trial, Choices& choices, CommObj& console) {
-  World* const before = world;
   std::vector<std::string> story;
   choices.again();
   World same(trial, choices, console);
-  world = &same;
   same.run(&story);
-  world = before;
   return story;
 }
 
@@ -68,7 +63,6 @@ bool explore(const Trial& trial, CommObj& console, std::vector<MixUp>& mixUps) {
   unsigned long ways = 0;
   do {
     World w(trial, choices, console);
-    world = &w;
     w.run();
     ++ways;
     const std::string problem = judge(w, trial, mixUps, [&](MixUp& mixUp, unsigned i) {
@@ -93,7 +87,6 @@ bool secondWaits(CommObj& console) {
   Choices choices;
   const auto isGood = [&] {
     World w(trial, choices, console);
-    world = &w;
     w.run();
     return isOwn(w.exchange(0), 0) && isOwn(w.exchange(1), 1) && isOwn(w.exchange(2), 2);
   };
@@ -184,10 +177,12 @@ int __real_select(int count, fd_set* in, fd_set* out, fd_set* bad, timeval* time
 
 int __wrap_select(int count, fd_set* in, fd_set* out, fd_set* bad, timeval* timeout) {
   if (in == nullptr) return __real_select(count, in, out, bad, timeout); // a pause
-  return trial::isMine() ? trial::world->select(*timeout) : -1;
+  return trial::isMine() ? trial::World::current->select(*timeout) : -1;
 }
-ssize_t __wrap_read(int, void* buffer, size_t size) { return trial::isMine() ? trial::world->read(buffer, size) : -1; }
-int __wrap_msgsnd(int, const void*, size_t, int) { return trial::isMine() ? trial::world->msgsnd() : -1; }
+ssize_t __wrap_read(int, void* buffer, size_t size) {
+  return trial::isMine() ? trial::World::current->read(buffer, size) : -1;
+}
+int __wrap_msgsnd(int, const void*, size_t, int) { return trial::isMine() ? trial::World::current->msgsnd() : -1; }
 
 } // extern "C"
 // NOLINTEND(bugprone-reserved-identifier)

@@ -96,8 +96,6 @@ private:
   std::string _pipe;
   std::unique_ptr<Trace> _trace;
   const Clock::time_point _start;
-  // Whether a reply, or a part of one, may still be on its way to a request that has ended.
-  bool _inDoubt = false;
   bool _askedSinceProbe = true;
   Clock::time_point _nextSample;
   int _nextLine = 0; // of the table of samples
@@ -140,14 +138,13 @@ double Soak::share() const {
 
 void Soak::typeNext() {
   settle();
-  _lines.setInDoubt(_inDoubt);
   if (!_plan.requestsOnly && _lines.disturb()) ++_disturbed;
   const Line line = _plan.requestsOnly ? _lines.nextRequest() : _lines.next();
   const bool bother = !_plan.requestsOnly && _lines.below(30) == 0;
   const bool drains = bother && line.asks && leaveBytes();
   const unsigned messages = bother && !line.asks ? sendMessages() : 0;
   ++_typed;
-  _typedInDoubt += _inDoubt ? 1 : 0;
+  _typedInDoubt += _lines.isInDoubt() ? 1 : 0;
   const auto before = Clock::now();
   _shell.type(line.text);
   std::string answer;
@@ -173,17 +170,19 @@ void Soak::take(const Line& line, const std::string& answer, const Trace::News& 
   for (const std::string& strange : news.strange)
     unexpected(line, answer, "in the trace log: " + strange);
   _recent.push_back(sim::quoted(line.text) + ": " + (outcome.empty() ? "unexpected" : outcome) +
-                    (_inDoubt ? ", in doubt" : "") + (news.drained > 0 ? ", drained" : "") + (drains ? ", stray" : ""));
+                    (_lines.isInDoubt() ? ", in doubt" : "") + (news.drained > 0 ? ", drained" : "") +
+                    (drains ? ", stray" : ""));
   if (_recent.size() > 8) _recent.pop_front();
   ++_outcomes[line.kind][outcome.empty() ? "UNEXPECTED" : outcome];
-  _inDoubt = _inDoubt || (line.asks && news.ending != Ending::answered);
+  // A reply, or a part of one, may still be on its way.
+  if (line.asks && news.ending != Ending::answered) _lines.setInDoubt(true);
   _askedSinceProbe = _askedSinceProbe || line.asks;
 }
 
 // A service takes a message from its queue when it is done with the one before. So when it has taken one that was put
 // there after the last request, nothing more is on its way, and what lies in the pipe goes with the next drain.
 void Soak::settle() {
-  if (!_inDoubt) return;
+  if (!_lines.isInDoubt()) return;
   if (_askedSinceProbe) {
     const struct {
       long type = 1;
@@ -194,10 +193,12 @@ void Soak::settle() {
     _askedSinceProbe = false;
   }
   // A little patience, or most lines would be typed in doubt.
-  for (int i = 0; i < 10 && _inDoubt; ++i) {
-    _inDoubt = !isQuiet();
-    if (_inDoubt) std::this_thread::sleep_for(200us);
+  bool quiet = isQuiet();
+  for (int i = 0; i < 10 && !quiet; ++i) {
+    std::this_thread::sleep_for(200us);
+    quiet = isQuiet();
   }
+  _lines.setInDoubt(!quiet);
 }
 
 bool Soak::isQuiet() const {
@@ -251,9 +252,8 @@ bool Soak::leaveBytes() {
   const std::string bytes = _lines.word(many ? 5 * drainedAtOnce : 1 + _lines.below(drainedAtOnce));
   const sim::Descriptor pipe(sim::check(open(_pipe.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC), _pipe));
   if (write(pipe.get(), bytes.data(), bytes.size()) < 0) throw sim::failure(_pipe);
-  _inDoubt = _inDoubt || unread() > drainedAtOnce;
-  _lines.setInDoubt(_inDoubt);
-  return !_inDoubt;
+  if (unread() > drainedAtOnce) _lines.setInDoubt(true);
+  return !_lines.isInDoubt();
 }
 
 void Soak::sample() {
@@ -277,8 +277,9 @@ void Soak::sample() {
 
 void Soak::unexpected(const Line& line, const std::string& answer, const std::string& what) {
   ++_unexpected;
-  printf("UNEXPECTED after %lu lines%s: typed %s, got %s, %s; expected %s\n", _typed, _inDoubt ? " in doubt" : "",
-         sim::quoted(line.text).c_str(), sim::quoted(answer).c_str(), what.c_str(), sim::quoted(line.expected).c_str());
+  printf("UNEXPECTED after %lu lines%s: typed %s, got %s, %s; expected %s\n", _typed,
+         _lines.isInDoubt() ? " in doubt" : "", sim::quoted(line.text).c_str(), sim::quoted(answer).c_str(),
+         what.c_str(), sim::quoted(line.expected).c_str());
   for (const std::string& before : _recent)
     printf("  after %s\n", before.c_str());
   _lines.forget();
