@@ -6,9 +6,9 @@
 #include <cstdarg>
 #include <cstring>
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/ipc.h>
 #include <sys/msg.h>
-#include <sys/select.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -52,7 +52,7 @@ int __real_mkfifo(const char* path, mode_t mode);
 int __real_unlink(const char* path);
 int __real_open64(const char* path, int flags, ...);
 int __real_system(const char* commandLine);
-int __real_select(int count, fd_set* readable, fd_set* writable, fd_set* failed, struct timeval* timeout);
+int __real_poll(pollfd* waits, nfds_t count, int timeout);
 ssize_t __real_read(int fd, void* buffer, size_t size);
 
 int __wrap_msgget(key_t key, int flags) { return present != nullptr ? StandIns::queueId : __real_msgget(key, flags); }
@@ -93,11 +93,10 @@ int __wrap_system(const char* commandLine) {
   return present != nullptr ? present->run(commandLine) : __real_system(commandLine);
 }
 
-int __wrap_select(int count, fd_set* readable, fd_set* writable, fd_set* failed, struct timeval* timeout) {
-  if (present == nullptr) return __real_select(count, readable, writable, failed, timeout);
+int __wrap_poll(pollfd* waits, nfds_t count, int timeout) {
+  if (present == nullptr) return __real_poll(waits, count, timeout);
   present->arrive();
-  struct timeval now = {0, 0};
-  return __real_select(count, readable, writable, failed, &now);
+  return __real_poll(waits, count, 0);
 }
 
 ssize_t __wrap_read(int fd, void* buffer, size_t size) {

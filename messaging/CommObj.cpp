@@ -6,36 +6,50 @@
 #include "messaging/MsgQueue.h"
 #include "platform/Uncancelled.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/ipc.h>
 #include <sys/msg.h>
-#include <sys/select.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
 
-constexpr int replyTimeoutSeconds = 3;
-constexpr int drainCheckMicroseconds = 1000;
+constexpr int replyTimeoutMs = 3000;
+constexpr int drainCheckMs = 1;
 constexpr int readsMax = 3; // calls made to get a reply, or to drain the pipe
 
 // Where stale pipe data goes. Shared by all endpoints and threads; nobody reads it.
 char sinkbuffer[1024];
 
-// Waits until `fd` can be read: 1, or 0 when the time ran out, or -1 with errno.
-int waitReadable(int fd, int seconds, int microseconds) {
-  if (fd < 0 || fd >= FD_SETSIZE) {
+int64_t monotonicMs() {
+  timespec now{};
+  (void)clock_gettime(CLOCK_MONOTONIC, &now); // cannot fail for this clock
+  return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000;
+}
+
+// Waits until `fd` can be read, through signals: 1, or 0 when the time ran out, or -1 with errno. The number of the
+// descriptor has no limit, as it would with select().
+int waitReadable(int fd, int milliseconds) {
+  if (fd < 0) {
     errno = EBADF;
     return -1;
   }
-  fd_set readable;
-  FD_ZERO(&readable);
-  FD_SET(fd, &readable);
-  struct timeval timeout = {seconds, microseconds};
-  return select(fd + 1, &readable, nullptr, nullptr, &timeout);
+  pollfd wait = {fd, POLLIN, 0};
+  const int64_t deadline = monotonicMs() + milliseconds;
+  int ready = poll(&wait, 1, milliseconds);
+  while (ready < 0 && errno == EINTR)
+    ready = poll(&wait, 1, static_cast<int>(std::max<int64_t>(deadline - monotonicMs(), 0)));
+  if (ready > 0 && (wait.revents & POLLNVAL) != 0) {
+    errno = EBADF;
+    return -1;
+  }
+  return ready;
 }
 
 // Reads up to `size` bytes from a descriptor that never blocks, in at most readsMax calls. Returns how many came.
@@ -190,7 +204,7 @@ void CommObj::SyncLock() {
 void CommObj::SyncUnLock() { (void)krMutexUnlock(_syncMutex); }
 
 void CommObj::SyncClean() {
-  if (waitReadable(_pipeFd, 0, drainCheckMicroseconds) <= 0) return;
+  if (waitReadable(_pipeFd, drainCheckMs) <= 0) return;
   tev::log << "flushing data from pipe: " << _pipeName << tev::endl;
   (void)readAvailable(_pipeFd, sinkbuffer, sizeof sinkbuffer);
 }
@@ -211,7 +225,7 @@ MsgObj* CommObj::ReadReplyMsg(MsgObj* request) {
 
 // Fills `reply` from the pipe. False if that did not work out, which is logged.
 bool CommObj::readReply(MsgObj& reply) {
-  const int ready = waitReadable(_pipeFd, replyTimeoutSeconds, 0);
+  const int ready = waitReadable(_pipeFd, replyTimeoutMs);
   if (ready < 0) {
     const int reason = errno;
     tev::log << "CommObj::ReadReplyMsg(): select(...) error: errno= " << reason << tev::endl;

@@ -15,7 +15,7 @@ enum class CallKind : uint32_t {
   pthread_create,
   msgsnd,
   msgrcv,
-  select,
+  poll,
   system,
   read,
   write

@@ -55,12 +55,6 @@ bool startsLate(const World& w, unsigned i) {
   return !isOf(w.exchange(i).got[0], i) && hasSomeOfItsOwn(w.exchange(i), i);
 }
 
-std::vector<MixUp> mixUpsAnd(MixUp one) {
-  std::vector<MixUp> all = mixUps();
-  all.insert(all.begin(), std::move(one));
-  return all;
-}
-
 } // namespace
 
 std::string ruledOut(const World& w, size_t stray) {
@@ -68,8 +62,8 @@ std::string ruledOut(const World& w, size_t stray) {
   for (unsigned i = 0; i < exchanges; ++i) {
     const Exchange& exchange = w.exchange(i);
     const std::string who = "exchange " + std::to_string(i + 1);
-    const bool drained = !exchange.interrupted && exchange.lay <= drainedMax;
-    allInTime = allInTime && exchange.behaviour == Behaviour::whole && !exchange.timedOut && !exchange.interrupted;
+    const bool drained = exchange.lay <= drainedMax;
+    allInTime = allInTime && exchange.behaviour == Behaviour::whole && !exchange.timedOut;
     for (const Lying& lying : exchange.got) {
       const unsigned from = lying.unit.exchange;
       if (from != nobody && from > i) return who + " got bytes of a later reply";
@@ -145,19 +139,13 @@ std::vector<MixUp> mixUps() {
 }
 
 std::vector<MixUp> mixUpsOfStrayBytes() {
-  return mixUpsAnd({"what one drain left of more than 1024 bytes", [](const World& w, unsigned i) {
-                      const auto& got = w.exchange(i).got;
-                      const auto isStray = [](const Lying& l) { return isOf(l, nobody); };
-                      return w.exchange(i).replied && std::any_of(got.begin(), got.end(), isStray);
-                    }});
-}
-
-std::vector<MixUp> mixUpsOfSignals() {
-  return mixUpsAnd({"what lay in the pipe, after a signal kept it from being drained", [](const World& w, unsigned i) {
-                      const Exchange& exchange = w.exchange(i);
-                      return exchange.interrupted && exchange.replied && !isOwn(exchange, i) &&
-                             exchange.got[0].since < exchange.drainedAt;
-                    }});
+  std::vector<MixUp> all = mixUps();
+  all.insert(all.begin(), {"what one drain left of more than 1024 bytes", [](const World& w, unsigned i) {
+                             const auto& got = w.exchange(i).got;
+                             const auto isStray = [](const Lying& l) { return isOf(l, nobody); };
+                             return w.exchange(i).replied && std::any_of(got.begin(), got.end(), isStray);
+                           }});
+  return all;
 }
 
 } // namespace trial

@@ -26,8 +26,6 @@ struct MixUp {
 std::vector<MixUp> mixUps();
 /// First the one that too many stray bytes bring about, then those.
 std::vector<MixUp> mixUpsOfStrayBytes();
-/// First the one that signals bring about, then those.
-std::vector<MixUp> mixUpsOfSignals();
 
 } // namespace trial
 

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <iterator>
 #include <memory>
+#include <utility>
 
 namespace trial {
 
@@ -81,12 +82,18 @@ bool World::mayWrite() {
 
 // ---- The system calls
 
-int World::select(const timeval& timeout) {
+int World::poll(int timeout) {
   Exchange& exchange = _all[_current];
-  const bool draining = timeout.tv_sec == 0;
-  if (draining ? _stage != Stage::drains || timeout.tv_usec != 1000
-               : _stage != Stage::waits || timeout.tv_sec != 3 || timeout.tv_usec != 0) {
-    wrong("waits where it should not");
+  const bool draining = _stage == Stage::drains;
+  const int whole = draining ? 1 : 3000;
+  const bool again = std::exchange(_interrupted, 0) == whole; // for the rest of the time
+  if (!draining && _stage != Stage::waits) wrong("waits where it should not");
+  if (again ? timeout > whole : timeout != whole) wrong("waits for another time than it should");
+  if (!again && _trial.signals && _faults < _trial.faults && _choices.pick(2) == 1) {
+    ++_faults;
+    _interrupted = whole;
+    errno = EINTR;
+    return -1;
   }
   while (_pipe.empty() && mayWrite()) {
   }
@@ -96,13 +103,6 @@ int World::select(const timeval& timeout) {
     exchange.drainedAt = _now;
     exchange.lay = _pipe.size() * unitSize;
     exchange.quiet = !somethingDue();
-    exchange.interrupted = _trial.signals && _faults < _trial.faults && _choices.pick(2) == 1;
-    if (exchange.interrupted) {
-      ++_faults;
-      tell(who() + "   is interrupted before it drains");
-      errno = EINTR;
-      return -1;
-    }
     _stage = Stage::draining; // if it reads at all
     busy = true;
     if (_pipe.empty()) tell(who() + "   finds nothing to drain");
@@ -142,6 +142,7 @@ ssize_t World::read(void* buffer, size_t size) {
 int World::msgsnd() {
   Exchange& exchange = _all[_current];
   if (_stage != Stage::drains && _stage != Stage::draining) wrong("sends where it should not");
+  if (_interrupted != 0) wrong("does not drain after a signal");
   _stage = Stage::waits;
   exchange.behaviour = _faults < _trial.faults ? static_cast<Behaviour>(_choices.pick(behaviours)) : Behaviour::whole;
   if (exchange.behaviour != Behaviour::whole) ++_faults;
@@ -193,6 +194,7 @@ void World::run(std::vector<std::string>* story) {
     tell(who() + " " + exchange.request->name);
     _stage = Stage::drains;
     const std::unique_ptr<MsgObj> reply(exchange.request->make(_console.GetTaskId())->Send());
+    if (std::exchange(_interrupted, 0) != 0) wrong("does not wait on after a signal");
     exchange.replied = reply != nullptr;
     exchange.endedAt = _now;
     if (exchange.replied) {

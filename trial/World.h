@@ -13,7 +13,6 @@
 #include <deque>
 #include <iterator>
 #include <string>
-#include <sys/time.h>
 #include <sys/types.h>
 #include <vector>
 
@@ -67,7 +66,6 @@ struct Exchange {
   unsigned told = 0;  // lines of the story by then
   size_t lay = 0;     // bytes, at that moment
   bool quiet = false; // at that moment nothing was still to be written
-  bool interrupted = false;
   bool timedOut = false;
   bool replied = false;
   unsigned reads = 0;     // calls, of its reply
@@ -79,7 +77,7 @@ struct Trial {
   const char* name;
   unsigned faults; // at most in one way, not counting replies that are late
   size_t stray;    // bytes in the pipe at the start
-  bool signals;    // may interrupt a drain; that is a fault
+  bool signals;    // may interrupt a wait once; that is a fault
 };
 
 /// Whether it got all of one copy of its own reply and nothing else.
@@ -102,7 +100,7 @@ public:
   const std::string& fault() const { return _fault; }
 
   // The system calls.
-  int select(const timeval& timeout);
+  int poll(int timeout);
   ssize_t read(void* buffer, size_t size);
   int msgsnd();
 
@@ -133,6 +131,7 @@ private:
   unsigned _current = 0;
   unsigned _faults = 0;
   unsigned _reads = 0;
+  int _interrupted = 0; // milliseconds that the interrupted wait was for
   Stage _stage = Stage::drains;
   std::deque<Lying> _pipe;
   std::deque<Write> _due[services];

@@ -21,8 +21,8 @@ namespace trial {
 
 namespace {
 
-constexpr const char* kindNames[callKinds] = {"allocation", "open",   "msgget", "mkfifo", "pthread_create", "msgsnd",
-                                              "msgrcv",     "select", "system", "read",   "write"};
+constexpr const char* kindNames[callKinds] = {"allocation", "open", "msgget", "mkfifo", "pthread_create", "msgsnd",
+                                              "msgrcv",     "poll", "system", "read",   "write"};
 
 /// One of each kind. They set only what is set anyway, so that no answer depends on an earlier command.
 const std::vector<std::string> lines = {

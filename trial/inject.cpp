@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <poll.h>
 #include <pthread.h>
 #include <sys/ipc.h>
 #include <sys/mman.h>
@@ -85,6 +86,10 @@ TEV_INJECTED(int, msgsnd, (int queue, const void* message, size_t size, int flag
              (queue, message, size, flags))
 TEV_INJECTED(ssize_t, msgrcv, (int queue, void* message, size_t size, long type, int flags), msgrcv, EACCES, -1,
              (queue, message, size, type, flags))
+TEV_INJECTED(int, poll, (pollfd * waits, nfds_t count, int timeout), poll, ENOMEM, -1, (waits, count, timeout))
+// What a fortified program calls.
+TEV_INJECTED(int, __poll_chk, (pollfd * waits, nfds_t count, int timeout, size_t room), poll, ENOMEM, -1,
+             (waits, count, timeout, room))
 TEV_INJECTED(int, system, (const char* commandLine), system, EAGAIN, -1, (commandLine))
 TEV_INJECTED(ssize_t, read, (int fd, void* bytes, size_t size), read, EIO, -1, (fd, bytes, size))
 // What a fortified program calls.
@@ -110,7 +115,6 @@ TEV_INJECTED(int, __open64_2, (const char* path, int flags), open, EMFILE, -1, (
 
 int select(int count, fd_set* in, fd_set* out, fd_set* bad, struct timeval* timeout) {
   static int (*function)(int, fd_set*, fd_set*, fd_set*, struct timeval*) = nullptr;
-  if (fails(CallKind::select, EINTR)) return -1;
   if (count == 0) *timeout = {}; // a pause
   return systems(function, "select")(count, in, out, bad, timeout);
 }
