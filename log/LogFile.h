@@ -17,6 +17,10 @@ class LogFile {
 public:
   /// Creates or empties the file. Programs that this one starts do not inherit it. If it cannot be opened, all that is
   /// written is lost.
+  ///
+  /// The file must be a regular one with a single name that belongs to the effective user; symbolic links are not
+  /// followed, and opening never blocks. So in a directory where others may create files, a log never empties or fills
+  /// a file that is not its own. While it is open no other process can open it as a log: the file is locked.
   explicit LogFile(const char* path);
 
   /// Writes what is buffered and closes the file.
@@ -24,6 +28,10 @@ public:
 
   LogFile(const LogFile&) = delete;
   LogFile& operator=(const LogFile&) = delete;
+
+  /// 0 if the file is open. Otherwise an errno: EBUSY if another process writes this log, EEXIST if what has the name
+  /// cannot be a log (see above), or the reason of the system.
+  int failure() const { return _fd >= 0 ? 0 : _failure; }
 
   /// Flushes only when the buffer is full.
   void put(const char* text, size_t length) {
@@ -59,6 +67,7 @@ public:
   }
 
 private:
+  int _failure = 0;
   int _fd; ///< -1: not open
   int _base = 10;
   size_t _used = 0;

@@ -2,6 +2,7 @@
 
 #include "log/LogFile.h"
 
+#include <cerrno>
 #include <cstdint>
 #include <cstring>
 #include <memory>
@@ -75,6 +76,13 @@ public:
     uninterrupted(out, [&enabled](const tevlog& trace) { enabled = trace._enabled; });
     return enabled;
   }
+
+  static int failure(const tevlog& out) {
+    int reason = 0;
+    uninterrupted(
+        out, [&reason](const tevlog& trace) { reason = trace._stream != nullptr ? trace._stream->failure() : EBADF; });
+    return reason;
+  }
 };
 
 tevlog::tevlog(const char* filename) : _filename(filename), _stream(new LogFile(_filename.c_str())), _enabled(false) {}
@@ -103,6 +111,8 @@ tevlog& tevlog::operator=(tevlog& other) {
 }
 
 bool tevlog::IsEnabled() const { return LogStep::isEnabled(*this); }
+
+int tevlog::Failure() const { return LogStep::failure(*this); }
 
 // Before all other static objects of the program: prototypes of messages write to it when they register.
 __attribute__((init_priority(200))) tevlog log("/tmp/transient.log");

@@ -22,7 +22,9 @@ class LogFile;
 class tevlog {
 public:
   /// Creates or empties the file `filename` (kept whole, whatever its length) and owns the stream on it. The log starts
-  /// disabled. A file that cannot be opened is not an error: what is written is lost. Throws std::bad_alloc.
+  /// disabled. Only a regular file of the effective user's, with one name, which no other process writes as a log, is
+  /// opened; no link is followed, and nothing blocks. A file that cannot be opened is not an error: what is written is
+  /// lost, and Failure() says why. Throws std::bad_alloc.
   explicit tevlog(const char* filename);
 
   /// Closes the file, if this object still owns one.
@@ -36,6 +38,11 @@ public:
 
   /// Whether output is written.
   bool IsEnabled() const;
+
+  /// Why this log has no file: 0 if it has one; EBADF if it went to another log; EBUSY if another process writes a log
+  /// of that name; EEXIST if what has the name is no regular file, belongs to another user or has more than one name;
+  /// otherwise the system's errno.
+  int Failure() const;
 
 private:
   friend class LogStep;
