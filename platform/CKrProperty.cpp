@@ -27,12 +27,12 @@ struct CloseFile {
 };
 using OpenFile = std::unique_ptr<FILE, CloseFile>;
 
-/// A line without its terminator, cut to what fits. Sets `*cut` if something did not. False at the end of the file.
-bool readLine(FILE* file, char (&line)[512], bool* cut) {
+/// Reads a line without its terminator, cut to what fits. Sets `*cut` if something did not. Returns its length, 0 for
+/// an empty line as at the end of the file.
+size_t readLine(FILE* file, char (&line)[512], bool* cut) {
   size_t length = 0;
   *cut = false;
   int c = getc(file);
-  const bool found = c != EOF;
   for (; c != EOF && c != '\r' && c != '\n'; c = getc(file)) {
     if (length < sizeof line - 1)
       line[length++] = static_cast<char>(c);
@@ -43,7 +43,7 @@ bool readLine(FILE* file, char (&line)[512], bool* cut) {
   // The other character of a pair belongs to the terminator.
   const int next = c != EOF ? getc(file) : EOF;
   if (next != EOF && (next == c || (next != '\r' && next != '\n'))) (void)ungetc(next, file);
-  return found;
+  return length;
 }
 
 } // namespace
@@ -55,7 +55,7 @@ KrLogger* CKrProperty::log() {
   return logger;
 }
 
-/// Does `work` with cancellation disabled, and tells the log if it runs out of memory.
+/// Does `work` with cancellation disabled, and reports on the log what it throws.
 template <class Work>
 auto CKrProperty::guarded(const char* function, Work work) {
   return kr::uncancelled([&] {
@@ -63,8 +63,10 @@ auto CKrProperty::guarded(const char* function, Work work) {
       return work();
     } catch (const std::exception& error) {
       krError(log(), "CKrProperty::%s: error, %s", function, error.what());
-      return decltype(work())();
+    } catch (...) { // no cancellation: it is disabled
+      krError(log(), "CKrProperty::%s: error, unknown exception", function);
     }
+    return decltype(work())();
   });
 }
 
@@ -129,9 +131,9 @@ bool CKrProperty::loadFile(char* file, KrPropMap& settings) {
     }
     char line[512];
     bool cut = false;
-    while (readLine(open.get(), line, &cut) && line[0] != '\0') {
+    while (readLine(open.get(), line, &cut) > 0) {
       if (cut) krWarn(log(), "CKrProperty::loadFile Line of more than 511 characters cut in '%s'", file);
-      char* const equals = strchr(line, '=');
+      char* const equals = strchr(line, '='); // a line of NUL bytes, as a power cut leaves them, has none
       if (equals == nullptr) continue;
       *equals = '\0';
       settings[line] = equals + 1;

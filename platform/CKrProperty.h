@@ -24,8 +24,8 @@ using KrPropCallback = bool (*)(char* file, KrPropMap& settings);
 ///
 /// The file holds a line "name=value" for each setting. The name ends at the first "=", nothing is trimmed or escaped,
 /// so a name must not contain "=", and neither a name nor a value a line feed or carriage return. Lines end with either
-/// of these or a pair of both. A line without "=" is skipped. An empty line ends the file. Of a line of more than 511
-/// characters the rest is lost, with a warning on the log.
+/// of these or a pair of both. A line without "=" is skipped, as is one that begins with a NUL byte. An empty line ends
+/// the file. Of a line of more than 511 characters the rest is lost, with a warning on the log.
 class CKrProperty {
 public:
   /// The instance of that file name (null: "properties.txt"); the first call makes it and loads the file, with the
