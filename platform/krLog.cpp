@@ -15,13 +15,15 @@
 struct KrLogger {
   std::atomic<int> level;
   char name[KR_LOG_MAX_NAME + 1];
-  alignas(16) char message[256]; ///< the message under way; this and the printers are guarded by `mutex`
+  char message[256]; ///< the message under way; this and the printers are guarded by `mutex`
   char formatter[KR_LOG_MAX_NAME + 1];
   KrMutex* mutex;
   KrLogPrinter* printers; ///< newest first; whoever holds either of its two mutexes may read
   KrLogger* next;
   KrLogger* sameBucket; ///< next in the index
 };
+
+static_assert(alignof(KrLogger) <= 8, "the alignment of heap blocks on 32-bit machines");
 
 KrLogger* g_loggers = nullptr;
 std::atomic<KrMutex*> g_listMutex{nullptr};
