@@ -3,8 +3,8 @@
 CmdHistory::CmdHistory() : _lines(1) {}
 
 void CmdHistory::add(const std::string& line) {
-  if (_lines.size() == 1) _lines.pop_back();
-  _lines.push_front(line);
+  _lines.push_front(line); // may throw; the line before is still there then
+  if (_lines.size() > 1) _lines.pop_back();
 }
 
 std::string CmdHistory::last() const { return _lines.front(); }
