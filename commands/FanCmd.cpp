@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <fcntl.h>
 #include <iostream>
+#include <optional>
 
 namespace {
 
@@ -23,23 +24,30 @@ void setSpeed(const std::string& word) {
   speed.write(word); // the driver decides what it accepts
 }
 
-void showStatus() {
+// Shows the setting and returns the tachometer's count; nothing if a node cannot be opened. The nodes are closed again
+// before more is printed.
+std::optional<int32_t> showSettingAndCount() {
   const Node speed(speedNode, O_RDONLY);
   const Node tachLow(tachLowNode, O_RDONLY);
   const Node tachHigh(tachHighNode, O_RDONLY);
-  if (!speed.isOpen() || !tachLow.isOpen() || !tachHigh.isOpen()) {
-    printLine(std::cerr, "error: couldn't determine the fan settings");
-    return;
-  }
+  if (!speed.isOpen() || !tachLow.isOpen() || !tachHigh.isOpen()) return std::nullopt;
   printLine(std::cout, "fan setting [0-63]: " + std::to_string(decimalIn(speed.read(3))));
   const uint32_t low = hexIn(tachLow.read(5));
   const uint32_t high = hexIn(tachHigh.read(5));
-  const int32_t count = static_cast<int32_t>((high << 8) + low);
-  if (count == 0) {
+  return static_cast<int32_t>((high << 8) + low);
+}
+
+void showStatus() {
+  const auto count = showSettingAndCount();
+  if (!count) {
+    printLine(std::cerr, "error: couldn't determine the fan settings");
+    return;
+  }
+  if (*count == 0) {
     printLine(std::cerr, "error: tachometer count is 0; make sure tachometer count is enabled!");
     return;
   }
-  const int rpm = static_cast<int>(tachCountToRpm / static_cast<float>(count));
+  const int rpm = static_cast<int>(tachCountToRpm / static_cast<float>(*count));
   printLine(std::cout, "fan rpm: " + std::to_string(rpm));
 }
 

@@ -5,6 +5,7 @@
 
 #include <fcntl.h>
 #include <iostream>
+#include <optional>
 
 namespace {
 
@@ -30,20 +31,29 @@ std::string celsius(const std::string& raw) {
   return std::to_string(decimalIn(raw) + rawToCelsius) + " degrees Celsius";
 }
 
-void showStatus() {
+struct Status {
+  std::string alert, temperature, setpoint; // as the nodes have them
+};
+
+// Nothing if a node cannot be opened. The nodes are closed again before anything is printed.
+std::optional<Status> readStatus() {
   const Node alert(alertNode, O_RDONLY);
   const Node temperature(temperatureNode, O_RDONLY);
   const Node setpoint(setpointNode, O_RDONLY);
-  if (!alert.isOpen() || !temperature.isOpen() || !setpoint.isOpen()) {
+  if (!alert.isOpen() || !temperature.isOpen() || !setpoint.isOpen()) return std::nullopt;
+  return Status{alert.read(2), temperature.read(3), setpoint.read(3)};
+}
+
+void showStatus() {
+  const auto status = readStatus();
+  if (!status) {
     printLine(std::cerr, "error: couldn't determine the temperature/fan status");
     return;
   }
-  const bool alerting = alert.read(2).substr(0, 1) == "0";
-  const std::string rawTemperature = temperature.read(3);
-  const std::string rawSetpoint = setpoint.read(3);
+  const bool alerting = status->alert.substr(0, 1) == "0";
   printLine(std::cout, std::string("temperature alert status: *** ") + (alerting ? "on" : "off") + " ***");
-  printLine(std::cout, "temperature: " + celsius(rawTemperature));
-  printLine(std::cout, "temperature high point setting: " + celsius(rawSetpoint));
+  printLine(std::cout, "temperature: " + celsius(status->temperature));
+  printLine(std::cout, "temperature high point setting: " + celsius(status->setpoint));
 }
 
 } // namespace
