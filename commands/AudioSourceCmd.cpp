@@ -4,17 +4,17 @@
 #include "commands/ServiceRequest.h"
 #include "commands/Words.h"
 #include "messaging/SetAudioSourceReqMsg.h"
-#include "messaging/SetAudioSourceRespMsg.h"
 
 #include <iostream>
 
 bool AudioSourceCmd::operator()(const ArgVec& args) {
+  const ServiceProxies proxies("tVideoPhalTask");
   if (isQuery(args)) {
     printLine(std::cerr, "audio-source: get - TBD"); // no message asks for the current source
   } else if (args.size() == 2 && isOneOf(args[1], {"digital", "analog"})) {
-    ServiceRequest<SetAudioSourceReqMsg> request("tVideoPhalTask");
+    ServiceRequest<SetAudioSourceReqMsg> request(proxies);
     request->SetAudioSource(SetAudioSourceReqMsg::MapString2AudioSource(args[1]));
-    request.exchange<SetAudioSourceRespMsg>();
+    request.exchange();
   } else {
     printIncorrectParameters(getkey(), getshort());
   }

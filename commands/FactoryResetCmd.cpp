@@ -4,7 +4,6 @@
 #include "commands/ServiceRequest.h"
 #include "commands/Words.h"
 #include "messaging/AdminControlReqMsg.h"
-#include "messaging/AdminControlRespMsg.h"
 #include "platform/CKrProperty.h"
 #include "platform/krLog.h"
 #include "platform/krMem.h"
@@ -33,13 +32,13 @@ bool FactoryResetCmd::operator()(const ArgVec& args) {
     printIncorrectParameters(getkey(), getshort());
     return false;
   }
-  ServiceRequest<AdminControlReqMsg> request("tAdminAppTask");
+  ServiceRequest<AdminControlReqMsg> request(ServiceProxies("tAdminAppTask"));
   request->SetControl(args[1] == "config" ? 4 : 5);
   const char* const rule = "###############################################";
   printLine(std::cerr, rule);
   printLine(std::cerr, "Factory Default [" + args[1] + "] In Progress......");
   printLine(std::cerr, rule);
-  request.exchange<AdminControlRespMsg>();
+  request.exchange();
   return false;
 }
 

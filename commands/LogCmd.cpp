@@ -12,7 +12,7 @@ namespace {
 constexpr unsigned short allComponents = 255;
 
 void switchLogging(bool on) {
-  ServiceRequest<SetLoggingModeReqMsg> request("tAdminAppTask");
+  ServiceRequest<SetLoggingModeReqMsg> request(ServiceProxies("tAdminAppTask"));
   request->SetOnOff(on ? 1 : 0);
   request->SetComponent(allComponents);
   request.post();

@@ -3,16 +3,15 @@
 #include "commands/Console.h"
 #include "commands/ServiceRequest.h"
 #include "messaging/AdminControlReqMsg.h"
-#include "messaging/AdminControlRespMsg.h"
 
 #include <iostream>
 
 bool RebootCmd::operator()(const ArgVec&) {
   printLine(std::cerr, "reboot: ...");
-  ServiceRequest<AdminControlReqMsg> request("tAdminAppTask");
+  ServiceRequest<AdminControlReqMsg> request(ServiceProxies("tAdminAppTask"));
   request->SetControl(1);
   request->SetArg1(0);
-  request.exchange<AdminControlRespMsg>();
+  request.exchange();
   return false;
 }
 

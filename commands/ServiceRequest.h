@@ -7,36 +7,44 @@
 
 #include <memory>
 
+/// The two ends of a command's requests: the shell's task and a service. A command makes them on entry, whatever its
+/// line asks for: without an endpoint of the shell, each writes its line to the trace log.
+struct ServiceProxies {
+  explicit ServiceProxies(const char* serviceTask) : service(serviceTask), shell("tCliAppTask") {}
+
+  const ProxyCommObj service;
+  const ProxyCommObj shell;
+};
+
 /// One request of class `Request`, from the shell's task to a service. Fill it through ->, then send it once:
 ///
-///   ServiceRequest<StreamControlReqMsg> request("tStreamAppTask");
+///   ServiceRequest<StreamControlReqMsg> request(ServiceProxies("tStreamAppTask"));
 ///   request->SetControl(1);
-///   auto reply = request.exchange<StreamControlRespMsg>();
+///   auto reply = request.exchange();
 template <class Request>
 class ServiceRequest {
 public:
-  explicit ServiceRequest(const char* serviceTask)
-      : _service(serviceTask), _shell("tCliAppTask"), _message(new Request(_shell.Tid(), _service.Tid())) {}
+  explicit ServiceRequest(const ServiceProxies& proxies)
+      : _message(new Request(proxies.shell.Tid(), proxies.service.Tid())) {}
 
   Request* operator->() { return _message.get(); }
 
-  /// Sends the request and waits for its reply, up to 3 seconds. Null if none came.
-  template <class Response>
-  std::unique_ptr<Response> exchange() {
+  /// Sends the request and waits for its reply, up to 3 seconds; besides, for room in the service's queue, without
+  /// limit. Null if no reply came.
+  std::unique_ptr<typename Request::Response> exchange() {
+    using Response = typename Request::Response;
     _message->SetSync();
     _message->SetRemote();
     return std::unique_ptr<Response>(static_cast<Response*>(_message.release()->Send()));
   }
 
-  /// Sends the request without waiting for anything.
+  /// Sends the request without waiting for a reply.
   void post() {
     _message->SetRemote();
     delete _message.release()->Send(); // of a message that does not ask for one there is no reply
   }
 
 private:
-  ProxyCommObj _service;
-  ProxyCommObj _shell;
   std::unique_ptr<Request> _message;
 };
 

@@ -5,7 +5,6 @@
 #include "commands/ServiceRequest.h"
 #include "commands/Words.h"
 #include "messaging/StreamControlReqMsg.h"
-#include "messaging/StreamControlRespMsg.h"
 
 #include <fcntl.h>
 #include <iostream>
@@ -14,11 +13,11 @@ namespace {
 
 constexpr const char* streamingNode = "/sys/class/gpio/gpio26/value"; // active high
 
-void control(const std::string& action, const std::string& type) {
-  ServiceRequest<StreamControlReqMsg> request("tStreamAppTask");
+void control(const ServiceProxies& proxies, const std::string& action, const std::string& type) {
+  ServiceRequest<StreamControlReqMsg> request(proxies);
   request->SetControl(action == "start" ? 1 : 2);
   request->SetType(type == "audio" ? 1 : type == "video" ? 2 : 3);
-  if (const auto reply = request.exchange<StreamControlRespMsg>()) logReply("stream-cmd: got respmsg: ", *reply);
+  if (const auto reply = request.exchange()) logReply("stream-cmd: got respmsg: ", *reply);
 }
 
 void showStatus() {
@@ -33,13 +32,14 @@ void showStatus() {
 } // namespace
 
 bool StreamCmd::operator()(const ArgVec& args) {
+  const ServiceProxies proxies("tStreamAppTask");
   if (isQuery(args)) {
     showStatus();
     return false;
   }
   const std::string type = args.size() > 2 ? args[2] : "both";
   if (isOneOf(args[1], {"start", "stop"}) && isOneOf(type, {"audio", "video", "both"})) {
-    control(args[1], type);
+    control(proxies, args[1], type);
   } else {
     printIncorrectParameters(getkey(), getshort());
   }

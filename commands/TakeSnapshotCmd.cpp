@@ -4,7 +4,6 @@
 #include "commands/Node.h"
 #include "commands/ServiceRequest.h"
 #include "messaging/TakeSnapshotReqMsg.h"
-#include "messaging/TakeSnapshotRespMsg.h"
 
 #include <iostream>
 
@@ -15,16 +14,17 @@ namespace {
 constexpr int fullScale = 8;
 constexpr int defaultScale = 4;
 
-void takeSnapshot(int slot, int scale) {
-  ServiceRequest<TakeSnapshotReqMsg> request("tVideoPhalTask");
+void takeSnapshot(const ServiceProxies& proxies, int slot, int scale) {
+  ServiceRequest<TakeSnapshotReqMsg> request(proxies);
   request->SetSlot(static_cast<unsigned short>(slot));
   request->SetScale(static_cast<unsigned short>(scale));
-  if (const auto reply = request.exchange<TakeSnapshotRespMsg>()) logReply("snap-cmd: got respmsg: ", *reply);
+  if (const auto reply = request.exchange()) logReply("snap-cmd: got respmsg: ", *reply);
 }
 
 } // namespace
 
 bool TakeSnapshotCmd::operator()(const ArgVec& args) {
+  const ServiceProxies proxies("tVideoPhalTask");
   if (args.size() == 1) {
     printLine(std::cerr, "error: insufficient args");
     printLine(std::cerr, std::string("usage: ") + getkey() + " " + getshort());
@@ -33,7 +33,7 @@ bool TakeSnapshotCmd::operator()(const ArgVec& args) {
   const int slot = wordToInt(args[1]);
   const int scale = args.size() == 3 ? wordToInt(args[2]) : defaultScale; // a longer line's scale does not count
   if (slot >= 1 && slot <= MAX_SLOT && scale >= 1 && scale <= fullScale) {
-    takeSnapshot(slot, scale);
+    takeSnapshot(proxies, slot, scale);
   } else {
     printLine(std::cerr, "error: bad args");
   }

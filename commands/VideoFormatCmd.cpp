@@ -5,7 +5,6 @@
 #include "commands/ServiceRequest.h"
 #include "commands/Words.h"
 #include "messaging/SetVideoModeReqMsg.h"
-#include "messaging/SetVideoModeRespMsg.h"
 
 #include <fcntl.h>
 #include <iostream>
@@ -14,10 +13,10 @@ namespace {
 
 constexpr const char* formatNode = "/sys/bus/i2c/devices/2-0020/format";
 
-void setFormat(const std::string& word) {
-  ServiceRequest<SetVideoModeReqMsg> request("tVideoPhalTask");
+void setFormat(const ServiceProxies& proxies, const std::string& word) {
+  ServiceRequest<SetVideoModeReqMsg> request(proxies);
   request->SetMode(SetVideoModeReqMsg::MapString2Mode(word));
-  request.exchange<SetVideoModeRespMsg>();
+  request.exchange();
 }
 
 void showFormat() {
@@ -32,11 +31,12 @@ void showFormat() {
 } // namespace
 
 bool VideoFormatCmd::operator()(const ArgVec& args) {
+  const ServiceProxies proxies("tVideoPhalTask");
   if (isQuery(args)) {
     showFormat();
   } else if (args.size() == 2 &&
              isOneOf(args[1], {"hdmi", "dvi", "wxga", "xga", "svga", "vga", "component", "svideo", "composite"})) {
-    setFormat(args[1]);
+    setFormat(proxies, args[1]);
   } else {
     printIncorrectParameters(getkey(), "<format|status|?>");
   }

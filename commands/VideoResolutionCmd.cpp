@@ -4,15 +4,12 @@
 #include "commands/ServiceRequest.h"
 #include "commands/Words.h"
 #include "messaging/GetVideoResolutionReqMsg.h"
-#include "messaging/GetVideoResolutionRespMsg.h"
 #include "messaging/SetVideoResolutionReqMsg.h"
-#include "messaging/SetVideoResolutionRespMsg.h"
 
 #include <iostream>
 
 namespace {
 
-constexpr const char* serviceTask = "tVideoPhalTask";
 constexpr const char* logLabel = "video-resolution-cmd: got respmsg: ";
 constexpr unsigned short progressive = 1;
 constexpr unsigned short interlaced = 2;
@@ -53,18 +50,18 @@ const Resolution* resolutionNamed(const std::string& word) {
   return nullptr;
 }
 
-void setResolution(const Resolution& resolution) {
-  ServiceRequest<SetVideoResolutionReqMsg> request(serviceTask);
+void setResolution(const ServiceProxies& proxies, const Resolution& resolution) {
+  ServiceRequest<SetVideoResolutionReqMsg> request(proxies);
   request->SetHorizontal(resolution.horizontal);
   request->SetVertical(resolution.vertical);
   request->SetQualifier(resolution.qualifier);
   request->SetHertz(resolution.hertz);
-  if (const auto reply = request.exchange<SetVideoResolutionRespMsg>()) logReply(logLabel, *reply);
+  if (const auto reply = request.exchange()) logReply(logLabel, *reply);
 }
 
-void showResolution() {
-  ServiceRequest<GetVideoResolutionReqMsg> request(serviceTask);
-  const auto reply = request.exchange<GetVideoResolutionRespMsg>();
+void showResolution(const ServiceProxies& proxies) {
+  ServiceRequest<GetVideoResolutionReqMsg> request(proxies);
+  const auto reply = request.exchange();
   if (reply == nullptr) {
     printLine(std::cerr, "error: couldn't determine the video-resolution");
     return;
@@ -78,11 +75,12 @@ void showResolution() {
 } // namespace
 
 bool VideoResolutionCmd::operator()(const ArgVec& args) {
+  const ServiceProxies proxies("tVideoPhalTask");
   const Resolution* resolution = args.size() == 2 ? resolutionNamed(args[1]) : nullptr;
   if (isQuery(args)) {
-    showResolution();
+    showResolution(proxies);
   } else if (resolution != nullptr) {
-    setResolution(*resolution);
+    setResolution(proxies, *resolution);
   } else {
     printIncorrectParameters(getkey(), "<HxV@R|status|?>");
   }

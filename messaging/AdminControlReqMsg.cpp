@@ -1,7 +1,5 @@
 #include "messaging/AdminControlReqMsg.h"
 
-#include "messaging/AdminControlRespMsg.h"
-
 const MsgLayout AdminControlReqMsg::layout = {
     "AdminControlReqMsg",
     108,
@@ -10,8 +8,6 @@ const MsgLayout AdminControlReqMsg::layout = {
     /*rendersMtype*/ true,
     {{"   control = ", 2}, {"   arg1    = ", 0}, {"   arg2    = ", 0}, {"   arg3    = ", 0}, {"   arg4    = ", 0}},
 };
-
-MsgObj* AdminControlReqMsg::CreateResponse() { return new (std::nothrow) AdminControlRespMsg; }
 
 void populate_msgbuff(void* buffer, int, const AdminControlReqMsg& message) {
   message.encodeTo(buffer, AdminControlReqMsg::layout);

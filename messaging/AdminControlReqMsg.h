@@ -1,10 +1,10 @@
 #ifndef TEV_MESSAGING_ADMINCONTROLREQMSG_H
 #define TEV_MESSAGING_ADMINCONTROLREQMSG_H
 
-#include "messaging/MsgOf.h"
+#include "messaging/AdminControlRespMsg.h"
 
 /// Asks the administration service to reboot or to go back to factory defaults.
-class AdminControlReqMsg : public MsgOf<AdminControlReqMsg> {
+class AdminControlReqMsg : public MsgOf<AdminControlReqMsg, AdminControlRespMsg> {
 public:
   static const MsgLayout layout;
 
@@ -16,7 +16,6 @@ public:
   void SetArg1(unsigned short value) { setWord(1, value); } ///< 0 for all of these.
 
   int InvokeHandler(CommObj* receiver) override;
-  MsgObj* CreateResponse() override;
 
   friend void populate_msgbuff(void* buffer, int length, const AdminControlReqMsg& message);
 };

@@ -1,7 +1,5 @@
 #include "messaging/AdminControlRespMsg.h"
 
-#include <iostream>
-
 const MsgLayout AdminControlRespMsg::layout = {
     "AdminControlRespMsg",      109, PipeForm::bigEndian, /*restoresFlags*/ false, /*rendersMtype*/ true,
     {{"   status  = ", 65535}},
@@ -14,10 +12,10 @@ void populate_msgbuff(void* buffer, int, const AdminControlRespMsg& message) {
 }
 
 MsgObj* AdminControlRespMsg::Create(const void* buffer) {
-  std::cerr << "AdminControlReqMsg::Create(): msgtype=" + std::to_string(idIn(buffer)) << std::endl;
+  traceError("AdminControlReqMsg::Create(): msgtype=%d", idIn(buffer));
   auto* message = static_cast<AdminControlRespMsg*>(MsgOf::Create(buffer));
   if (message != nullptr) {
-    std::cerr << "KIP_ADMIN_CNTRL_RESP_MSG_ID:status = " + std::to_string(message->word(0)) << std::endl;
+    traceError("KIP_ADMIN_CNTRL_RESP_MSG_ID:status = %d", message->word(0));
   }
   return message;
 }

@@ -13,7 +13,6 @@ public:
 
   MsgObj* Create(const void* buffer) override; ///< also traces on the standard error stream
   int InvokeHandler(CommObj* receiver) override;
-  MsgObj* CreateResponse() override;
 
   friend void populate_msgbuff(void* buffer, int length, const AdminControlRespMsg& message);
 };

@@ -2,5 +2,3 @@
 #include "messaging/AdminControlRespMsg.h"
 
 int AdminControlRespMsg::InvokeHandler(CommObj*) { return 0; }
-
-MsgObj* AdminControlRespMsg::CreateResponse() { return nullptr; }

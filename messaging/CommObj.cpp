@@ -1,9 +1,10 @@
 #include "messaging/CommObj.h"
 
 #include "log/tevlog.h"
+#include "messaging/Blocking.h"
 #include "messaging/Immortal.h"
 #include "messaging/MsgObj.h"
-#include "messaging/MsgQueue.h"
+#include "messaging/ReplyPipe.h"
 #include "platform/Uncancelled.h"
 
 #include <algorithm>
@@ -11,7 +12,7 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
-#include <fcntl.h>
+#include <memory>
 #include <poll.h>
 #include <sys/ipc.h>
 #include <sys/msg.h>
@@ -82,7 +83,8 @@ int CommObj::NextMsgQKey() { return ++_sNextMsgQKey; }
 
 // ---- Life
 
-CommObj::CommObj(const char* taskName) : _queueKey(NextMsgQKey()), _queueId(msgget(_queueKey, IPC_CREAT | 0660)) {
+CommObj::CommObj(const char* taskName, bool ownQueueOnly)
+    : _queueKey(NextMsgQKey()), _queueId(obtainQueue(_queueKey, ownQueueOnly, _queueOrigin)) {
   if (_queueId < 0) {
     tev::log << "error: cannot create msgQ: " << _queueId << tev::endl;
     return;
@@ -92,8 +94,7 @@ CommObj::CommObj(const char* taskName) : _queueKey(NextMsgQKey()), _queueId(msgg
   _queueOut = MsgQOutStream(_queueId);
   tev::log << "Creating Task: " << _taskName << "(" << static_cast<unsigned int>(_taskId) << ")"
            << " with msgqid: " << _queueId << tev::endl;
-  _sTid2CommObj()[_taskId] = this;
-  _sTaskName2Tid()[_taskName] = _taskId;
+  enterTables();
   openPipe();
   _syncMutex = krMutexCreate();
   if (_syncMutex == nullptr) {
@@ -101,15 +102,28 @@ CommObj::CommObj(const char* taskName) : _queueKey(NextMsgQKey()), _queueId(msgg
   }
 }
 
+// In both tables or, when memory runs out, in none.
+void CommObj::enterTables() {
+  std::map<unsigned long, CommObj*> endpoint{{_taskId, this}};
+  std::map<std::string, unsigned long> id{{_taskName, _taskId}};
+  // From here on nothing can fail. The newest entry counts.
+  _sTid2CommObj().erase(_taskId);
+  _sTid2CommObj().merge(endpoint);
+  _sTaskName2Tid().erase(_taskName);
+  _sTaskName2Tid().merge(id);
+}
+
 void CommObj::openPipe() {
   (void)std::snprintf(_pipeName, sizeof _pipeName, "/tmp/%s.%d", _taskName, static_cast<int>(_taskId));
-  (void)unlink(_pipeName); // what an earlier process left; usually there is nothing
+  // What an earlier process left, or somebody else put there; usually there is nothing. What cannot be removed makes
+  // the next step fail.
+  if (unlink(_pipeName) != 0 && errno == EISDIR) (void)rmdir(_pipeName);
   if (mkfifo(_pipeName, 0660) != 0) {
     tev::log << "error: cannot create named pipe: " << _pipeName << tev::endl;
     return;
   }
   // For reading and writing: the open waits for no peer, and the pipe always has a writer.
-  const int fd = open(_pipeName, O_RDWR | O_NONBLOCK | O_CLOEXEC);
+  const int fd = ::openPipe(_pipeName);
   if (fd < 0) {
     tev::log << "error: cannot open named pipe: " << _pipeName << tev::endl;
     return;
@@ -133,10 +147,11 @@ CommObj::~CommObj() {
 void CommObj::go(int priority, int stackSize) { start(_taskName, priority, stackSize); }
 
 void CommObj::StopAll() {
-  for (const auto& [taskId, endpoint] : _sTid2CommObj()) {
+  // A thread may still use the tables and, by them, any endpoint.
+  for (const auto& [taskId, endpoint] : _sTid2CommObj())
     endpoint->kill();
+  for (const auto& [taskId, endpoint] : _sTid2CommObj())
     delete endpoint;
-  }
   _sTid2CommObj().clear();
   _sTaskName2Tid().clear();
 }
@@ -146,11 +161,12 @@ void CommObj::StopAll() {
 // Nothing with a destructor in this frame: the thread arrives here with asynchronous cancellation enabled.
 KR_UNWOUND_BY_CANCELLATION void CommObj::run() {
   const kr::CancelSetting before = kr::disableCancellation();
-  receiveLoop();
+  receiveLoop(before.state);
   kr::restoreCancellation(before);
 }
 
-[[gnu::noinline]] KR_UNWOUND_BY_CANCELLATION void CommObj::receiveLoop() {
+[[gnu::noinline]] KR_UNWOUND_BY_CANCELLATION void CommObj::receiveLoop(int cancelState) {
+  const BlockingState handlers(cancelState);
   _pid = static_cast<uint16_t>(getpid());
   char buffer[msgTypeSize + msgTextMax] = {};
   for (;;) {
@@ -158,11 +174,20 @@ KR_UNWOUND_BY_CANCELLATION void CommObj::run() {
       if (!handleReceiveFailure(errno)) return;
       continue;
     }
-    if (MsgObj* message = MsgObj::Make(buffer)) {
+    const std::unique_ptr<MsgObj, DeleteUnwound> message(MsgObj::Decode(buffer));
+    if (message != nullptr)
       message->InvokeHandler(this);
-      delete message;
-    }
+    else if (mayLogUnusable())
+      MsgObj::LogUndecodable(buffer);
   }
+}
+
+// Whether one more message without a use gets its line. The lines that a flood has not got are counted in one.
+bool CommObj::mayLogUnusable() {
+  if (!_unusable.passes(monotonicMs() / 1000)) return false;
+  if (const long held = _unusable.takeHeld(); held > 0)
+    tev::log << "CommObj::run() - messages dropped without a line: " << held << tev::endl;
+  return true;
 }
 
 // Returns whether to go on receiving. Whatever happens, the loop does not spin.
@@ -171,7 +196,8 @@ bool CommObj::handleReceiveFailure(int reason) {
   case EINTR:
     return true;
   case E2BIG: // it would stay at the head of the queue for good
-    tev::log << "CommObj::run() - dropping an oversized message from msgQ: " << _queueId << tev::endl;
+    if (mayLogUnusable())
+      tev::log << "CommObj::run() - dropping an oversized message from msgQ: " << _queueId << tev::endl;
     (void)dropFromQueue(_queueId); // fails only if the queue is gone, which the next receive finds out
     return true;
   case EIDRM:
@@ -198,7 +224,10 @@ int CommObj::ReceiveSync(unsigned long srcTid, MsgObj* message, int) {
 // ---- Synchronous exchanges
 
 void CommObj::SyncLock() {
-  (void)krMutexLockDebug(_syncMutex, KR_WAIT_FOREVER, "CommObj", 191, "void CommObj::SyncLock()", "");
+  const auto lock = [this](int timeoutMs) {
+    return krMutexLockDebug(_syncMutex, timeoutMs, "CommObj", 191, "void CommObj::SyncLock()", "");
+  };
+  if (lock(KR_NO_WAIT) != 0) (void)BlockingState::block([&] { return lock(KR_WAIT_FOREVER); });
 }
 
 void CommObj::SyncUnLock() { (void)krMutexUnlock(_syncMutex); }
@@ -236,7 +265,9 @@ bool CommObj::readReply(MsgObj& reply) {
     return false;
   }
   const size_t size = reply.size();
-  const size_t missing = size - readAvailable(_pipeFd, reply.image(), size);
+  // A reply larger than the image of a message cannot be read.
+  const size_t got = size <= sizeof(MsgImage) ? readAvailable(_pipeFd, reply.image(), size) : 0;
+  const size_t missing = size - got;
   if (missing > 0) {
     tev::log << "couldn't get all the expected data, size=" << static_cast<unsigned int>(size)
              << ", left=" << static_cast<unsigned int>(missing) << tev::endl;

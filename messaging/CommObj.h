@@ -5,12 +5,18 @@
 // the process map task names to ids and ids to endpoints. Queue and pipe are left in the system if the process ends
 // without StopAll(); the next endpoint with the same key then takes the queue over.
 //
+// Handlers run on the endpoint's thread with cancellation disabled. Where a handler sends and has to wait, for the sync
+// lock or for room in a full queue, it can be cancelled all the same (see Blocking.h), so that StopAll() does not wait
+// for other tasks; its frames are unwound then.
+//
 // Threads: SetKey, construction, go and StopAll belong to one thread, while no other uses an endpoint. Afterwards any
 // thread may send from an endpoint; the sync lock makes synchronous exchanges one at a time.
 #ifndef TEV_MESSAGING_COMMOBJ_H
 #define TEV_MESSAGING_COMMOBJ_H
 
+#include "messaging/FloodGate.h"
 #include "messaging/MsgQOutStream.h"
+#include "messaging/MsgQueue.h"
 #include "messaging/PipeOutStream.h"
 #include "platform/CKrThread.h"
 
@@ -24,8 +30,9 @@ class CommObj : public CKrThread {
 public:
   /// Creates the queue (with the next key, mode 0660) and the pipe "/tmp/<name>.<task id>" and enters the task in the
   /// tables. `taskName` is cut to 23 characters. What cannot be created is reported in the trace log; without a queue
-  /// the endpoint has the task id 0 and is in no table.
-  explicit CommObj(const char* taskName);
+  /// the endpoint has the task id 0 and is in no table. With `ownQueueOnly`, a queue that another user has a hold on is
+  /// not used: see obtainQueue(). Throws std::bad_alloc, in which case the endpoint is in no table.
+  explicit CommObj(const char* taskName, bool ownQueueOnly = false);
 
   /// Removes queue and pipe. An endpoint in the tables is destroyed by StopAll() only.
   ~CommObj() override;
@@ -38,6 +45,7 @@ public:
   static int NextMsgQKey();
 
   int GetMsgQId() const { return _queueId; }
+  QueueOrigin GetQueueOrigin() const { return _queueOrigin; }
   int GetPipeFd() const { return _pipeFd; }
   unsigned long GetTaskId() const { return _taskId; }
   unsigned short GetPid() const { return _pid; } ///< low 16 bits of the process id; 0 until run() has started
@@ -47,7 +55,8 @@ public:
   void go(int priority, int stackSize);
 
   /// Receives messages and runs their handlers. Returns only when the queue is gone. The calling thread can be
-  /// cancelled while it waits for a message, and only then.
+  /// cancelled while it waits for a message, and where a handler that sends waits. Messages that cannot be decoded each
+  /// write a line to the trace log; of a flood of them, only the first and then one a second (see FloodGate.h).
   void run() override;
 
   /// Deliver `message` into this endpoint's queue (async) or pipe (sync), if `srcTid` is a local endpoint; else nothing
@@ -60,7 +69,8 @@ public:
   /// SyncUnLock.
   virtual MsgObj* ReadReplyMsg(MsgObj* request);
 
-  /// Held from before a synchronous request is sent until its reply has been read.
+  /// Held from before a synchronous request is sent until its reply has been read. Waiting for it is a cancellation
+  /// point as Blocking.h says.
   void SyncLock();
   void SyncUnLock();
 
@@ -75,14 +85,17 @@ public:
   /// Writes the task table to the trace log.
   static void ShowTable();
 
-  /// Ends the thread of every endpoint of the process, waits until it has left the endpoint, and destroys the endpoint.
-  /// Not to be called on an endpoint's thread.
+  /// Ends the threads of all endpoints of the process, waits until each has left its endpoint, and then destroys the
+  /// endpoints. A handler that waits for a reply delays this by up to 3 seconds. Not to be called on an endpoint's
+  /// thread.
   static void StopAll();
 
 private:
   static constexpr int noDescriptor = -1;
 
-  void receiveLoop();
+  void enterTables();
+  void receiveLoop(int cancelState);
+  bool mayLogUnusable();
   bool handleReceiveFailure(int reason);
   bool readReply(MsgObj& reply);
   void openPipe();
@@ -94,9 +107,11 @@ private:
 
   KrMutex* _syncMutex = nullptr;
   int _queueKey;
+  QueueOrigin _queueOrigin = QueueOrigin::none;
   int _queueId;
   MsgQOutStream _queueOut{noDescriptor};
   PipeOutStream _pipeOut{noDescriptor};
+  FloodGate _unusable; ///< messages without a use; of the endpoint's thread
   unsigned long _taskId = 0;
   std::atomic<uint16_t> _pid{0};
   int _pipeFd = noDescriptor;

@@ -17,7 +17,6 @@ public:
   unsigned short GetHertz() const { return word(4); }      ///< Frames a second.
 
   int InvokeHandler(CommObj* receiver) override;
-  MsgObj* CreateResponse() override;
 };
 
 #endif

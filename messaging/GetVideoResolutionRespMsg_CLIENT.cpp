@@ -2,5 +2,3 @@
 #include "messaging/GetVideoResolutionRespMsg.h"
 
 int GetVideoResolutionRespMsg::InvokeHandler(CommObj*) { return 0; }
-
-MsgObj* GetVideoResolutionRespMsg::CreateResponse() { return nullptr; }

@@ -1,16 +1,18 @@
 #include "messaging/MsgObj.h"
 
+#include "messaging/Blocking.h"
 #include "messaging/CommObj.h"
 #include "messaging/Immortal.h"
 #include "messaging/MsgQueue.h"
-#include "platform/Uncancelled.h"
+#include "messaging/ReplyPipe.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdarg>
 #include <cstdio>
 #include <cstring>
-#include <fcntl.h>
 #include <iostream>
-#include <string>
+#include <memory>
 #include <unistd.h>
 
 namespace {
@@ -34,6 +36,21 @@ void put32(unsigned char* to, uint32_t value) {
 uint16_t get16(const unsigned char* from) { return static_cast<uint16_t>(from[0] << 8 | from[1]); }
 
 uint32_t get32(const unsigned char* from) { return static_cast<uint32_t>(get16(from)) << 16 | get16(from + 2); }
+
+/// Holds the sync lock of an endpoint for a scope.
+class SyncHeld {
+public:
+  explicit SyncHeld(CommObj& endpoint) : _endpoint(endpoint) { _endpoint.SyncLock(); }
+  ~SyncHeld() {
+    kr::afterUnwinding(); // the thread may have been cancelled while it waited
+    _endpoint.SyncUnLock();
+  }
+  SyncHeld(const SyncHeld&) = delete;
+  SyncHeld& operator=(const SyncHeld&) = delete;
+
+private:
+  CommObj& _endpoint;
+};
 
 } // namespace
 
@@ -62,107 +79,123 @@ std::map<unsigned short, MsgObj*>& MsgObj::_sMsgId2MsgObj() {
 unsigned int MsgObj::size() const { return 20; }
 
 MsgObj* MsgObj::Make(const void* buffer) {
-  const unsigned short id = idIn(buffer);
-  const auto found = _sMsgId2MsgObj().find(id);
-  if (found != _sMsgId2MsgObj().end()) {
-    if (MsgObj* message = found->second->Create(buffer)) return message;
-  }
-  tev::log << "MsgObj::Make(): returning 0 for creation request of msgid: " << static_cast<int>(id) << tev::endl;
-  return nullptr;
+  MsgObj* const message = Decode(buffer);
+  if (message == nullptr) LogUndecodable(buffer);
+  return message;
+}
+
+MsgObj* MsgObj::Decode(const void* buffer) {
+  const auto found = _sMsgId2MsgObj().find(idIn(buffer));
+  return found != _sMsgId2MsgObj().end() ? found->second->Create(buffer) : nullptr;
+}
+
+void MsgObj::LogUndecodable(const void* buffer) {
+  tev::log << "MsgObj::Make(): returning 0 for creation request of msgid: " << static_cast<int>(idIn(buffer))
+           << tev::endl;
+}
+
+void MsgObj::traceError(const char* format, ...) {
+  char line[200];
+  va_list arguments;
+  va_start(arguments, format);
+  (void)std::vsnprintf(line, sizeof line, format, arguments);
+  va_end(arguments);
+  std::cerr << line << std::endl;
 }
 
 // ---- Sending
 
 MsgObj* MsgObj::Send() {
-  // A thread that was cancelled in the middle would keep the sync lock, and the message. The wait for a reply is short.
-  return kr::uncancelled([this] { return sendAndDelete(); });
+  // A thread that was cancelled anywhere would keep the sync lock, and the message. The wait for a reply is short.
+  return kr::uncancelled([this](int cancelState) {
+    const BlockingState waits(cancelState);
+    return sendAndDelete();
+  });
 }
 
 MsgObj* MsgObj::sendAndDelete() {
+  const std::unique_ptr<MsgObj, DeleteUnwound> consumed(this);
   CommObj* dst = CommObj::TaskId2CommObj(GetDstTid());
   CommObj* src = CommObj::TaskId2CommObj(GetSrcTid());
-  MsgObj* reply = nullptr;
-  if (src != nullptr && dst != nullptr) {
-    reply = sendLocally(*src, *dst);
-  } else if (src != nullptr && IsRemoteMsg()) {
-    reply = sendRemotely(*src);
-  } else {
-    tev::log << "MsgObj::send() - not calling pTargetCommObj->receive(...)" << tev::endl;
-  }
-  delete this;
-  return reply;
-}
-
-MsgObj* MsgObj::sendLocally(CommObj& src, CommObj& dst) {
-  const int length = static_cast<int>(size());
-  if (IsRespMsg() && IsSyncMsg()) {
-    dst.ReceiveSync(GetSrcTid(), this, length);
-    return nullptr;
-  }
-  if (IsRespMsg() || !IsSyncMsg()) {
-    dst.ReceiveAsync(GetSrcTid(), this, length);
-    return nullptr;
-  }
-  src.SyncLock();
-  src.SyncClean();
-  dst.ReceiveAsync(GetSrcTid(), this, length);
-  MsgObj* reply = src.ReadReplyMsg(this);
-  src.SyncUnLock();
-  return reply;
-}
-
-MsgObj* MsgObj::sendRemotely(CommObj& src) {
-  if (IsReqMsg() && IsSyncMsg()) return requestRemotely(src);
-  if (IsSyncMsg()) {
-    replyRemotely();
-  } else {
-    MsgQOutStream queue(static_cast<int>(_image.dstTid));
-    stream(queue);
-  }
+  if (src != nullptr && dst != nullptr) return sendLocally(*src, *dst);
+  if (src != nullptr && IsRemoteMsg()) return sendRemotely(*src);
+  tev::log << "MsgObj::send() - not calling pTargetCommObj->receive(...)" << tev::endl;
   return nullptr;
 }
 
-MsgObj* MsgObj::requestRemotely(CommObj& src) {
-  src.SyncLock();
-  src.SyncClean();
+MsgObj* MsgObj::sendLocally(CommObj& src, CommObj& dst) {
+  if (IsReqMsg() && IsSyncMsg()) return exchange(src, &dst);
+  const int length = static_cast<int>(size());
+  if (IsSyncMsg())
+    dst.ReceiveSync(GetSrcTid(), this, length);
+  else
+    dst.ReceiveAsync(GetSrcTid(), this, length);
+  return nullptr;
+}
+
+MsgObj* MsgObj::sendRemotely(CommObj& src) {
+  if (IsReqMsg() && IsSyncMsg()) return exchange(src, nullptr);
+  if (IsSyncMsg())
+    replyRemotely();
+  else
+    sendToRemoteQueue();
+  return nullptr;
+}
+
+void MsgObj::sendToRemoteQueue() {
   MsgQOutStream queue(static_cast<int>(_image.dstTid));
   stream(queue);
-  tev::log << "MsgObj::send()[isReqSyncMsg/remote] - before pSourceCommObj->ReadReplyMsg(...)" << tev::endl;
-  MsgObj* reply = src.ReadReplyMsg(this);
-  tev::log << "MsgObj::send()[isReqSyncMsg/remote] - pSourceCommObj->ReadReplyMsg(...) returned: " << tev::hex
-           << static_cast<void*>(reply) << tev::dec << tev::endl;
-  src.SyncUnLock();
+}
+
+// Sends a synchronous request, to an endpoint of this process or (null) to the queue of another, and reads its reply.
+MsgObj* MsgObj::exchange(CommObj& src, CommObj* dst) {
+  MsgObj* reply = nullptr;
+  {
+    const SyncHeld held(src);
+    src.SyncClean();
+    if (dst != nullptr) {
+      dst->ReceiveAsync(GetSrcTid(), this, static_cast<int>(size()));
+      return src.ReadReplyMsg(this);
+    }
+    sendToRemoteQueue();
+    tev::log << "MsgObj::send()[isReqSyncMsg/remote] - before pSourceCommObj->ReadReplyMsg(...)" << tev::endl;
+    reply = src.ReadReplyMsg(this);
+    tev::log << "MsgObj::send()[isReqSyncMsg/remote] - pSourceCommObj->ReadReplyMsg(...) returned: " << tev::hex
+             << static_cast<void*>(reply) << tev::dec << tev::endl;
+  }
   tev::log << "MsgObj::send()[isReqSyncMsg/remote] - after pSourceCommObj->ReadReplyMsg(...)" << tev::endl;
   return reply;
 }
 
 // A reply always goes to the pipe of the console's task: it is the one that asks synchronously across processes.
 void MsgObj::replyRemotely() const {
-  char path[32];
-  (void)std::snprintf(path, sizeof path, "/tmp/tCliAppTask.%d", static_cast<int>(_image.dstTid)); // 27 at most
-  const int fd = open(path, O_RDWR | O_NONBLOCK | O_CLOEXEC);
+  const int fd = openReplyPipe(_image.dstTid);
   if (fd <= 0) {
     const int reason = errno;
     char buffer[128];
-    const char* const text = strerror_r(reason, buffer, sizeof buffer);
-    std::cerr << "bad pipefd!? pipefd=" + std::to_string(fd) + ", errno=" + std::to_string(reason) + ", " + text
-              << std::endl;
+    traceError("bad pipefd!? pipefd=%d, errno=%d, %s", fd, reason, strerror_r(reason, buffer, sizeof buffer));
     if (fd == 0) (void)close(fd);
   } else {
     // Fails when nobody has read so many replies that the pipe is full. Whoever waits for this one runs into its
     // time-out.
-    const ssize_t written = write(fd, &_image, size());
+    const size_t size = imageSize();
+    const ssize_t written = write(fd, &_image, size);
     (void)written;
-    tev::log << "MsgObj::send()[isRespSyncMsg/remote] - bytes to pipe: " << size() << tev::endl;
-    for (unsigned int i = 0; i < size(); i += 4) {
+    tev::log << "MsgObj::send()[isRespSyncMsg/remote] - bytes to pipe: " << static_cast<unsigned int>(size)
+             << tev::endl;
+    for (size_t i = 0; i < size; i += 4) {
       uint32_t value = 0;
       std::memcpy(&value, reinterpret_cast<const char*>(&_image) + i, sizeof value);
-      tev::log << "word_s@" << i << " [" << static_cast<unsigned int>(value) << "]" << tev::endl;
+      tev::log << "word_s@" << static_cast<unsigned int>(i) << " [" << static_cast<unsigned int>(value) << "]"
+               << tev::endl;
     }
     (void)close(fd); // nothing was buffered that a failing close could lose
   }
   tev::log << "MsgObj::send()[isRespSyncMsg/remote] - after pipe write() call" << tev::endl;
 }
+
+// What the class says, but no more than there is.
+size_t MsgObj::imageSize() const { return std::min<size_t>(size(), sizeof _image); }
 
 // ---- The image and its wire forms
 

@@ -89,7 +89,8 @@ public:
   /// Sends the message where its destination id, its flags and its kind (request or response) say, and deletes it. For
   /// a synchronous request: waits up to 3 seconds for the reply and returns it as a new object that belongs to the
   /// caller. Returns null in every other case, also when sending failed: failures show in the trace log or as a
-  /// time-out.
+  /// time-out. Before the wait for the reply it waits, without limit, for the endpoint's sync lock and for room in a
+  /// full queue. Only in these two can the calling thread be cancelled; the message is deleted then, too.
   virtual MsgObj* Send();
 
   /// Length of the message's image in bytes.
@@ -113,6 +114,10 @@ public:
   /// Decodes a received queue form with the prototype registered for its id. Null, and a line in the trace log, if
   /// there is none. The message belongs to the caller.
   static MsgObj* Make(const void* buffer);
+
+  /// The two parts of Make: decodes without the line; and writes the line.
+  static MsgObj* Decode(const void* buffer);
+  static void LogUndecodable(const void* buffer);
 
   unsigned short GetMsgType() const { return _image.type; }
   unsigned long GetSrcTid() const { return _image.srcTid; }
@@ -148,12 +153,17 @@ protected:
 
   static unsigned short idIn(const void* buffer); ///< the message id of a queue form
 
+  /// Writes a line of at most 199 characters, and its line end, to the standard error stream. Needs no memory.
+  static void traceError(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
 private:
   MsgObj* sendAndDelete();
   MsgObj* sendLocally(CommObj& src, CommObj& dst);
   MsgObj* sendRemotely(CommObj& src);
-  MsgObj* requestRemotely(CommObj& src);
+  MsgObj* exchange(CommObj& src, CommObj* dst);
+  void sendToRemoteQueue();
   void replyRemotely() const;
+  size_t imageSize() const;
 
   // Never destroyed, and made at first use: exemplars are static objects, and a receive thread may outlive the static
   // destructors.

@@ -5,12 +5,16 @@
 #include "messaging/MsgObj.h"
 
 #include <new>
+#include <type_traits>
 
 /// Base of the message class `Self`, which declares itself in a constant `static const MsgLayout layout` and gets from
-/// here everything that follows from it. What is left to write in Self: accessors, InvokeHandler and CreateResponse.
-template <class Self>
+/// here everything that follows from it. What is left to write in Self: accessors and InvokeHandler. `Reply` is the
+/// class that answers it; void for a message without a reply.
+template <class Self, class Reply = void>
 class MsgOf : public MsgObj {
 public:
+  using Response = Reply;
+
   MsgOf() : MsgOf(0, 0) {}
   MsgOf(unsigned long srcTid, unsigned long dstTid) : MsgObj(srcTid, dstTid, Self::layout.id) {
     setDefaults(Self::layout);
@@ -20,6 +24,13 @@ public:
   unsigned int size() const override { return Self::layout.size(); }
   MsgQOutStream& stream(MsgQOutStream& out) override { return out << *this; }
   PipeOutStream& stream(PipeOutStream& out) override { return out << *this; }
+
+  MsgObj* CreateResponse() override {
+    if constexpr (std::is_void_v<Reply>)
+      return nullptr;
+    else
+      return new (std::nothrow) Reply;
+  }
 
   MsgObj* Create(const void* buffer) override {
     if (idIn(buffer) != Self::layout.id) return nullptr;

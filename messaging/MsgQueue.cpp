@@ -1,5 +1,6 @@
 #include "messaging/MsgQueue.h"
 
+#include "messaging/Blocking.h"
 #include "platform/Uncancelled.h"
 
 #include <cerrno>
@@ -8,6 +9,7 @@
 #include <pthread.h>
 #include <sys/ipc.h>
 #include <sys/msg.h>
+#include <unistd.h>
 
 namespace {
 
@@ -17,7 +19,35 @@ struct KernelMsg {
   char text[msgTextMax];
 };
 
+constexpr int ownerAndGroup = 0660;
+
+// Whether nobody but the owner, who is the effective user, and the group can use a queue or change it.
+bool isOwn(int queueId) {
+  struct msqid_ds about {};
+  if (msgctl(queueId, IPC_STAT, &about) != 0) return false;
+  const uid_t self = geteuid();
+  return about.msg_perm.uid == self && about.msg_perm.cuid == self &&
+         (about.msg_perm.mode & 0777U & ~static_cast<unsigned>(ownerAndGroup)) == 0;
+}
+
 } // namespace
+
+int obtainQueue(key_t key, bool ownOnly, QueueOrigin& origin) {
+  origin = key != IPC_PRIVATE ? QueueOrigin::keyed : QueueOrigin::unkeyed;
+  int id = msgget(key, IPC_CREAT | ownerAndGroup);
+  if (ownOnly && (id >= 0 ? !isOwn(id) : errno == EACCES)) {
+    origin = QueueOrigin::replaced;
+    const int others = msgget(key, 0); // asks for no permission
+    const bool removed = others >= 0 && msgctl(others, IPC_RMID, nullptr) == 0;
+    id = removed ? msgget(key, IPC_CREAT | IPC_EXCL | ownerAndGroup) : -1;
+    if (id < 0) { // it stays, or is there again
+      origin = QueueOrigin::unkeyed;
+      id = msgget(IPC_PRIVATE, ownerAndGroup);
+    }
+  }
+  if (id < 0) origin = QueueOrigin::none;
+  return id;
+}
 
 int sendToQueue(int queueId, const void* buffer, size_t textSize) {
   if (textSize > msgTextMax) {
@@ -30,7 +60,10 @@ int sendToQueue(int queueId, const void* buffer, size_t textSize) {
   KernelMsg message;
   message.type = type; // sign-extended where a long is wider
   std::memcpy(message.text, bytes + msgTypeSize, textSize);
-  return msgsnd(queueId, &message, textSize, 0);
+  int result = msgsnd(queueId, &message, textSize, IPC_NOWAIT);
+  while (result != 0 && (errno == EAGAIN || errno == EINTR))
+    result = BlockingState::block([&] { return msgsnd(queueId, &message, textSize, 0); });
+  return result;
 }
 
 KR_UNWOUND_BY_CANCELLATION ssize_t receiveFromQueue(int queueId, void* buffer) {

@@ -12,8 +12,8 @@ constexpr size_t msgTypeSize = 4;  ///< bytes in front of the text of a queue fo
 constexpr size_t msgTextMax = 512; ///< longest text that is received
 
 /// Sends the queue form in `buffer`: four type bytes, read as a native signed 32-bit number, and `textSize` (at most
-/// msgTextMax) bytes of text. Blocks while the queue is full. Returns 0, or -1 with msgsnd's errno; EINVAL for a type
-/// that is not positive.
+/// msgTextMax) bytes of text. Blocks while the queue is full, and can be cancelled there as Blocking.h says. Returns 0,
+/// or -1 with msgsnd's errno; EINVAL for a type that is not positive. Signals do not end the wait.
 int sendToQueue(int queueId, const void* buffer, size_t textSize);
 
 /// Receives the next message of any type into `buffer`, which has room for msgTypeSize + msgTextMax bytes. Blocks while
@@ -21,6 +21,19 @@ int sendToQueue(int queueId, const void* buffer, size_t textSize);
 /// the message does not fill of the buffer is zeroed. Returns the length of the text, or -1 with msgrcv's errno, in
 /// which case the buffer is untouched.
 ssize_t receiveFromQueue(int queueId, void* buffer);
+
+/// How an endpoint came by its queue.
+enum class QueueOrigin {
+  none,     ///< it has none
+  keyed,    ///< made with its key, or found under it
+  replaced, ///< made with its key, in place of another user's
+  unkeyed,  ///< made without a key: none was given (IPC_PRIVATE), or another user's queue has it
+};
+
+/// Makes or finds the queue with that key, mode 0660. With `ownOnly`, one that another user owns or created, or that is
+/// open to more than its owner and group, is not used: it is removed, where that is permitted, or else a queue without
+/// a key is made. Returns the queue's id, or -1 with msgget's errno.
+int obtainQueue(key_t key, bool ownOnly, QueueOrigin& origin);
 
 /// Takes the next message off the queue without looking at it, whatever its length. Does not block. Returns 0, or -1
 /// with msgrcv's errno.

@@ -1,7 +1,5 @@
 #include "messaging/SetAudioSourceReqMsg.h"
 
-#include "messaging/SetAudioSourceRespMsg.h"
-
 const MsgLayout SetAudioSourceReqMsg::layout = {
     "SetAudioSourceReqMsg",  120, PipeForm::native, /*restoresFlags*/ true, /*rendersMtype*/ false,
     {{"   audiosrc = ", 1}},
@@ -11,7 +9,5 @@ SetAudioSourceReqMsg::SetAudioSourceReqMsg(unsigned long srcTid, unsigned long d
     : MsgOf(srcTid, dstTid) {
   setWord(0, audiosrc);
 }
-
-MsgObj* SetAudioSourceReqMsg::CreateResponse() { return new (std::nothrow) SetAudioSourceRespMsg; }
 
 unsigned short SetAudioSourceReqMsg::MapString2AudioSource(const std::string& name) { return name == "analog" ? 2 : 1; }

@@ -1,12 +1,12 @@
 #ifndef TEV_MESSAGING_SETAUDIOSOURCEREQMSG_H
 #define TEV_MESSAGING_SETAUDIOSOURCEREQMSG_H
 
-#include "messaging/MsgOf.h"
+#include "messaging/SetAudioSourceRespMsg.h"
 
 #include <string>
 
 /// Asks the video service to select the audio input.
-class SetAudioSourceReqMsg : public MsgOf<SetAudioSourceReqMsg> {
+class SetAudioSourceReqMsg : public MsgOf<SetAudioSourceReqMsg, SetAudioSourceRespMsg> {
 public:
   static const MsgLayout layout;
 
@@ -19,7 +19,6 @@ public:
   static unsigned short MapString2AudioSource(const std::string& name);
 
   int InvokeHandler(CommObj* receiver) override;
-  MsgObj* CreateResponse() override;
 };
 
 #endif

@@ -12,7 +12,6 @@ public:
   SetAudioSourceRespMsg(unsigned long srcTid, unsigned long dstTid, unsigned short status);
 
   int InvokeHandler(CommObj* receiver) override;
-  MsgObj* CreateResponse() override;
 };
 
 #endif

@@ -2,5 +2,3 @@
 #include "messaging/SetAudioSourceRespMsg.h"
 
 int SetAudioSourceRespMsg::InvokeHandler(CommObj*) { return 0; }
-
-MsgObj* SetAudioSourceRespMsg::CreateResponse() { return nullptr; }

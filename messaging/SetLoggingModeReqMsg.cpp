@@ -5,5 +5,3 @@ const MsgLayout SetLoggingModeReqMsg::layout = {
     PipeForm::native,       /*restoresFlags*/ true,
     /*rendersMtype*/ false, {{"   onoff   = ", 0}, {"   component = ", 0}},
 };
-
-MsgObj* SetLoggingModeReqMsg::CreateResponse() { return nullptr; }

@@ -14,7 +14,6 @@ public:
   void SetComponent(unsigned short value) { setWord(1, value); } ///< 255 stands for all.
 
   int InvokeHandler(CommObj* receiver) override;
-  MsgObj* CreateResponse() override;
 };
 
 #endif

@@ -1,7 +1,5 @@
 #include "messaging/SetVideoModeReqMsg.h"
 
-#include "messaging/SetVideoModeRespMsg.h"
-
 const MsgLayout SetVideoModeReqMsg::layout = {
     "SetVideoModeReqMsg", 100, PipeForm::native, /*restoresFlags*/ true, /*rendersMtype*/ false, {{"   mode    = ", 3}},
 };
@@ -10,8 +8,6 @@ SetVideoModeReqMsg::SetVideoModeReqMsg(unsigned long srcTid, unsigned long dstTi
     : MsgOf(srcTid, dstTid) {
   setWord(0, mode);
 }
-
-MsgObj* SetVideoModeReqMsg::CreateResponse() { return new (std::nothrow) SetVideoModeRespMsg; }
 
 unsigned short SetVideoModeReqMsg::MapString2Mode(const std::string& name) {
   static constexpr struct {

@@ -1,12 +1,12 @@
 #ifndef TEV_MESSAGING_SETVIDEOMODEREQMSG_H
 #define TEV_MESSAGING_SETVIDEOMODEREQMSG_H
 
-#include "messaging/MsgOf.h"
+#include "messaging/SetVideoModeRespMsg.h"
 
 #include <string>
 
 /// Asks the video service to select the kind of input.
-class SetVideoModeReqMsg : public MsgOf<SetVideoModeReqMsg> {
+class SetVideoModeReqMsg : public MsgOf<SetVideoModeReqMsg, SetVideoModeRespMsg> {
 public:
   static const MsgLayout layout;
 
@@ -21,7 +21,6 @@ public:
   static unsigned short MapString2Mode(const std::string& name);
 
   int InvokeHandler(CommObj* receiver) override;
-  MsgObj* CreateResponse() override;
 };
 
 #endif

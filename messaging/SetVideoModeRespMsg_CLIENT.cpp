@@ -2,5 +2,3 @@
 #include "messaging/SetVideoModeRespMsg.h"
 
 int SetVideoModeRespMsg::InvokeHandler(CommObj*) { return 0; }
-
-MsgObj* SetVideoModeRespMsg::CreateResponse() { return nullptr; }

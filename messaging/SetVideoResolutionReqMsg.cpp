@@ -1,7 +1,5 @@
 #include "messaging/SetVideoResolutionReqMsg.h"
 
-#include "messaging/SetVideoResolutionRespMsg.h"
-
 const MsgLayout SetVideoResolutionReqMsg::layout = {
     "SetVideoResolutionReqMsg",
     104,
@@ -10,5 +8,3 @@ const MsgLayout SetVideoResolutionReqMsg::layout = {
     /*rendersMtype*/ false,
     {{"   horizontal = ", 0}, {"   vertical   = ", 0}, {"   qualifier  = ", 1}, {"   hertz      = ", 0}},
 };
-
-MsgObj* SetVideoResolutionReqMsg::CreateResponse() { return new (std::nothrow) SetVideoResolutionRespMsg; }

@@ -1,10 +1,10 @@
 #ifndef TEV_MESSAGING_SETVIDEORESOLUTIONREQMSG_H
 #define TEV_MESSAGING_SETVIDEORESOLUTIONREQMSG_H
 
-#include "messaging/MsgOf.h"
+#include "messaging/SetVideoResolutionRespMsg.h"
 
 /// Asks the video service to set the resolution.
-class SetVideoResolutionReqMsg : public MsgOf<SetVideoResolutionReqMsg> {
+class SetVideoResolutionReqMsg : public MsgOf<SetVideoResolutionReqMsg, SetVideoResolutionRespMsg> {
 public:
   static const MsgLayout layout;
 
@@ -16,7 +16,6 @@ public:
   void SetHertz(unsigned short value) { setWord(3, value); }      ///< Frames a second.
 
   int InvokeHandler(CommObj* receiver) override;
-  MsgObj* CreateResponse() override;
 };
 
 #endif

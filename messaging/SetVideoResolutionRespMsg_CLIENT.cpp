@@ -2,5 +2,3 @@
 #include "messaging/SetVideoResolutionRespMsg.h"
 
 int SetVideoResolutionRespMsg::InvokeHandler(CommObj*) { return 0; }
-
-MsgObj* SetVideoResolutionRespMsg::CreateResponse() { return nullptr; }

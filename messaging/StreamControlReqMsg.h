@@ -1,10 +1,10 @@
 #ifndef TEV_MESSAGING_STREAMCONTROLREQMSG_H
 #define TEV_MESSAGING_STREAMCONTROLREQMSG_H
 
-#include "messaging/MsgOf.h"
+#include "messaging/StreamControlRespMsg.h"
 
 /// Asks the streaming service to start or stop the stream.
-class StreamControlReqMsg : public MsgOf<StreamControlReqMsg> {
+class StreamControlReqMsg : public MsgOf<StreamControlReqMsg, StreamControlRespMsg> {
 public:
   static const MsgLayout layout;
 
@@ -14,7 +14,6 @@ public:
   void SetType(unsigned short value) { setWord(1, value); }    ///< 1 audio, 2 video, 3 both.
 
   int InvokeHandler(CommObj* receiver) override;
-  MsgObj* CreateResponse() override;
 };
 
 #endif

@@ -2,5 +2,3 @@
 #include "messaging/StreamControlRespMsg.h"
 
 int StreamControlRespMsg::InvokeHandler(CommObj*) { return 0; }
-
-MsgObj* StreamControlRespMsg::CreateResponse() { return nullptr; }

@@ -1,10 +1,10 @@
 #ifndef TEV_MESSAGING_TAKESNAPSHOTREQMSG_H
 #define TEV_MESSAGING_TAKESNAPSHOTREQMSG_H
 
-#include "messaging/MsgOf.h"
+#include "messaging/TakeSnapshotRespMsg.h"
 
 /// Asks the video service for a JPEG snapshot.
-class TakeSnapshotReqMsg : public MsgOf<TakeSnapshotReqMsg> {
+class TakeSnapshotReqMsg : public MsgOf<TakeSnapshotReqMsg, TakeSnapshotRespMsg> {
 public:
   static const MsgLayout layout;
 
@@ -14,7 +14,6 @@ public:
   void SetScale(unsigned short value) { setWord(1, value); } ///< 1 to 8; 8 is full scale.
 
   int InvokeHandler(CommObj* receiver) override;
-  MsgObj* CreateResponse() override;
 };
 
 #endif

@@ -12,7 +12,6 @@ public:
 
   MsgObj* Create(const void* buffer) override; ///< also traces on the standard error stream
   int InvokeHandler(CommObj* receiver) override;
-  MsgObj* CreateResponse() override;
 };
 
 #endif

@@ -2,5 +2,3 @@
 #include "messaging/TakeSnapshotRespMsg.h"
 
 int TakeSnapshotRespMsg::InvokeHandler(CommObj*) { return 0; }
-
-MsgObj* TakeSnapshotRespMsg::CreateResponse() { return nullptr; }

@@ -8,8 +8,6 @@ void sim::registerAdminAppMessages() {
   registerMessages<AdminControlReqMsg, AdminControlRespMsg, SetLoggingModeReqMsg>();
 }
 
-int AdminControlReqMsg::InvokeHandler(CommObj* receiver) { return sim::serve<AdminControlRespMsg>(*this, receiver); }
+int AdminControlReqMsg::InvokeHandler(CommObj* receiver) { return sim::serve(*this, receiver); }
 int AdminControlRespMsg::InvokeHandler(CommObj* receiver) { return sim::take(*this, receiver); }
-MsgObj* AdminControlRespMsg::CreateResponse() { return nullptr; }
-
 int SetLoggingModeReqMsg::InvokeHandler(CommObj* receiver) { return sim::take(*this, receiver); }

@@ -44,9 +44,10 @@ void registerVideoPhalMessages();
 void registerStreamAppMessages();
 void registerAdminAppMessages();
 
-/// What the handler of the request does that a `Response` answers. Returns 0, or -1 if the board was of no help.
-template <class Response, class Request>
+/// What the handler of a request does that has a reply. Returns 0, or -1 if the board was of no help.
+template <class Request>
 int serve(const Request& request, CommObj* receiver) {
+  using Response = typename Request::Response;
   try {
     const Service::Order order = static_cast<Service*>(receiver)->report(request, Request::layout);
     tev::log << request;

@@ -5,6 +5,5 @@
 
 void sim::registerStreamAppMessages() { registerMessages<StreamControlReqMsg, StreamControlRespMsg>(); }
 
-int StreamControlReqMsg::InvokeHandler(CommObj* receiver) { return sim::serve<StreamControlRespMsg>(*this, receiver); }
+int StreamControlReqMsg::InvokeHandler(CommObj* receiver) { return sim::serve(*this, receiver); }
 int StreamControlRespMsg::InvokeHandler(CommObj* receiver) { return sim::take(*this, receiver); }
-MsgObj* StreamControlRespMsg::CreateResponse() { return nullptr; }

@@ -17,29 +17,19 @@ void sim::registerVideoPhalMessages() {
                    SetAudioSourceReqMsg, SetAudioSourceRespMsg>();
 }
 
-int SetVideoModeReqMsg::InvokeHandler(CommObj* receiver) { return sim::serve<SetVideoModeRespMsg>(*this, receiver); }
+int SetVideoModeReqMsg::InvokeHandler(CommObj* receiver) { return sim::serve(*this, receiver); }
 int SetVideoModeRespMsg::InvokeHandler(CommObj* receiver) { return sim::take(*this, receiver); }
-MsgObj* SetVideoModeRespMsg::CreateResponse() { return nullptr; }
-
 int GetVideoResolutionReqMsg::InvokeHandler(CommObj* receiver) {
-  return sim::serve<GetVideoResolutionRespMsg>(*this, receiver);
+  return sim::serve(*this, receiver);
 }
-MsgObj* GetVideoResolutionReqMsg::CreateResponse() { return new (std::nothrow) GetVideoResolutionRespMsg; }
 int GetVideoResolutionRespMsg::InvokeHandler(CommObj* receiver) { return sim::take(*this, receiver); }
-MsgObj* GetVideoResolutionRespMsg::CreateResponse() { return nullptr; }
-
 int SetVideoResolutionReqMsg::InvokeHandler(CommObj* receiver) {
-  return sim::serve<SetVideoResolutionRespMsg>(*this, receiver);
+  return sim::serve(*this, receiver);
 }
 int SetVideoResolutionRespMsg::InvokeHandler(CommObj* receiver) { return sim::take(*this, receiver); }
-MsgObj* SetVideoResolutionRespMsg::CreateResponse() { return nullptr; }
-
-int TakeSnapshotReqMsg::InvokeHandler(CommObj* receiver) { return sim::serve<TakeSnapshotRespMsg>(*this, receiver); }
+int TakeSnapshotReqMsg::InvokeHandler(CommObj* receiver) { return sim::serve(*this, receiver); }
 int TakeSnapshotRespMsg::InvokeHandler(CommObj* receiver) { return sim::take(*this, receiver); }
-MsgObj* TakeSnapshotRespMsg::CreateResponse() { return nullptr; }
-
 int SetAudioSourceReqMsg::InvokeHandler(CommObj* receiver) {
-  return sim::serve<SetAudioSourceRespMsg>(*this, receiver);
+  return sim::serve(*this, receiver);
 }
 int SetAudioSourceRespMsg::InvokeHandler(CommObj* receiver) { return sim::take(*this, receiver); }
-MsgObj* SetAudioSourceRespMsg::CreateResponse() { return nullptr; }
