@@ -1,5 +1,6 @@
 #include "commands/BoardTool.h"
 
+#include "commands/Console.h"
 #include "platform/shellQuote.h"
 
 #include <cstdlib>
@@ -10,7 +11,11 @@ constexpr size_t commandLineMax = 127;
 
 } // namespace
 
-bool runBoardTool(const std::string& tool) { return std::system(tool.c_str()) >= 0; }
+bool runBoardTool(const std::string& tool) {
+  const bool ran = std::system(tool.c_str()) >= 0;
+  (void)waitForConsole(); // the tool had the same console, and may have left it non-blocking
+  return ran;
+}
 
 bool runBoardTool(const std::string& tool, const std::string& word) {
   if (tool.size() + 1 + word.size() > commandLineMax) return false;

@@ -1,6 +1,8 @@
 #include "commands/Console.h"
 
+#include <fcntl.h>
 #include <ostream>
+#include <unistd.h>
 
 void print(std::ostream& out, const std::string& text) {
   out.clear();
@@ -8,3 +10,20 @@ void print(std::ostream& out, const std::string& text) {
 }
 
 void printLine(std::ostream& out, const std::string& text) { print(out, text + '\n'); }
+
+unsigned waitForConsole() {
+  unsigned changed = 0;
+  for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
+    const int flags = fcntl(fd, F_GETFL);
+    if (flags >= 0 && (flags & O_NONBLOCK) != 0 && fcntl(fd, F_SETFL, flags & ~O_NONBLOCK) == 0) changed |= 1U << fd;
+  }
+  return changed;
+}
+
+void stopWaitingForConsole(unsigned descriptors) {
+  for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
+    if ((descriptors >> fd & 1U) == 0) continue;
+    const int flags = fcntl(fd, F_GETFL);
+    if (flags >= 0) (void)fcntl(fd, F_SETFL, flags | O_NONBLOCK); // the next user of the console finds it as it is
+  }
+}

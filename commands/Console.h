@@ -11,4 +11,11 @@ void print(std::ostream& out, const std::string& text);
 /// The same for `text` and a newline.
 void printLine(std::ostream& out, const std::string& text);
 
+/// Makes the standard descriptors block: clears O_NONBLOCK, which others may have set on a console that they share.
+/// Returns a bit for each descriptor that did not block (1 << descriptor). What cannot be changed stays as it is.
+unsigned waitForConsole();
+
+/// Sets O_NONBLOCK again on the descriptors of such bits.
+void stopWaitingForConsole(unsigned descriptors);
+
 #endif

@@ -2,7 +2,9 @@
 
 #include "log/tevlog.h"
 
-CliAppTask::CliAppTask() : CommObj("tCliAppTask") { tev::log << "CliAppTask created" << tev::endl; }
+CliAppTask::CliAppTask() : CommObj("tCliAppTask", /*ownQueueOnly*/ true) {
+  tev::log << "CliAppTask created" << tev::endl;
+}
 
 // Nothing with a destructor in this frame: it runs with asynchronous cancellation enabled.
 void CliAppTask::run() {

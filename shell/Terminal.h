@@ -1,4 +1,4 @@
-// What the shell does to its standard descriptors.
+// The shell's terminal.
 #ifndef TEV_SHELL_TERMINAL_H
 #define TEV_SHELL_TERMINAL_H
 
