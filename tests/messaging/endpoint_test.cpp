@@ -13,6 +13,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstring>
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <memory>
 #include <signal.h>
@@ -29,9 +30,18 @@ namespace {
 
 using namespace std::chrono_literals;
 
+std::atomic<int> refusal; // errno of every msgrcv, 0 for none
+std::atomic<int> refused;
+
 bool queueExists(int id) {
   struct msqid_ds status;
   return msgctl(id, IPC_STAT, &status) == 0;
+}
+
+// 0 for a queue that is gone.
+unsigned long messagesIn(int queueId) {
+  struct msqid_ds status = {};
+  return msgctl(queueId, IPC_STAT, &status) == 0 ? status.msg_qnum : 0;
 }
 
 std::string replaced(std::string text, const std::string& what, const std::string& with) {
@@ -59,6 +69,13 @@ public:
 const MsgLayout CountedMsg::layout = {"CountedMsg", 200, PipeForm::native, true, false, {{"   count   = ", 77}}};
 std::atomic<int> CountedMsg::handled, CountedMsg::alive, CountedMsg::lastWord;
 
+// Makes no messages.
+class BarrenMsg : public CountedMsg {
+public:
+  using CountedMsg::CountedMsg;
+  MsgObj* Create(const void*) override { return nullptr; }
+};
+
 class Endpoint : public Messaging {
 protected:
   void TearDown() override { CommObj::StopAll(); }
@@ -79,6 +96,14 @@ protected:
 const char* const requestTrace = "MsgObj::send()[isReqSyncMsg/remote] - before pSourceCommObj->ReadReplyMsg(...)\n";
 
 } // namespace
+
+extern "C" ssize_t msgrcv(int queue, void* message, size_t size, long type, int flags) {
+  static const auto systems = reinterpret_cast<decltype(&msgrcv)>(dlsym(RTLD_NEXT, "msgrcv"));
+  if (refusal == 0) return systems(queue, message, size, type, flags);
+  ++refused;
+  errno = refusal;
+  return -1;
+}
 
 TEST_F(Endpoint, HasAQueueAPipeAndAPlaceInTheTables) {
   EXPECT_EQ(CommObj::NextMsgQKey(), 87655);
@@ -211,6 +236,58 @@ TEST_F(Endpoint, SendsWhereIdsFlagsAndKindSay) {
   }
   EXPECT_EQ(b->ReceiveAsync(stranger, std::make_unique<SetVideoModeReqMsg>(1, 2).get(), 20), 0);
   EXPECT_EQ(takeFromQueue(b->GetMsgQId()), "empty") << "only senders of this process are delivered";
+
+  MsgQOutStream out(far);
+  ProxyCommObj proxy(out);
+  EXPECT_EQ(proxy.Receive(std::make_unique<SetVideoModeReqMsg>(A, F).get()), 0);
+  EXPECT_NE(takeFromQueue(far), "empty");
+}
+
+TEST_F(Endpoint, WaitsForRoomInAFullQueue) {
+  const unsigned long source = (new CommObj("a"))->GetTaskId();
+  const int far = msgget(IPC_PRIVATE, 0600);
+  struct msqid_ds queue;
+  ASSERT_EQ(msgctl(far, IPC_STAT, &queue), 0);
+  queue.msg_qbytes = 50; // room for two messages
+  ASSERT_EQ(msgctl(far, IPC_SET, &queue), 0);
+  constexpr int sent = 10;
+  std::atomic<bool> done{false};
+  std::thread sender([&] {
+    for (int i = 0; i < sent; ++i) {
+      auto* message = new SetVideoModeReqMsg(source, static_cast<unsigned long>(far));
+      message->SetRemote();
+      (void)message->Send();
+    }
+    done = true;
+  });
+  std::this_thread::sleep_for(50ms); // it has to wait by then
+  int received = 0;
+  for (bool last = false; !last;) {
+    last = done;
+    while (takeFromQueue(far) != "empty")
+      ++received;
+  }
+  sender.join();
+  EXPECT_EQ(received, sent);
+}
+
+// Within the process, as across processes: lock, drain, request on the queue, reply on the pipe.
+TEST_F(Endpoint, ExchangesLocally) {
+  auto* asking = new CommObj("asking");
+  auto* asked = new CommObj("asked");
+  auto* request = new SetVideoModeReqMsg(asking->GetTaskId(), asked->GetTaskId());
+  request->SetSync();
+  asking->SyncLock();
+  put(*asking, "ten stale!");
+  std::unique_ptr<MsgObj> reply;
+  std::thread requester([&] { reply.reset(request->Send()); });
+  std::this_thread::sleep_for(50ms);
+  EXPECT_EQ(messagesIn(asked->GetMsgQId()), 0u) << "another exchange has the lock";
+  asking->SyncUnLock();
+  waitUntil([&] { return messagesIn(asked->GetMsgQId()) == 1; });
+  put(*asking, replyImage(4));
+  requester.join();
+  EXPECT_EQ(statusOf(reply), 4u);
 }
 
 TEST_F(Endpoint, ExchangesARequestForAReply) {
@@ -266,6 +343,12 @@ TEST_F(Endpoint, RepliesToTheConsolesPipe) {
     words += "word_s@" + std::to_string(4 * i) + " [" + std::to_string(value[i]) + "]\n";
   EXPECT_EQ(trace(), "MsgObj::send()[isRespSyncMsg/remote] - bytes to pipe: 20\n" + words +
                          "MsgObj::send()[isRespSyncMsg/remote] - after pipe write() call\n");
+  ::testing::internal::CaptureStderr();
+  ASSERT_EQ(close(STDIN_FILENO), 0);
+  reply(); // with the descriptor 0, which counts as none
+  const std::string said = ::testing::internal::GetCapturedStderr();
+  EXPECT_EQ(said.substr(0, said.find(',')), "bad pipefd!? pipefd=0");
+  EXPECT_EQ(takeFromPipe(pipe), "empty");
   close(pipe);
 }
 
@@ -325,7 +408,7 @@ TEST_F(Endpoint, WaitsForNoReplyWhereNoneCanCome) {
 
 TEST_F(Endpoint, ReceivesWhatItHasPrototypesFor) {
   static CountedMsg prototype{Exemplar()};
-  static CountedMsg duplicate{Exemplar()};
+  static BarrenMsg duplicate{Exemplar()};
   EXPECT_EQ(trace(), "MsgObj::MsgObj(anExemplar) - adding msgid: 200\n"
                      "MsgObj::MsgObj(anExemplar) - duplicate encountered!!!\n");
   auto* endpoint = new CommObj("receiver");
@@ -344,7 +427,7 @@ TEST_F(Endpoint, ReceivesWhatItHasPrototypesFor) {
   send(std::string("\0\x64\0\0", 4)); // no prototype
   send("");                           // not even an id
   send(counted);
-  waitUntil([] { return CountedMsg::handled == 1; });
+  ASSERT_NO_FATAL_FAILURE(waitUntil([] { return CountedMsg::handled == 1; }));
   EXPECT_EQ(CountedMsg::lastWord, 0x0102);
   send(counted.substr(0, 12)); // the payload is missing, and must not be that of the message before
   waitUntil([] { return CountedMsg::handled == 2; });
@@ -358,6 +441,22 @@ TEST_F(Endpoint, ReceivesWhatItHasPrototypesFor) {
                                                 "MsgObj::Make(): returning 0 for creation request of msgid: 0\n");
   ASSERT_EQ(msgctl(queue, IPC_RMID, nullptr), 0);
   waitUntil([&] { return trace() == "CommObj::run() - msgQ is gone: " + id + "\n"; });
+}
+
+TEST_F(Endpoint, PausesWhenItCannotReceive) {
+  static CountedMsg prototype{Exemplar()};
+  auto* endpoint = new CommObj("receiver");
+  refusal = EACCES;
+  (void)trace();
+  endpoint->go(50, 64000);
+  std::this_thread::sleep_for(500ms);
+  EXPECT_EQ(refused, 1);
+  EXPECT_EQ(trace(),
+            "CommObj::run() - cannot receive from msgQ: " + std::to_string(endpoint->GetMsgQId()) + ", errno= 13\n");
+  refusal = 0;
+  MsgQOutStream out(endpoint->GetMsgQId());
+  CountedMsg(5, 7).stream(out);
+  waitUntil([] { return CountedMsg::handled == 1; });
 }
 
 // However the flood and the end meet, the thread is gone before its endpoint, and leaves no lock behind.
