@@ -5,6 +5,8 @@
 // Every choice that this world has is tried. Mix-ups that the protocol rules out must not come about; those that it
 // permits must, and of each the shortest way is printed.
 //
+// To be run on the stand-in appliance, because its endpoint makes a queue and a pipe.
+//
 // tev-exchange [FILE [FAULTS]]      FILE is the page that must show what is printed, FAULTS how many exchanges may be
 //                                   answered in another way than once and whole: three, unless told otherwise
 #include "trial/MixUps.h"
@@ -20,7 +22,6 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
-#include <unistd.h>
 #include <vector>
 
 namespace trial {
@@ -132,7 +133,6 @@ bool tell(const std::vector<MixUp>& mixUps, const std::string& page) {
 
 bool run(const std::string& page, unsigned faults) {
   firstThread = std::this_thread::get_id();
-  CommObj::SetKey(160000 + getpid() % 10000);
   auto* console = new CommObj("tExchange"); // StopAll() deletes it
   if (console->GetPipeFd() < 0) throw std::runtime_error("no endpoint here");
   std::vector<MixUp> late = mixUps(), stray = mixUpsOfStrayBytes(), interrupted = mixUps();
