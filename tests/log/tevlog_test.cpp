@@ -3,11 +3,16 @@
 #include "tests/Elsewhere.h"
 #include "tests/Scratch.h"
 
+#include <cerrno>
+#include <csignal>
 #include <cstdlib>
+#include <fcntl.h>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <new>
 #include <string>
+#include <sys/stat.h>
+#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -82,6 +87,56 @@ TEST_F(TraceLog, InitlogStartsAnEmptyDisabledFileOfAnyNameLength) {
   EXPECT_FALSE(tev::log.IsEnabled());
   tev::initlog("/nonexistent/directory/log");
   tev::log << tev::enable << "lost" << tev::endl; // silently
+}
+
+// Whatever others make of its name: it neither blocks nor writes into what is not its own.
+TEST_F(TraceLog, OpensNothingButAFileOfItsOwn) {
+  write("victim", "kept");
+  ASSERT_EQ(symlink("victim", "link"), 0);
+  ASSERT_EQ(symlink("nothing", "dangling"), 0);
+  ASSERT_EQ(mkfifo("fifo", 0600), 0);
+  ASSERT_EQ(mkfifo("open fifo", 0600), 0);
+  const int reader = open("open fifo", O_RDONLY | O_NONBLOCK);
+  ASSERT_EQ(mkdir("directory", 0700), 0);
+  write("twice", "kept");
+  ASSERT_EQ(::link("twice", "also twice"), 0);
+  write("another's", "kept");
+  const int chowned = chown("another's", 65534, 65534); // refused to ordinary users
+  for (const char* name :
+       {"link", "dangling", "fifo", "open fifo", "directory", "also twice", "another's", "/dev/null"}) {
+    if (std::string(name) == "another's" && chowned != 0) continue;
+    tev::tevlog log(name);
+    log << tev::enable << "lost" << tev::endl;
+    EXPECT_EQ(log.Failure(), EEXIST) << name;
+  }
+  EXPECT_EQ(tev::tevlog("no directory/log").Failure(), ENOENT);
+  EXPECT_EQ(tev::tevlog("fine").Failure(), 0);
+  EXPECT_EQ(contents("victim"), "kept");
+  EXPECT_EQ(contents("twice"), "kept");
+  EXPECT_EQ(contents("another's"), "kept");
+  EXPECT_NE(access("nothing", F_OK), 0);
+  (void)close(reader);
+}
+
+TEST_F(TraceLog, IsLeftToTheProcessThatWritesIt) {
+  int end[2];
+  ASSERT_EQ(pipe(end), 0);
+  const pid_t other = fork();
+  if (other == 0) {
+    tev::tevlog log("shared.log");
+    log << tev::enable << "the other's" << tev::endl;
+    (void)!::write(end[1], "", 1);
+    for (;;)
+      (void)pause();
+  }
+  char sign = 0;
+  ASSERT_EQ(read(end[0], &sign, 1), 1);
+  EXPECT_EQ(tev::tevlog("shared.log").Failure(), EBUSY);
+  EXPECT_EQ(contents("shared.log"), "the other's\n");
+  ASSERT_EQ(kill(other, SIGKILL), 0);
+  ASSERT_EQ(waitpid(other, nullptr, 0), other);
+  EXPECT_EQ(tev::tevlog("shared.log").Failure(), 0);
+  EXPECT_EQ(contents("shared.log"), "");
 }
 
 TEST_F(TraceLog, InitlogWithoutMemoryChangesNothing) {

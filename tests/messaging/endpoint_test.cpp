@@ -15,6 +15,7 @@
 #include <cstring>
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <fstream>
 #include <memory>
 #include <signal.h>
 #include <sys/ipc.h>
@@ -178,6 +179,24 @@ TEST_F(Endpoint, TakesOverTheQueueThatAnEarlierProcessLeft) {
   EXPECT_EQ(takeFromPipe(endpoint->GetPipeFd()), "empty");
 }
 
+// What others may have put in the place of its queue and pipe.
+TEST_F(Endpoint, ReplacesWhatIsInItsWay) {
+  const int wide = msgget(153191, IPC_CREAT | 0666);
+  CommObj::SetKey(153190);
+  EXPECT_EQ((new CommObj("trusting"))->GetMsgQId(), wide);
+  CommObj::SetKey(153190);
+  auto* own = new CommObj("own", true);
+  EXPECT_EQ(own->GetQueueOrigin(), QueueOrigin::replaced);
+  EXPECT_FALSE(queueExists(wide));
+  struct msqid_ds queue;
+  ASSERT_EQ(msgctl(own->GetMsgQId(), IPC_STAT, &queue), 0);
+  EXPECT_EQ(queue.msg_perm.mode & 0777, 0660);
+  const std::string again = "/tmp/again." + std::to_string(own->GetMsgQId());
+  ASSERT_EQ(mkdir(again.c_str(), 0700), 0);
+  CommObj::SetKey(153190);
+  EXPECT_GE((new CommObj("again", true))->GetPipeFd(), 0);
+}
+
 TEST_F(Endpoint, WithoutAQueueIsNoTask) {
   const int limit = msgget(153191, IPC_CREAT | 0000); // exists, but cannot be had with these permissions...
   ASSERT_GE(limit, 0);
@@ -330,6 +349,19 @@ TEST_F(Endpoint, RepliesToTheConsolesPipe) {
   EXPECT_EQ(::testing::internal::GetCapturedStderr(), "bad pipefd!? pipefd=-1, errno=2, No such file or directory\n");
   EXPECT_EQ(trace(), "MsgObj::send()[isRespSyncMsg/remote] - after pipe write() call\n");
 
+  std::ofstream("/tmp/victim") << "kept";
+  for (const bool link : {true, false}) { // neither to a file behind a link nor to a file
+    ASSERT_EQ((link ? symlink : rename)("/tmp/victim", pipeName.c_str()), 0);
+    ::testing::internal::CaptureStderr();
+    reply();
+    EXPECT_EQ(::testing::internal::GetCapturedStderr(),
+              link ? "bad pipefd!? pipefd=-1, errno=40, Too many levels of symbolic links\n"
+                   : "bad pipefd!? pipefd=-1, errno=22, Invalid argument\n");
+    EXPECT_EQ(contents(pipeName), "kept");
+    ASSERT_EQ(unlink(pipeName.c_str()), 0);
+  }
+  (void)trace();
+
   ASSERT_EQ(mkfifo(pipeName.c_str(), 0600), 0);
   const int pipe = open(pipeName.c_str(), O_RDWR | O_NONBLOCK);
   reply();
@@ -400,6 +432,14 @@ TEST_F(Endpoint, WaitsForNoReplyWhereNoneCanCome) {
   CountedMsg request(cli->GetTaskId(), 7); // has no reply class
   EXPECT_EQ(cli->ReadReplyMsg(&request), nullptr);
   EXPECT_EQ(trace(), "pRespMsg==0\nCommObj::ReadReplyMsg(...) - returning pRespMsg = 0\n\n");
+  class LargeMsg : public CountedMsg { // of more bytes than an image has
+  public:
+    unsigned int size() const override { return 400; }
+    MsgObj* CreateResponse() override { return new LargeMsg; }
+  } large;
+  put(*cli, std::string(400, 'x'));
+  EXPECT_EQ(cli->ReadReplyMsg(&large), nullptr);
+  EXPECT_EQ(trace().substr(0, 60), "couldn't get all the expected data, size=400, left=400\nCommO");
   (void)close(cli->GetPipeFd());
   EXPECT_EQ(cli->ReadReplyMsg(std::make_unique<SetVideoModeReqMsg>(1, 2).get()), nullptr);
   EXPECT_EQ(trace(), "CommObj::ReadReplyMsg(): select(...) error: errno= 9\n"
@@ -449,7 +489,8 @@ TEST_F(Endpoint, PausesWhenItCannotReceive) {
   refusal = EACCES;
   (void)trace();
   endpoint->go(50, 64000);
-  std::this_thread::sleep_for(500ms);
+  waitUntil([] { return refused > 0; });
+  std::this_thread::sleep_for(300ms);
   EXPECT_EQ(refused, 1);
   EXPECT_EQ(trace(),
             "CommObj::run() - cannot receive from msgQ: " + std::to_string(endpoint->GetMsgQId()) + ", errno= 13\n");
@@ -457,6 +498,54 @@ TEST_F(Endpoint, PausesWhenItCannotReceive) {
   MsgQOutStream out(endpoint->GetMsgQId());
   CountedMsg(5, 7).stream(out);
   waitUntil([] { return CountedMsg::handled == 1; });
+}
+
+// Of messages without a use only so many get a line that a flood does not fill the memory.
+TEST_F(Endpoint, LogsTheBeginningOfAFlood) {
+  auto* endpoint = new CommObj("flooded");
+  endpoint->go(50, 64000);
+  (void)trace();
+  MsgQOutStream out(endpoint->GetMsgQId());
+  for (int i = 0; i < 11'000; ++i)
+    SetVideoModeReqMsg(5, 7).stream(out);
+  waitUntil([&] { return messagesIn(endpoint->GetMsgQId()) == 0; });
+  const std::string lines = trace();
+  EXPECT_GE(std::count(lines.begin(), lines.end(), '\n'), FloodGate::burst);
+  EXPECT_LT(std::count(lines.begin(), lines.end(), '\n'), 11'000);
+  std::this_thread::sleep_for(1100ms);
+  SetVideoModeReqMsg(5, 7).stream(out);
+  std::string last;
+  waitUntil([&] { return (last += trace()).find("msgid: 100\n") != std::string::npos; });
+  EXPECT_TRUE(matches(last, "CommObj::run\\(\\) - messages dropped without a line: [0-9]+\n.*\n"));
+}
+
+// A handler that waits for room in a full queue does not keep the endpoints alive.
+TEST_F(Endpoint, StopsWhileAHandlerSends) {
+  static std::atomic<int> blockedIn{-1};
+  class SendingMsg : public CountedMsg {
+  public:
+    using CountedMsg::CountedMsg;
+    MsgObj* Create(const void*) override { return new SendingMsg(0, 0); }
+    int InvokeHandler(CommObj* receiver) override {
+      for (blockedIn = msgget(IPC_PRIVATE, 0600);;) {
+        auto* message = new CountedMsg(receiver->GetTaskId(), static_cast<unsigned long>(blockedIn));
+        message->SetRemote();
+        delete message->Send();
+      }
+    }
+  };
+  static SendingMsg prototype{Exemplar()};
+  auto* sending = new CommObj("sending");
+  sending->go(50, 64000);
+  (new CommObj("other"))->go(50, 64000);
+  MsgQOutStream out(sending->GetMsgQId());
+  CountedMsg(5, 7).stream(out);
+  waitUntil([] {
+    struct msqid_ds full = {};
+    return msgctl(blockedIn, IPC_STAT, &full) == 0 && full.__msg_cbytes + 20 > full.msg_qbytes;
+  });
+  CommObj::StopAll();
+  EXPECT_EQ(CountedMsg::alive, 0) << "the messages that were being sent and handled are gone";
 }
 
 // However the flood and the end meet, the thread is gone before its endpoint, and leaves no lock behind.

@@ -36,6 +36,7 @@ bool works = true;
 bool loadMedium(char* file, KrPropMap& settings) {
   uses += string("load ") + file + " ";
   if (string(file) == "throw") throw std::bad_alloc();
+  if (string(file) == "throw 7") throw 7;
   settings = medium;
   return works;
 }
@@ -56,6 +57,7 @@ TEST_F(Property, TextFile) {
                {"a=1\n\rb=2\rno\n=e\n b = \na=9", {{"a", "9"}, {"b", "2"}, {"", "e"}, {" b ", " "}}},
                {"\na=1\n", {}},
                {"a=1\r\n\r\nb=2", {{"a", "1"}}},
+               {string("a=1\n\0\0\0=\nb=2", 12), {{"a", "1"}, {"b", "2"}}}, // what a power cut leaves
                {"a=" + longest + "\nb=2\n", {{"a", longest}, {"b", "2"}}},
                {"a=" + longest + "=" + longest + "\r\nb=2", {{"a", longest}, {"b", "2"}}}};
   char file[] = "file", directory[] = ".", full[] = "/dev/full", missing[] = "no/file";
@@ -123,11 +125,14 @@ TEST_F(Property, OneInstancePerFileWithItsCallbacks) {
   EXPECT_EQ(other->getProperty("a", 0), 1);
   other->setProperty("a", "2");
   works = false;
-  EXPECT_FALSE(other->store() || other->load("else") || other->load("throw"));
+  EXPECT_FALSE(other->store() || other->load("else") || other->load("throw") || other->load("throw 7"));
   works = true;
   EXPECT_TRUE(other->store("else") && other->store() && other->load());
-  EXPECT_EQ(uses, "load medium store medium store else load else store throw load throw store else load medium ");
-  EXPECT_NE(takeLog().find("CKrProperty::load: error, std::bad_alloc\n"), string::npos);
+  EXPECT_EQ(uses, "load medium store medium store else load else store throw load throw store throw 7 load throw 7 "
+                  "store else load medium ");
+  const string log = takeLog();
+  EXPECT_NE(log.find("CKrProperty::load: error, std::bad_alloc\n"), string::npos);
+  EXPECT_NE(log.find("CKrProperty::load: error, unknown exception\n"), string::npos);
   EXPECT_NE(CKrProperty::getInstance(string(255, 'n').c_str()), nullptr);
   takeLog();
   EXPECT_EQ(CKrProperty::getInstance(string(256, 'n').c_str()), nullptr);

@@ -1,7 +1,9 @@
+#include "log/tevlog.h"
 #include "shell/CmdHistory.h"
 #include "shell/CmdMap.h"
 #include "shell/Shell.h"
 #include "shell/Terminal.h"
+#include "tests/Contents.h"
 
 #include <fcntl.h>
 #include <functional>
@@ -124,6 +126,33 @@ TEST(Registry, HoldsEveryCommandUnderItsOwnKey) {
     EXPECT_EQ(longText.substr(0, 11 + key.size()), "  syntax:  " + key);
     EXPECT_EQ(longText.back(), '\n') << key;
   }
+}
+
+// Without an endpoint of the shell, each command that asks a service traces that once, whatever its line asks for.
+TEST(Commands, LookForTheShellsTaskOnEntry) {
+  gCmdMap.clear();
+  initmap();
+  tev::initlog("/tmp/tev-shell-test.log");
+  tev::log << tev::enable;
+  Growing trace("/tmp/tev-shell-test.log");
+  const std::string line = "CommObj::TaskName2TaskId(...) - did not find task: tCliAppTask\n";
+  const std::pair<ArgVec, std::string> table[] = {{{"stream"}, line},
+                                                  {{"stream", "x"}, line},
+                                                  {{"snap"}, line},
+                                                  {{"snap", "99"}, line},
+                                                  {{"video-format"}, line},
+                                                  {{"video-format", "x"}, line},
+                                                  {{"video-resolution", "x"}, line},
+                                                  {{"audio-source"}, line},
+                                                  {{"audio-source", "x"}, line},
+                                                  {{"factory", "x"}, ""},
+                                                  {{"log", "x"}, ""},
+                                                  {{"fan"}, ""}};
+  for (const auto& [words, expected] : table) {
+    (*gCmdMap[words[0]])(words);
+    EXPECT_EQ(trace.news(), expected) << words[0];
+  }
+  ASSERT_EQ(unlink("/tmp/tev-shell-test.log"), 0);
 }
 
 TEST(Terminal, OnlyTheEraseCharacterChanges) {
