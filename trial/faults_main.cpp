@@ -164,7 +164,7 @@ std::vector<std::string> linesOf(const std::string& text) {
 /// What came of faults of one kind.
 struct Outcomes {
   unsigned unnoticed = 0; ///< printed what an undisturbed shell prints
-  unsigned told = 0;      ///< commands printed the described words for a failure
+  unsigned told = 0;      ///< commands printed their words for a failure
   unsigned refused = 0;   ///< the shell ended at its start, and said why
   std::map<std::string, unsigned> words;
   std::vector<std::string> wrong; ///< everything else
@@ -184,7 +184,7 @@ const std::vector<std::string> ofEmptyNodes = {"temperature: 11 degrees Celsius"
                                                "fan rpm: 22834",
                                                "video-format: "};
 
-bool isDescribed(const std::string& line) {
+bool isOfFailure(const std::string& line) {
   return line == "error: std::bad_alloc" || line.rfind("error: couldn't ", 0) == 0 ||
          line.rfind("error: cannot ", 0) == 0 || line.rfind(noThread, 0) == 0 ||
          std::find(ofEmptyNodes.begin(), ofEmptyNodes.end(), line) != ofEmptyNodes.end();
@@ -196,7 +196,7 @@ bool isTold(const std::string& answer, const std::string& undisturbed, std::vect
   const size_t before = words.size();
   for (const std::string& line : linesOf(answer)) {
     if (std::find(known.begin(), known.end(), line) != known.end()) continue;
-    if (!isDescribed(line)) return false;
+    if (!isOfFailure(line)) return false;
     words.push_back(line);
   }
   return words.size() > before;
