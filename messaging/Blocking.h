@@ -28,7 +28,11 @@ public:
   /// thread that is cancelled in it unwinds: the frames outwards may own things with destructors.
   template <class Wait>
   static int block(Wait wait) {
-    return _state == undecided ? wait() : kr::cancellable(_state, wait);
+    if (_state == undecided) return wait();
+    kr::OnCancel unwound{[] {}}; // makes the stack fit for the clean-up of the frames outwards
+    const int result = kr::cancellable(_state, wait);
+    unwound.armed = false;
+    return result;
   }
 
 private:
@@ -37,15 +41,6 @@ private:
   inline static thread_local int _state = undecided;
 
   const bool _outermost;
-};
-
-/// Deletes an object, possibly on a thread that was cancelled while it waited.
-struct DeleteUnwound {
-  template <class Object>
-  void operator()(Object* object) const {
-    kr::afterUnwinding();
-    delete object;
-  }
 };
 
 #endif

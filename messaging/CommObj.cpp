@@ -174,7 +174,7 @@ KR_UNWOUND_BY_CANCELLATION void CommObj::run() {
       if (!handleReceiveFailure(errno)) return;
       continue;
     }
-    const std::unique_ptr<MsgObj, DeleteUnwound> message(MsgObj::Decode(buffer));
+    const std::unique_ptr<MsgObj> message(MsgObj::Decode(buffer));
     if (message != nullptr)
       message->InvokeHandler(this);
     else if (mayLogUnusable())

@@ -41,10 +41,7 @@ uint32_t get32(const unsigned char* from) { return static_cast<uint32_t>(get16(f
 class SyncHeld {
 public:
   explicit SyncHeld(CommObj& endpoint) : _endpoint(endpoint) { _endpoint.SyncLock(); }
-  ~SyncHeld() {
-    kr::afterUnwinding(); // the thread may have been cancelled while it waited
-    _endpoint.SyncUnLock();
-  }
+  ~SyncHeld() { _endpoint.SyncUnLock(); }
   SyncHeld(const SyncHeld&) = delete;
   SyncHeld& operator=(const SyncHeld&) = delete;
 
@@ -114,7 +111,7 @@ MsgObj* MsgObj::Send() {
 }
 
 MsgObj* MsgObj::sendAndDelete() {
-  const std::unique_ptr<MsgObj, DeleteUnwound> consumed(this);
+  const std::unique_ptr<MsgObj> consumed(this);
   CommObj* dst = CommObj::TaskId2CommObj(GetDstTid());
   CommObj* src = CommObj::TaskId2CommObj(GetSrcTid());
   if (src != nullptr && dst != nullptr) return sendLocally(*src, *dst);

@@ -191,10 +191,9 @@ TEST_F(Endpoint, ReplacesWhatIsInItsWay) {
   struct msqid_ds queue;
   ASSERT_EQ(msgctl(own->GetMsgQId(), IPC_STAT, &queue), 0);
   EXPECT_EQ(queue.msg_perm.mode & 0777, 0660);
-  const std::string again = "/tmp/again." + std::to_string(own->GetMsgQId());
-  ASSERT_EQ(mkdir(again.c_str(), 0700), 0);
-  CommObj::SetKey(153190);
-  EXPECT_GE((new CommObj("again", true))->GetPipeFd(), 0);
+  const std::string directory = "/tmp/next." + std::to_string(msgget(153192, IPC_CREAT | 0660));
+  ASSERT_EQ(mkdir(directory.c_str(), 0700), 0);
+  EXPECT_GE((new CommObj("next", true))->GetPipeFd(), 0);
 }
 
 TEST_F(Endpoint, WithoutAQueueIsNoTask) {
