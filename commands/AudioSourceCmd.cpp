@@ -8,7 +8,7 @@
 #include <iostream>
 
 bool AudioSourceCmd::operator()(const ArgVec& args) {
-  const ServiceProxies proxies("tVideoPhalTask");
+  const ServiceProxies proxies(protocol::videoTask);
   if (isQuery(args)) {
     printLine(std::cerr, "audio-source: get - TBD"); // no message asks for the current source
   } else if (args.size() == 2 && isOneOf(args[1], {"digital", "analog"})) {

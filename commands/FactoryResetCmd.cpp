@@ -32,8 +32,9 @@ bool FactoryResetCmd::operator()(const ArgVec& args) {
     printIncorrectParameters(getkey(), getshort());
     return false;
   }
-  ServiceRequest<AdminControlReqMsg> request(ServiceProxies("tAdminAppTask"));
-  request->SetControl(args[1] == "config" ? 4 : 5);
+  ServiceRequest<AdminControlReqMsg> request(ServiceProxies(protocol::adminTask));
+  using namespace protocol::adminControl;
+  request->SetControl(args[1] == "config" ? factoryConfig : factoryFirmware);
   const char* const rule = "###############################################";
   printLine(std::cerr, rule);
   printLine(std::cerr, "Factory Default [" + args[1] + "] In Progress......");

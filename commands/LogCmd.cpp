@@ -9,12 +9,10 @@
 
 namespace {
 
-constexpr unsigned short allComponents = 255;
-
 void switchLogging(bool on) {
-  ServiceRequest<SetLoggingModeReqMsg> request(ServiceProxies("tAdminAppTask"));
-  request->SetOnOff(on ? 1 : 0);
-  request->SetComponent(allComponents);
+  ServiceRequest<SetLoggingModeReqMsg> request(ServiceProxies(protocol::adminTask));
+  request->SetOnOff(on ? protocol::logging::on : protocol::logging::off);
+  request->SetComponent(protocol::logging::allComponents);
   request.post();
 }
 

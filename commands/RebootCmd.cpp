@@ -8,8 +8,8 @@
 
 bool RebootCmd::operator()(const ArgVec&) {
   printLine(std::cerr, "reboot: ...");
-  ServiceRequest<AdminControlReqMsg> request(ServiceProxies("tAdminAppTask"));
-  request->SetControl(1);
+  ServiceRequest<AdminControlReqMsg> request(ServiceProxies(protocol::adminTask));
+  request->SetControl(protocol::adminControl::reboot);
   request->SetArg1(0);
   request.exchange();
   return false;

@@ -3,6 +3,7 @@
 #define TEV_COMMANDS_SERVICEREQUEST_H
 
 #include "log/tevlog.h"
+#include "messaging/Protocol.h"
 #include "messaging/ProxyCommObj.h"
 
 #include <memory>
@@ -10,7 +11,7 @@
 /// The two ends of a command's requests: the shell's task and a service. A command makes them on entry, whatever its
 /// line asks for: without an endpoint of the shell, each writes its line to the trace log.
 struct ServiceProxies {
-  explicit ServiceProxies(const char* serviceTask) : service(serviceTask), shell("tCliAppTask") {}
+  explicit ServiceProxies(const char* serviceTask) : service(serviceTask), shell(protocol::consoleTask) {}
 
   const ProxyCommObj service;
   const ProxyCommObj shell;
@@ -18,7 +19,7 @@ struct ServiceProxies {
 
 /// One request of class `Request`, from the shell's task to a service. Fill it through ->, then send it once:
 ///
-///   ServiceRequest<StreamControlReqMsg> request(ServiceProxies("tStreamAppTask"));
+///   ServiceRequest<StreamControlReqMsg> request(ServiceProxies(protocol::streamTask));
 ///   request->SetControl(1);
 ///   auto reply = request.exchange();
 template <class Request>

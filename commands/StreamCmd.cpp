@@ -15,8 +15,9 @@ constexpr const char* streamingNode = "/sys/class/gpio/gpio26/value"; // active 
 
 void control(const ServiceProxies& proxies, const std::string& action, const std::string& type) {
   ServiceRequest<StreamControlReqMsg> request(proxies);
-  request->SetControl(action == "start" ? 1 : 2);
-  request->SetType(type == "audio" ? 1 : type == "video" ? 2 : 3);
+  using namespace protocol;
+  request->SetControl(action == "start" ? streamControl::start : streamControl::stop);
+  request->SetType(type == "audio" ? streamType::audio : type == "video" ? streamType::video : streamType::both);
   if (const auto reply = request.exchange()) logReply("stream-cmd: got respmsg: ", *reply);
 }
 
@@ -32,7 +33,7 @@ void showStatus() {
 } // namespace
 
 bool StreamCmd::operator()(const ArgVec& args) {
-  const ServiceProxies proxies("tStreamAppTask");
+  const ServiceProxies proxies(protocol::streamTask);
   if (isQuery(args)) {
     showStatus();
     return false;

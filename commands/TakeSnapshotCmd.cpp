@@ -7,11 +7,10 @@
 
 #include <iostream>
 
-const int TakeSnapshotCmd::MAX_SLOT = 16;
+const int TakeSnapshotCmd::MAX_SLOT = protocol::snapshot::lastSlot;
 
 namespace {
 
-constexpr int fullScale = 8;
 constexpr int defaultScale = 4;
 
 void takeSnapshot(const ServiceProxies& proxies, int slot, int scale) {
@@ -24,15 +23,16 @@ void takeSnapshot(const ServiceProxies& proxies, int slot, int scale) {
 } // namespace
 
 bool TakeSnapshotCmd::operator()(const ArgVec& args) {
-  const ServiceProxies proxies("tVideoPhalTask");
+  const ServiceProxies proxies(protocol::videoTask);
   if (args.size() == 1) {
     printLine(std::cerr, "error: insufficient args");
     printLine(std::cerr, std::string("usage: ") + getkey() + " " + getshort());
     return false;
   }
+  using namespace protocol::snapshot;
   const int slot = wordToInt(args[1]);
   const int scale = args.size() == 3 ? wordToInt(args[2]) : defaultScale; // a longer line's scale does not count
-  if (slot >= 1 && slot <= MAX_SLOT && scale >= 1 && scale <= fullScale) {
+  if (slot >= firstSlot && slot <= MAX_SLOT && scale >= smallestScale && scale <= fullScale) {
     takeSnapshot(proxies, slot, scale);
   } else {
     printLine(std::cerr, "error: bad args");

@@ -31,7 +31,7 @@ void showFormat() {
 } // namespace
 
 bool VideoFormatCmd::operator()(const ArgVec& args) {
-  const ServiceProxies proxies("tVideoPhalTask");
+  const ServiceProxies proxies(protocol::videoTask);
   if (isQuery(args)) {
     showFormat();
   } else if (args.size() == 2 &&

@@ -11,8 +11,8 @@
 namespace {
 
 constexpr const char* logLabel = "video-resolution-cmd: got respmsg: ";
-constexpr unsigned short progressive = 1;
-constexpr unsigned short interlaced = 2;
+using protocol::qualifier::interlaced;
+using protocol::qualifier::progressive;
 
 struct Resolution {
   const char* word;
@@ -75,7 +75,7 @@ void showResolution(const ServiceProxies& proxies) {
 } // namespace
 
 bool VideoResolutionCmd::operator()(const ArgVec& args) {
-  const ServiceProxies proxies("tVideoPhalTask");
+  const ServiceProxies proxies(protocol::videoTask);
   const Resolution* resolution = args.size() == 2 ? resolutionNamed(args[1]) : nullptr;
   if (isQuery(args)) {
     showResolution(proxies);

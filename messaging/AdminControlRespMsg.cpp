@@ -1,8 +1,11 @@
 #include "messaging/AdminControlRespMsg.h"
 
+#include "messaging/ErrorTrace.h"
+#include "messaging/Protocol.h"
+
 const MsgLayout AdminControlRespMsg::layout = {
-    "AdminControlRespMsg",      109, PipeForm::bigEndian, /*restoresFlags*/ false, /*rendersMtype*/ true,
-    {{"   status  = ", 65535}},
+    "AdminControlRespMsg",   protocol::adminControlResp, PipeForm::bigEndian,
+    /*restoresFlags*/ false, /*rendersMtype*/ true,      {{"status", protocol::statusUnset}},
 };
 
 AdminControlRespMsg::AdminControlRespMsg() { setWord(0, 3); }

@@ -4,6 +4,7 @@
 #include "messaging/Blocking.h"
 #include "messaging/Immortal.h"
 #include "messaging/MsgObj.h"
+#include "messaging/Protocol.h"
 #include "messaging/ReplyPipe.h"
 #include "platform/Uncancelled.h"
 
@@ -63,6 +64,18 @@ size_t readAvailable(int fd, void* buffer, size_t size) {
   return got;
 }
 
+// Holds the sync lock of an endpoint for a scope.
+class SyncHeld {
+public:
+  explicit SyncHeld(CommObj& endpoint) : _endpoint(endpoint) { _endpoint.SyncLock(); }
+  ~SyncHeld() { _endpoint.SyncUnLock(); }
+  SyncHeld(const SyncHeld&) = delete;
+  SyncHeld& operator=(const SyncHeld&) = delete;
+
+private:
+  CommObj& _endpoint;
+};
+
 } // namespace
 
 int CommObj::_sNextMsgQKey = 87654;
@@ -114,7 +127,7 @@ void CommObj::enterTables() {
 }
 
 void CommObj::openPipe() {
-  (void)std::snprintf(_pipeName, sizeof _pipeName, "/tmp/%s.%d", _taskName, static_cast<int>(_taskId));
+  (void)std::snprintf(_pipeName, sizeof _pipeName, protocol::replyPipeFormat, _taskName, static_cast<int>(_taskId));
   // What an earlier process left, or somebody else put there; usually there is nothing. What cannot be removed makes
   // the next step fail.
   if (unlink(_pipeName) != 0 && errno == EISDIR) (void)rmdir(_pipeName);
@@ -222,6 +235,26 @@ int CommObj::ReceiveSync(unsigned long srcTid, MsgObj* message, int) {
 }
 
 // ---- Synchronous exchanges
+
+MsgObj* CommObj::Exchange(MsgObj& request, CommObj* local) {
+  MsgObj* reply = nullptr;
+  {
+    const SyncHeld held(*this);
+    SyncClean();
+    if (local != nullptr) {
+      local->ReceiveAsync(request.GetSrcTid(), &request, static_cast<int>(request.size()));
+      return ReadReplyMsg(&request);
+    }
+    MsgQOutStream queue(static_cast<int>(request.GetDstTid()));
+    request.stream(queue);
+    tev::log << "MsgObj::send()[isReqSyncMsg/remote] - before pSourceCommObj->ReadReplyMsg(...)" << tev::endl;
+    reply = ReadReplyMsg(&request);
+    tev::log << "MsgObj::send()[isReqSyncMsg/remote] - pSourceCommObj->ReadReplyMsg(...) returned: " << tev::hex
+             << static_cast<void*>(reply) << tev::dec << tev::endl;
+  }
+  tev::log << "MsgObj::send()[isReqSyncMsg/remote] - after pSourceCommObj->ReadReplyMsg(...)" << tev::endl;
+  return reply;
+}
 
 void CommObj::SyncLock() {
   const auto lock = [this](int timeoutMs) {

@@ -69,6 +69,11 @@ public:
   /// SyncUnLock.
   virtual MsgObj* ReadReplyMsg(MsgObj* request);
 
+  /// A synchronous exchange from this endpoint: takes the sync lock, drains the pipe, sends `request`, waits for its
+  /// reply and releases the lock. `local` is the endpoint to which the request goes; null: to the queue of a task in
+  /// another process. Returns the reply, which belongs to the caller, or null. For MsgObj::Send().
+  MsgObj* Exchange(MsgObj& request, CommObj* local);
+
   /// Held from before a synchronous request is sent until its reply has been read. Waiting for it is a cancellation
   /// point as Blocking.h says.
   void SyncLock();

@@ -1,5 +1,8 @@
 #include "messaging/GetVideoResolutionReqMsg.h"
 
+#include "messaging/Protocol.h"
+
 const MsgLayout GetVideoResolutionReqMsg::layout = {
-    "GetVideoResolutionReqMsg", 102, PipeForm::none, /*restoresFlags*/ true, /*rendersMtype*/ false, {},
+    "GetVideoResolutionReqMsg", protocol::getVideoResolutionReq, PipeForm::none,
+    /*restoresFlags*/ true,     /*rendersMtype*/ false,          {},
 };

@@ -1,17 +1,19 @@
 #include "messaging/GetVideoResolutionRespMsg.h"
 
+#include "messaging/Protocol.h"
+
 const MsgLayout GetVideoResolutionRespMsg::layout = {
     "GetVideoResolutionRespMsg",
-    103,
+    protocol::getVideoResolutionResp,
     PipeForm::native,
     /*restoresFlags*/ false,
     /*rendersMtype*/ false,
-    {{"   status  = ", 65535},
-     {"   horizontal = ", 0},
-     {"   vertical   = ", 0},
-     {"   qualifier  = ", 0},
-     {"   hertz      = ", 0},
-     {"   sdp_std    = ", 0}},
+    {{"status", protocol::statusUnset},
+     {"horizontal", 0},
+     {"vertical", 0, 10},
+     {"qualifier", 0, 10},
+     {"hertz", 0, 10},
+     {"sdp_std", 0, 10}},
 };
 
 GetVideoResolutionRespMsg::GetVideoResolutionRespMsg(unsigned long srcTid, unsigned long dstTid, unsigned short status)

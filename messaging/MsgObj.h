@@ -42,8 +42,9 @@ enum class PipeForm {
 /// What a message class declares about itself.
 struct MsgLayout {
   struct Field {
-    const char* label;     ///< in the trace log, such as "   mode    = "
+    const char* name;
     uint16_t defaultValue; ///< what the constructors set
+    int width = 7;         ///< of the name in the trace log, in characters
   };
 
   const char* name; ///< of the class
@@ -51,11 +52,11 @@ struct MsgLayout {
   PipeForm pipeForm;
   bool restoresFlags;               ///< whether decoding takes the sync and remote flags from the received type word
   bool rendersMtype;                ///< whether the trace log shows the mtype word
-  Field fields[MsgImage::wordsMax]; ///< in payload order; the first one without a label ends them
+  Field fields[MsgImage::wordsMax]; ///< in payload order; the first one without a name ends them
 
   constexpr size_t fieldCount() const {
     size_t count = 0;
-    while (count < MsgImage::wordsMax && fields[count].label != nullptr)
+    while (count < MsgImage::wordsMax && fields[count].name != nullptr)
       ++count;
     return count;
   }
@@ -153,18 +154,7 @@ protected:
 
   static unsigned short idIn(const void* buffer); ///< the message id of a queue form
 
-  /// Writes a line of at most 199 characters, and its line end, to the standard error stream. Needs no memory.
-  static void traceError(const char* format, ...) __attribute__((format(printf, 1, 2)));
-
 private:
-  MsgObj* sendAndDelete();
-  MsgObj* sendLocally(CommObj& src, CommObj& dst);
-  MsgObj* sendRemotely(CommObj& src);
-  MsgObj* exchange(CommObj& src, CommObj* dst);
-  void sendToRemoteQueue();
-  void replyRemotely() const;
-  size_t imageSize() const;
-
   // Never destroyed, and made at first use: exemplars are static objects, and a receive thread may outlive the static
   // destructors.
   static std::map<unsigned short, MsgObj*>& _sMsgId2MsgObj();

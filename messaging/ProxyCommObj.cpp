@@ -2,21 +2,22 @@
 
 #include "messaging/CommObj.h"
 #include "messaging/MsgObj.h"
+#include "messaging/Protocol.h"
 
 #include <cstring>
 
 namespace {
 
-// The queue ids under which the services of the appliance can be reached.
-constexpr int streamAppQueueId = 229383;
-constexpr int videoPhalQueueId = 98307;
-constexpr int otherQueueId = 0; // the administration service's too
+constexpr size_t consolePrefix = 4; // characters that tell tasks apart
+constexpr size_t servicePrefix = 12;
 
 int queueIdOf(const char* taskName) {
-  if (std::strncmp(taskName, "tCliAppTask", 4) == 0) return static_cast<int>(CommObj::TaskName2TaskId("tCliAppTask"));
-  if (std::strncmp(taskName, "tStreamAppTask", 12) == 0) return streamAppQueueId;
-  if (std::strncmp(taskName, "tVideoPhalTask", 12) == 0) return videoPhalQueueId;
-  return otherQueueId;
+  using namespace protocol;
+  if (std::strncmp(taskName, consoleTask, consolePrefix) == 0)
+    return static_cast<int>(CommObj::TaskName2TaskId(consoleTask));
+  if (std::strncmp(taskName, streamTask, servicePrefix) == 0) return streamQueueId;
+  if (std::strncmp(taskName, videoTask, servicePrefix) == 0) return videoQueueId;
+  return adminQueueId; // any other name
 }
 
 } // namespace

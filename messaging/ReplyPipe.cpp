@@ -1,5 +1,7 @@
 #include "messaging/ReplyPipe.h"
 
+#include "messaging/Protocol.h"
+
 #include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
@@ -18,6 +20,7 @@ int openPipe(const char* path) {
 
 int openReplyPipe(unsigned long taskId) {
   char path[32];
-  (void)std::snprintf(path, sizeof path, "/tmp/tCliAppTask.%d", static_cast<int>(taskId)); // 27 at most
+  (void)std::snprintf(path, sizeof path, protocol::replyPipeFormat, protocol::consoleTask,
+                      static_cast<int>(taskId)); // 27 at most
   return openPipe(path);
 }

@@ -1,8 +1,10 @@
 #include "messaging/SetAudioSourceReqMsg.h"
 
+#include "messaging/Protocol.h"
+
 const MsgLayout SetAudioSourceReqMsg::layout = {
-    "SetAudioSourceReqMsg",  120, PipeForm::native, /*restoresFlags*/ true, /*rendersMtype*/ false,
-    {{"   audiosrc = ", 1}},
+    "SetAudioSourceReqMsg", protocol::setAudioSourceReq, PipeForm::native,
+    /*restoresFlags*/ true, /*rendersMtype*/ false,      {{"audiosrc", 1}},
 };
 
 SetAudioSourceReqMsg::SetAudioSourceReqMsg(unsigned long srcTid, unsigned long dstTid, unsigned short audiosrc)
@@ -10,4 +12,7 @@ SetAudioSourceReqMsg::SetAudioSourceReqMsg(unsigned long srcTid, unsigned long d
   setWord(0, audiosrc);
 }
 
-unsigned short SetAudioSourceReqMsg::MapString2AudioSource(const std::string& name) { return name == "analog" ? 2 : 1; }
+unsigned short SetAudioSourceReqMsg::MapString2AudioSource(const std::string& name) {
+  using namespace protocol::audioSource;
+  return name == "analog" ? analog : digital;
+}

@@ -1,8 +1,10 @@
 #include "messaging/SetAudioSourceRespMsg.h"
 
+#include "messaging/Protocol.h"
+
 const MsgLayout SetAudioSourceRespMsg::layout = {
-    "SetAudioSourceRespMsg",    121, PipeForm::native, /*restoresFlags*/ true, /*rendersMtype*/ false,
-    {{"   status  = ", 65535}},
+    "SetAudioSourceRespMsg", protocol::setAudioSourceResp, PipeForm::native,
+    /*restoresFlags*/ true,  /*rendersMtype*/ false,       {{"status", protocol::statusUnset}},
 };
 
 SetAudioSourceRespMsg::SetAudioSourceRespMsg(unsigned long srcTid, unsigned long dstTid, unsigned short status)

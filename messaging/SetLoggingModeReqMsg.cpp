@@ -1,7 +1,8 @@
 #include "messaging/SetLoggingModeReqMsg.h"
 
+#include "messaging/Protocol.h"
+
 const MsgLayout SetLoggingModeReqMsg::layout = {
-    "SetLoggingModeReqMsg", 112,
-    PipeForm::native,       /*restoresFlags*/ true,
-    /*rendersMtype*/ false, {{"   onoff   = ", 0}, {"   component = ", 0}},
+    "SetLoggingModeReqMsg", protocol::setLoggingModeReq,      PipeForm::native, /*restoresFlags*/ true,
+    /*rendersMtype*/ false, {{"onoff", 0}, {"component", 0}},
 };

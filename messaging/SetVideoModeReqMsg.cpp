@@ -1,7 +1,10 @@
 #include "messaging/SetVideoModeReqMsg.h"
 
+#include "messaging/Protocol.h"
+
 const MsgLayout SetVideoModeReqMsg::layout = {
-    "SetVideoModeReqMsg", 100, PipeForm::native, /*restoresFlags*/ true, /*rendersMtype*/ false, {{"   mode    = ", 3}},
+    "SetVideoModeReqMsg",   protocol::setVideoModeReq, PipeForm::native,
+    /*restoresFlags*/ true, /*rendersMtype*/ false,    {{"mode", 3}},
 };
 
 SetVideoModeReqMsg::SetVideoModeReqMsg(unsigned long srcTid, unsigned long dstTid, unsigned short mode)
@@ -10,11 +13,13 @@ SetVideoModeReqMsg::SetVideoModeReqMsg(unsigned long srcTid, unsigned long dstTi
 }
 
 unsigned short SetVideoModeReqMsg::MapString2Mode(const std::string& name) {
+  using namespace protocol::videoMode;
   static constexpr struct {
     const char* name;
     unsigned short mode;
-  } modes[] = {{"hdmi", 9}, {"dvi", 8},       {"vga", 4},    {"svga", 5},     {"xga", 6},
-               {"wxga", 7}, {"component", 3}, {"svideo", 1}, {"composite", 2}};
+  } modes[] = {{"hdmi", hdmi},           {"dvi", dvi},       {"vga", vga},
+               {"svga", svga},           {"xga", xga},       {"wxga", wxga},
+               {"component", component}, {"svideo", svideo}, {"composite", composite}};
   for (const auto& entry : modes) {
     if (name == entry.name) return entry.mode;
   }

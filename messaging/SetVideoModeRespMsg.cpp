@@ -1,8 +1,10 @@
 #include "messaging/SetVideoModeRespMsg.h"
 
+#include "messaging/Protocol.h"
+
 const MsgLayout SetVideoModeRespMsg::layout = {
-    "SetVideoModeRespMsg",      101, PipeForm::native, /*restoresFlags*/ true, /*rendersMtype*/ false,
-    {{"   status  = ", 65535}},
+    "SetVideoModeRespMsg",  protocol::setVideoModeResp, PipeForm::native,
+    /*restoresFlags*/ true, /*rendersMtype*/ false,     {{"status", protocol::statusUnset}},
 };
 
 SetVideoModeRespMsg::SetVideoModeRespMsg(unsigned long srcTid, unsigned long dstTid, unsigned short status)

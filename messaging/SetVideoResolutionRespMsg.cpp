@@ -1,8 +1,10 @@
 #include "messaging/SetVideoResolutionRespMsg.h"
 
+#include "messaging/Protocol.h"
+
 const MsgLayout SetVideoResolutionRespMsg::layout = {
-    "SetVideoResolutionRespMsg", 105, PipeForm::native, /*restoresFlags*/ false, /*rendersMtype*/ false,
-    {{"   status  = ", 65535}},
+    "SetVideoResolutionRespMsg", protocol::setVideoResolutionResp, PipeForm::native,
+    /*restoresFlags*/ false,     /*rendersMtype*/ false,           {{"status", protocol::statusUnset}},
 };
 
 SetVideoResolutionRespMsg::SetVideoResolutionRespMsg(unsigned long srcTid, unsigned long dstTid, unsigned short status)

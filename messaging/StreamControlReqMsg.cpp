@@ -1,7 +1,8 @@
 #include "messaging/StreamControlReqMsg.h"
 
+#include "messaging/Protocol.h"
+
 const MsgLayout StreamControlReqMsg::layout = {
-    "StreamControlReqMsg",  106,
-    PipeForm::none,         /*restoresFlags*/ true,
-    /*rendersMtype*/ false, {{"   control = ", 1}, {"   type    = ", 1}},
+    "StreamControlReqMsg",  protocol::streamControlReq,    PipeForm::none, /*restoresFlags*/ true,
+    /*rendersMtype*/ false, {{"control", 1}, {"type", 1}},
 };

@@ -1,8 +1,10 @@
 #include "messaging/StreamControlRespMsg.h"
 
+#include "messaging/Protocol.h"
+
 const MsgLayout StreamControlRespMsg::layout = {
-    "StreamControlRespMsg",     107, PipeForm::native, /*restoresFlags*/ false, /*rendersMtype*/ false,
-    {{"   status  = ", 65535}},
+    "StreamControlRespMsg",  protocol::streamControlResp, PipeForm::native,
+    /*restoresFlags*/ false, /*rendersMtype*/ false,      {{"status", protocol::statusUnset}},
 };
 
 StreamControlRespMsg::StreamControlRespMsg(unsigned long srcTid, unsigned long dstTid, unsigned short status)

@@ -1,7 +1,8 @@
 #include "messaging/TakeSnapshotReqMsg.h"
 
+#include "messaging/Protocol.h"
+
 const MsgLayout TakeSnapshotReqMsg::layout = {
-    "TakeSnapshotReqMsg",  110,
-    PipeForm::none,        /*restoresFlags*/ true,
-    /*rendersMtype*/ true, {{"   slot    = ", 0}, {"   scale   = ", 0}},
+    "TakeSnapshotReqMsg",  protocol::takeSnapshotReq,   PipeForm::none, /*restoresFlags*/ true,
+    /*rendersMtype*/ true, {{"slot", 0}, {"scale", 0}},
 };

@@ -1,8 +1,11 @@
 #include "messaging/TakeSnapshotRespMsg.h"
 
+#include "messaging/ErrorTrace.h"
+#include "messaging/Protocol.h"
+
 const MsgLayout TakeSnapshotRespMsg::layout = {
-    "TakeSnapshotRespMsg",      111, PipeForm::native, /*restoresFlags*/ false, /*rendersMtype*/ true,
-    {{"   status  = ", 65535}},
+    "TakeSnapshotRespMsg",   protocol::takeSnapshotResp, PipeForm::native,
+    /*restoresFlags*/ false, /*rendersMtype*/ true,      {{"status", protocol::statusUnset}},
 };
 
 MsgObj* TakeSnapshotRespMsg::Create(const void* buffer) {

@@ -1,8 +1,9 @@
 #include "shell/CliAppTask.h"
 
 #include "log/tevlog.h"
+#include "messaging/Protocol.h"
 
-CliAppTask::CliAppTask() : CommObj("tCliAppTask", /*ownQueueOnly*/ true) {
+CliAppTask::CliAppTask() : CommObj(protocol::consoleTask, /*ownQueueOnly*/ true) {
   tev::log << "CliAppTask created" << tev::endl;
 }
 

@@ -2,6 +2,7 @@
 
 #include "commands/Console.h"
 #include "log/tevlog.h"
+#include "messaging/Protocol.h"
 #include "shell/CliAppTask.h"
 #include "shell/CmdMap.h"
 #include "shell/Terminal.h"
@@ -65,17 +66,16 @@ __attribute__((constructor(102))) void watchStaticObjects() { std::set_new_handl
 
 // ---- After them
 
-// Shells that run at the same time are numbered. The first has the log "/tmp/cli.log" and the queue key 153191, the
-// others have logs with their numbers and keys that no task of the appliance has.
+// Shells that run at the same time are numbered. The first has the log "/tmp/cli.log" and the queue key of the
+// protocol, the others have logs with their numbers and keys that no task of the appliance has.
 constexpr int numbered = 9;
-constexpr key_t firstKey = 153191;
 constexpr key_t laterKeys = 0x54455600; // "TEV" and the number
 
 std::string logName(int number) { return number == 1 ? "/tmp/cli.log" : "/tmp/cli." + std::to_string(number) + ".log"; }
 
 key_t queueKey(int number) {
   if (number > numbered) return IPC_PRIVATE;
-  return number == 1 ? firstKey : laterKeys + number;
+  return number == 1 ? protocol::consoleQueueKey : laterKeys + number;
 }
 
 void report(const std::string& text) { printLine(std::cerr, "tev-cli: " + text); }

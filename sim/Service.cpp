@@ -1,5 +1,6 @@
 #include "sim/Service.h"
 #include "messaging/MsgOf.h"
+#include "messaging/ReplyPipe.h"
 #include "sim/Appliance.h"
 #include "sim/BoardSocket.h"
 #include "sim/Descriptor.h"
@@ -8,7 +9,6 @@
 #include <csignal>
 #include <cstring>
 #include <ctime>
-#include <fcntl.h>
 #include <stdexcept>
 #include <sys/ioctl.h>
 #include <sys/msg.h>
@@ -20,13 +20,6 @@ namespace {
 constexpr int SPLIT_CHECKS = 10000;  // of 0.3 ms: as long as users wait
 constexpr long SPLIT_PAUSE = 300000; // nanoseconds
 constexpr int GARBAGE_BYTE = 0xa5;
-
-// The name of a field, from its label in the trace log.
-std::string nameIn(const char* label) {
-  const std::string text = label;
-  const size_t first = std::min(text.find_first_not_of(' '), text.size());
-  return text.substr(first, text.find_first_of(" =", first) - first);
-}
 
 // SIGTERM is blocked in a task. It ends a pause.
 void pauseFor(const timespec& time) {
@@ -40,9 +33,7 @@ void pauseFor(const timespec& time) {
 class RawReply {
 public:
   explicit RawReply(const MsgObj& reply)
-      : _pipe(
-            open(("/tmp/tCliAppTask." + std::to_string(reply.GetDstTid())).c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC)),
-        _bytes(static_cast<const char*>(reply.image()), reply.size()) {}
+      : _pipe(openReplyPipe(reply.GetDstTid())), _bytes(static_cast<const char*>(reply.image()), reply.size()) {}
 
   void writeHalf() const { write(0, half()); }
   void writeRest() const { write(half(), _bytes.size()); }
@@ -97,7 +88,7 @@ Service::Order Service::report(const MsgObj& message, const MsgLayout& layout) c
   Words question = {"message", _name, layout.name, std::to_string(message.GetSrcTid()), flags};
   const auto* image = static_cast<const MsgImage*>(message.image());
   for (size_t i = 0; i < layout.fieldCount(); ++i)
-    question.push_back(nameIn(layout.fields[i].label) + "=" + std::to_string(image->words[i]));
+    question.push_back(std::string(layout.fields[i].name) + "=" + std::to_string(image->words[i]));
   const Words answer = askBoard(question);
   if (answer.size() < 2) throw std::runtime_error("the board does not know messages");
   tev::log << (answer[0] == "on" ? tev::enable : tev::disable);

@@ -67,7 +67,7 @@ public:
   }
   MsgObj* CreateResponse() override { return nullptr; }
 };
-const MsgLayout CountedMsg::layout = {"CountedMsg", 200, PipeForm::native, true, false, {{"   count   = ", 77}}};
+const MsgLayout CountedMsg::layout = {"CountedMsg", 200, PipeForm::native, true, false, {{"count", 77}}};
 std::atomic<int> CountedMsg::handled, CountedMsg::alive, CountedMsg::lastWord;
 
 // Makes no messages.
