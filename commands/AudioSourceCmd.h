@@ -1,7 +1,7 @@
 #ifndef TEV_COMMANDS_AUDIOSOURCECMD_H
 #define TEV_COMMANDS_AUDIOSOURCECMD_H
 
-#include "shell/CmdFunctor.h"
+#include "commands/CmdFunctor.h"
 
 /// `audio-source`: selects the audio input.
 class AudioSourceCmd : public CmdFunctor {

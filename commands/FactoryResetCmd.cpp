@@ -5,6 +5,7 @@
 #include "commands/Words.h"
 #include "messaging/AdminControlReqMsg.h"
 #include "platform/CKrProperty.h"
+#include "platform/Descriptor.h"
 #include "platform/krLog.h"
 #include "platform/krMem.h"
 
@@ -47,11 +48,10 @@ int FactoryResetCmd::putSn() {
   const std::unique_ptr<char, void (*)(void*)> serial(static_cast<char*>(krMalloc(serialNumberSize + 1)), krFree);
   if (serial == nullptr) return putSnFailed("putSn() couldn't malloc buffer\n");
   std::memset(serial.get(), 0, serialNumberSize + 1);
-  const int fd = open(eepromNode, O_RDWR | O_CLOEXEC);
-  if (fd < 0) return putSnFailed("putSn() cannot open eeprom device\n");
-  const bool complete = lseek(fd, serialNumberOffset, SEEK_SET) == serialNumberOffset &&
-                        read(fd, serial.get(), serialNumberSize) == static_cast<ssize_t>(serialNumberSize);
-  (void)close(fd); // it was only read
+  const kr::Descriptor eeprom(open(eepromNode, O_RDWR | O_CLOEXEC));
+  if (!eeprom) return putSnFailed("putSn() cannot open eeprom device\n");
+  const bool complete = lseek(eeprom.get(), serialNumberOffset, SEEK_SET) == serialNumberOffset &&
+                        read(eeprom.get(), serial.get(), serialNumberSize) == static_cast<ssize_t>(serialNumberSize);
   if (!complete) return putSnFailed("putSn() eeprom read failed\n");
   if (CKrProperty* store = CKrProperty::getInstance(nullptr, nullptr, nullptr)) {
     store->setProperty("sn", serial.get());

@@ -1,7 +1,7 @@
 #ifndef TEV_COMMANDS_FACTORYRESETCMD_H
 #define TEV_COMMANDS_FACTORYRESETCMD_H
 
-#include "shell/CmdFunctor.h"
+#include "commands/CmdFunctor.h"
 
 /// `factory`: asks for the configuration or the firmware to go back to factory defaults.
 class FactoryResetCmd : public CmdFunctor {

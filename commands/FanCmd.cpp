@@ -2,6 +2,7 @@
 
 #include "commands/Console.h"
 #include "commands/Node.h"
+#include "commands/Words.h"
 
 #include <cstdint>
 #include <fcntl.h>
@@ -18,7 +19,7 @@ constexpr float tachCountToRpm = 0.5328f * 5400000.0f; // rpm = this / count
 void setSpeed(const std::string& word) {
   const Node speed(speedNode, O_RDWR);
   if (!speed.isOpen()) {
-    printLine(std::cerr, "error: couldn't find node [" + std::string(speedNode) + "] on the system");
+    printNodeNotFound(speedNode);
     return;
   }
   speed.write(word); // the driver decides what it accepts
@@ -59,7 +60,7 @@ bool FanCmd::operator()(const ArgVec& args) {
   } else if (args[1] == "speed") {
     setSpeed(args[2]);
   } else {
-    printLine(std::cerr, "error: subcmd [" + args[1] + "] is not supported.");
+    printUnsupportedSubcommand(args[1]);
   }
   return false;
 }

@@ -1,7 +1,7 @@
 #ifndef TEV_COMMANDS_FANCMD_H
 #define TEV_COMMANDS_FANCMD_H
 
-#include "shell/CmdFunctor.h"
+#include "commands/CmdFunctor.h"
 
 /// `fan`: shows the fan setting and its speed in revolutions per minute, or sets the fan setting.
 class FanCmd : public CmdFunctor {

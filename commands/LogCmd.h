@@ -1,7 +1,7 @@
 #ifndef TEV_COMMANDS_LOGCMD_H
 #define TEV_COMMANDS_LOGCMD_H
 
-#include "shell/CmdFunctor.h"
+#include "commands/CmdFunctor.h"
 
 /// `log`: switches the logging of the services.
 class LogCmd : public CmdFunctor {

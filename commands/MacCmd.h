@@ -1,7 +1,7 @@
 #ifndef TEV_COMMANDS_MACCMD_H
 #define TEV_COMMANDS_MACCMD_H
 
-#include "shell/CmdFunctor.h"
+#include "commands/CmdFunctor.h"
 
 /// `mac`: shows or sets the MAC addresses in the identity EEPROM, by a board tool.
 class MacCmd : public CmdFunctor {

@@ -2,39 +2,38 @@
 #ifndef TEV_COMMANDS_NODE_H
 #define TEV_COMMANDS_NODE_H
 
+#include "platform/Descriptor.h"
+
 #include <cstddef>
 #include <string>
 
-/// An open node. The destructor closes it. A descriptor below 1 counts as a failed open.
+/// An open node. A descriptor below 1 counts as a failed open.
 class Node {
 public:
   static constexpr size_t readSizeMax = 15; ///< no node is read further than this
 
   /// Opens `path`, which is absolute, with the flags of open(2).
   Node(const char* path, int flags);
-  ~Node();
-  Node(const Node&) = delete;
-  Node& operator=(const Node&) = delete;
 
-  bool isOpen() const { return _fd > 0; }
+  [[nodiscard]] bool isOpen() const { return _file.get() > 0; }
 
   /// Reads once, at most `size` bytes (up to readSizeMax), and returns the text up to its first zero byte. A failed
   /// read gives the empty text.
-  std::string read(size_t size) const;
+  [[nodiscard]] std::string read(size_t size) const;
 
   /// Writes `text` with its exact length in one call. What the driver makes of it is the driver's business: a refusal
   /// is not reported.
   void write(const std::string& text) const;
 
 private:
-  int _fd;
+  kr::Descriptor _file;
 };
+
+/// Prints the error line for a node that a command needs and that cannot be opened.
+void printNodeNotFound(const std::string& path);
 
 /// The number that `text` begins with, decimal or hexadecimal, or 0 if it begins with none.
 int decimalIn(const std::string& text);
 unsigned int hexIn(const std::string& text);
-
-/// The word as a number by atoi's rules, except that it is cut to the range of an int where atoi leaves that open.
-int wordToInt(const std::string& word);
 
 #endif

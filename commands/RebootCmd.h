@@ -1,7 +1,7 @@
 #ifndef TEV_COMMANDS_REBOOTCMD_H
 #define TEV_COMMANDS_REBOOTCMD_H
 
-#include "shell/CmdFunctor.h"
+#include "commands/CmdFunctor.h"
 
 /// `reboot`: asks for a reboot of the appliance. Words after the key are ignored.
 class RebootCmd : public CmdFunctor {

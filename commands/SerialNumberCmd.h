@@ -1,7 +1,7 @@
 #ifndef TEV_COMMANDS_SERIALNUMBERCMD_H
 #define TEV_COMMANDS_SERIALNUMBERCMD_H
 
-#include "shell/CmdFunctor.h"
+#include "commands/CmdFunctor.h"
 
 /// `serialnum`: shows or sets the serial number in the identity EEPROM, by a board tool.
 class SerialNumberCmd : public CmdFunctor {

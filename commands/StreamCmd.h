@@ -1,7 +1,7 @@
 #ifndef TEV_COMMANDS_STREAMCMD_H
 #define TEV_COMMANDS_STREAMCMD_H
 
-#include "shell/CmdFunctor.h"
+#include "commands/CmdFunctor.h"
 
 /// `stream`: starts or stops the stream, or shows whether one is running.
 class StreamCmd : public CmdFunctor {

@@ -1,8 +1,8 @@
 #include "commands/TakeSnapshotCmd.h"
 
 #include "commands/Console.h"
-#include "commands/Node.h"
 #include "commands/ServiceRequest.h"
+#include "commands/Words.h"
 #include "messaging/TakeSnapshotReqMsg.h"
 
 #include <iostream>

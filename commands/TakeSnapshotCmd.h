@@ -1,7 +1,7 @@
 #ifndef TEV_COMMANDS_TAKESNAPSHOTCMD_H
 #define TEV_COMMANDS_TAKESNAPSHOTCMD_H
 
-#include "shell/CmdFunctor.h"
+#include "commands/CmdFunctor.h"
 
 /// `snap`: takes a JPEG snapshot of the video into a numbered slot.
 class TakeSnapshotCmd : public CmdFunctor {

@@ -2,6 +2,7 @@
 
 #include "commands/Console.h"
 #include "commands/Node.h"
+#include "commands/Words.h"
 
 #include <fcntl.h>
 #include <iostream>
@@ -18,7 +19,7 @@ constexpr size_t setpointWriteSize = 2;
 void setSetpoint(const std::string& word) {
   const Node setpoint(setpointNode, O_RDWR);
   if (!setpoint.isOpen()) {
-    printLine(std::cerr, "error: couldn't find node [" + std::string(setpointNode) + "] on the system");
+    printNodeNotFound(setpointNode);
     return;
   }
   // The driver takes two bytes: a shorter text ends in a zero byte, a longer one is cut.
@@ -64,7 +65,7 @@ bool TemperatureCmd::operator()(const ArgVec& args) {
   } else if (args[1] == "setpoint") {
     setSetpoint(args[2]);
   } else {
-    printLine(std::cerr, "error: subcmd [" + args[1] + "] is not supported.");
+    printUnsupportedSubcommand(args[1]);
   }
   return false;
 }

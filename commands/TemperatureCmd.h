@@ -1,7 +1,7 @@
 #ifndef TEV_COMMANDS_TEMPERATURECMD_H
 #define TEV_COMMANDS_TEMPERATURECMD_H
 
-#include "shell/CmdFunctor.h"
+#include "commands/CmdFunctor.h"
 
 /// `temperature`: shows the temperature, the alert line and the alert set-point, or sets the set-point.
 class TemperatureCmd : public CmdFunctor {

@@ -1,7 +1,7 @@
 #ifndef TEV_COMMANDS_VIDEOFORMATCMD_H
 #define TEV_COMMANDS_VIDEOFORMATCMD_H
 
-#include "shell/CmdFunctor.h"
+#include "commands/CmdFunctor.h"
 
 /// `video-format`: selects the kind of video input, or shows the one that the input chip detects.
 class VideoFormatCmd : public CmdFunctor {

@@ -1,7 +1,7 @@
 #ifndef TEV_COMMANDS_VIDEORESOLUTIONCMD_H
 #define TEV_COMMANDS_VIDEORESOLUTIONCMD_H
 
-#include "shell/CmdFunctor.h"
+#include "commands/CmdFunctor.h"
 
 /// `video-resolution`: sets or shows the resolution and frame rate of the video input.
 class VideoResolutionCmd : public CmdFunctor {

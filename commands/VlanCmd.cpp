@@ -1,11 +1,10 @@
 #include "commands/VlanCmd.h"
 
-#include "commands/Console.h"
 #include "commands/Node.h"
+#include "commands/Words.h"
 
 #include <fcntl.h>
 #include <initializer_list>
-#include <iostream>
 
 namespace {
 
@@ -15,7 +14,7 @@ constexpr const char* switchNode = "/sys/module/ksz8864/drivers/smi";
 void sendToSwitch(std::initializer_list<const char*> commands) {
   const Node node(switchNode, O_RDWR);
   if (!node.isOpen()) {
-    printLine(std::cerr, "error: couldn't find node [" + std::string(switchNode) + "] on the system");
+    printNodeNotFound(switchNode);
     return;
   }
   for (const char* command : commands)
@@ -31,7 +30,7 @@ bool VlanCmd::operator()(const ArgVec& args) {
   } else if (args[1] == "off") {
     sendToSwitch({"write 0x05 0x00"}); // the two table entries stay
   } else {
-    printLine(std::cerr, "error: subcmd [" + args[1] + "] is not supported.");
+    printUnsupportedSubcommand(args[1]);
   }
   return false;
 }

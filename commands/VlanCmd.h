@@ -1,7 +1,7 @@
 #ifndef TEV_COMMANDS_VLANCMD_H
 #define TEV_COMMANDS_VLANCMD_H
 
-#include "shell/CmdFunctor.h"
+#include "commands/CmdFunctor.h"
 
 /// `vlan`: switches the VLAN mode of the Ethernet switch.
 class VlanCmd : public CmdFunctor {

@@ -3,6 +3,8 @@
 #include "commands/Console.h"
 
 #include <algorithm>
+#include <climits>
+#include <cstdlib>
 #include <iostream>
 
 bool isQuery(const ArgVec& args) { return args.size() == 1 || isOneOf(args[1], {"status", "?"}); }
@@ -14,4 +16,13 @@ bool isOneOf(const std::string& word, std::initializer_list<const char*> accepte
 void printIncorrectParameters(const std::string& key, const std::string& pattern) {
   printLine(std::cerr, "error: incorrect parameter(s) to <" + key + "> command");
   printLine(std::cerr, "usage: " + key + " " + pattern);
+}
+
+void printUnsupportedSubcommand(const std::string& word) {
+  printLine(std::cerr, "error: subcmd [" + word + "] is not supported.");
+}
+
+int wordToInt(const std::string& word) {
+  const long long value = std::strtoll(word.c_str(), nullptr, 10);
+  return static_cast<int>(std::clamp<long long>(value, INT_MIN, INT_MAX));
 }

@@ -2,7 +2,7 @@
 #ifndef TEV_COMMANDS_WORDS_H
 #define TEV_COMMANDS_WORDS_H
 
-#include "shell/CmdFunctor.h"
+#include "commands/CmdFunctor.h"
 
 #include <initializer_list>
 #include <string>
@@ -15,5 +15,11 @@ bool isOneOf(const std::string& word, std::initializer_list<const char*> accepte
 /// Prints the error line and the usage line of a command whose words are not accepted. `pattern` is what may follow the
 /// key.
 void printIncorrectParameters(const std::string& key, const std::string& pattern);
+
+/// Prints the error line for a first word that names no subcommand.
+void printUnsupportedSubcommand(const std::string& word);
+
+/// The word as a number by atoi's rules, except that it is cut to the range of an int where atoi leaves that open.
+int wordToInt(const std::string& word);
 
 #endif

@@ -2,7 +2,7 @@
 #ifndef TEV_SHELL_CMDMAP_H
 #define TEV_SHELL_CMDMAP_H
 
-#include "shell/CmdFunctor.h"
+#include "commands/CmdFunctor.h"
 
 #include <map>
 #include <string>

@@ -1,7 +1,7 @@
 #ifndef TEV_SHELL_EXITCMD_H
 #define TEV_SHELL_EXITCMD_H
 
-#include "shell/CmdFunctor.h"
+#include "commands/CmdFunctor.h"
 
 /// `exit`: stops the tasks of the process and ends it. Does not return to the caller.
 class ExitCmd : public CmdFunctor {

@@ -2,7 +2,7 @@
 #ifndef TEV_SHELL_SHELL_H
 #define TEV_SHELL_SHELL_H
 
-#include "shell/CmdFunctor.h"
+#include "commands/CmdFunctor.h"
 #include "shell/CmdHistory.h"
 
 #include <iosfwd>

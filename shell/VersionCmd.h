@@ -1,7 +1,7 @@
 #ifndef TEV_SHELL_VERSIONCMD_H
 #define TEV_SHELL_VERSIONCMD_H
 
-#include "shell/CmdFunctor.h"
+#include "commands/CmdFunctor.h"
 
 /// `version`: the firmware version.
 class VersionCmd : public CmdFunctor {

@@ -1,6 +1,6 @@
-// What every shell command is. A leaf: commands derive from it without knowing the shell.
-#ifndef TEV_SHELL_CMDFUNCTOR_H
-#define TEV_SHELL_CMDFUNCTOR_H
+// What every shell command is. The shell keeps commands in its registry and calls them.
+#ifndef TEV_COMMANDS_CMDFUNCTOR_H
+#define TEV_COMMANDS_CMDFUNCTOR_H
 
 #include <string>
 #include <vector>
