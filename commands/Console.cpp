@@ -24,6 +24,6 @@ void stopWaitingForConsole(unsigned descriptors) {
   for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
     if ((descriptors >> fd & 1U) == 0) continue;
     const int flags = fcntl(fd, F_GETFL);
-    if (flags >= 0) (void)fcntl(fd, F_SETFL, flags | O_NONBLOCK); // the next user of the console finds it as it is
+    if (flags >= 0) (void)fcntl(fd, F_SETFL, flags | O_NONBLOCK); // a failure leaves the console as it is
   }
 }

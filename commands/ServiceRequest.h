@@ -8,8 +8,8 @@
 
 #include <memory>
 
-/// The two ends of a command's requests: the shell's task and a service. A command makes them on entry, whatever its
-/// line asks for: without an endpoint of the shell, each writes its line to the trace log.
+/// The two ends of a command's requests: the shell's task and a service. A command makes them on entry, for every line:
+/// if the shell has no endpoint, each writes its line to the trace log.
 struct ServiceProxies {
   explicit ServiceProxies(const char* serviceTask) : service(serviceTask), shell(protocol::consoleTask) {}
 
@@ -42,7 +42,7 @@ public:
   /// Sends the request without waiting for a reply.
   void post() {
     _message->SetRemote();
-    delete _message.release()->Send(); // of a message that does not ask for one there is no reply
+    delete _message.release()->Send(); // such a message has no reply
   }
 
 private:

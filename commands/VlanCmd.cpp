@@ -10,7 +10,7 @@ namespace {
 
 constexpr const char* switchNode = "/sys/module/ksz8864/drivers/smi";
 
-// Each command goes to the switch driver in a write of its own.
+// Writes each command to the switch driver in a separate call.
 void sendToSwitch(std::initializer_list<const char*> commands) {
   const Node node(switchNode, O_RDWR);
   if (!node.isOpen()) {

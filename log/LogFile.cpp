@@ -10,13 +10,13 @@ namespace tev {
 
 namespace {
 
-constexpr int triesMax = 4; // to open a file that others create or remove at the same moment
+constexpr int triesMax = 4; // while others create or remove the file at the same moment
 
 bool canBeLog(const struct stat& file) {
   return S_ISREG(file.st_mode) && file.st_uid == geteuid() && file.st_nlink == 1;
 }
 
-/// Whether what has the name cannot be a log. Nothing may have it.
+/// Whether there is something under this name that cannot be a log.
 bool isInTheWay(const char* path) {
   struct stat found {};
   return lstat(path, &found) == 0 && !canBeLog(found);
@@ -34,7 +34,7 @@ int claim(int fd) {
   lock.l_type = F_WRLCK;
   if (fcntl(fd, F_SETLK, &lock) != 0 && (errno == EAGAIN || errno == EACCES)) {
     if (fcntl(fd, F_GETLK, &lock) != 0) return errno;
-    if (lock.l_type == F_UNLCK) return EAGAIN; // gone again
+    if (lock.l_type == F_UNLCK) return EAGAIN; // released meanwhile
     return lock.l_type == F_WRLCK ? EBUSY : EEXIST;
   }
   if (fstat(fd, &found) != 0) return errno;
@@ -68,7 +68,7 @@ LogFile::LogFile(const char* path) : _fd(openLog(path)) {
 
 LogFile::~LogFile() {
   flush();
-  if (_fd >= 0) (void)close(_fd); // what it could still tell comes too late
+  if (_fd >= 0) (void)close(_fd); // the log has no use for its error
 }
 
 template <class Integer>

@@ -9,7 +9,7 @@
 
 namespace tev {
 
-/// What a flush needs stands here, so that no call lies between it and the system's.
+/// flush() is inline: no other call lies between a trace line and its write.
 ///
 /// Threads: one at a time. A thread may be cancelled in flush(), where the file is written; what was being written is
 /// then written again. None may be cancelled in the destructor.
@@ -29,8 +29,8 @@ public:
   LogFile(const LogFile&) = delete;
   LogFile& operator=(const LogFile&) = delete;
 
-  /// 0 if the file is open. Otherwise an errno: EBUSY if another process writes this log, EEXIST if what has the name
-  /// cannot be a log (see above), or the reason of the system.
+  /// 0 if the file is open. Otherwise an errno: EBUSY if another process writes this log, EEXIST if something under
+  /// this name cannot be a log (see the constructor), or what the system reported.
   int failure() const { return _fd >= 0 ? 0 : _failure; }
 
   /// Flushes only when the buffer is full.

@@ -93,7 +93,7 @@ tevlog::~tevlog() {
 }
 
 void tevlog::closeStream() {
-  std::unique_ptr<LogFile> closing(_stream); // closes as it goes
+  const std::unique_ptr<LogFile> closing(_stream); // its destructor closes the file
   // Volatile, because a thread that outlives the static destructors still asks this member whether there is a stream,
   // and a compiler may drop an ordinary store into an object that is about to die.
   *const_cast<LogFile* volatile*>(&_stream) = nullptr;

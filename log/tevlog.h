@@ -2,14 +2,13 @@
 //
 //   tev::log << "Creating Task: " << name << tev::endl;
 //
-// There is one in the process, tev::log. It carries no time stamps, levels or prefixes: what is streamed is what lands
-// in the file. Only tev::endl flushes.
+// There is one in the process, tev::log. It carries no time stamps, levels or prefixes: the file holds exactly what is
+// streamed. Only tev::endl flushes.
 //
 // Threads: every operator call is one step under one lock, so pieces of two threads may alternate but never mix. A
 // thread that is cancelled never leaves the lock behind: with asynchronous cancellation it finishes the step it is in,
-// otherwise it can end where the file is written, with the piece written once or twice. Only threads that nobody
-// cancels make, assign or destroy a log. Streaming stays harmless after the static destructors have run: nothing is
-// written any more.
+// otherwise it can end where the file is written, with the piece written once or twice. A thread that can be cancelled
+// must not make, assign or destroy a log. After the static destructors have run, streaming writes nothing.
 #ifndef TEV_LOG_TEVLOG_H
 #define TEV_LOG_TEVLOG_H
 
@@ -21,7 +20,7 @@ class LogFile;
 
 class tevlog {
 public:
-  /// Creates or empties the file `filename` (kept whole, whatever its length) and owns the stream on it. The log starts
+  /// Creates or empties the file `filename` (of any length) and owns the stream on it. The log starts
   /// disabled. Only a regular file of the effective user's, with one name, which no other process writes as a log, is
   /// opened; no link is followed, and nothing blocks. A file that cannot be opened is not an error: what is written is
   /// lost, and Failure() says why. Throws std::bad_alloc.
@@ -39,9 +38,9 @@ public:
   /// Whether output is written.
   bool IsEnabled() const;
 
-  /// Why this log has no file: 0 if it has one; EBADF if it went to another log; EBUSY if another process writes a log
-  /// of that name; EEXIST if what has the name is no regular file, belongs to another user or has more than one name;
-  /// otherwise the system's errno.
+  /// Why this log has no file: 0 if it has one; EBADF if it was assigned to another log; EBUSY if another process
+  /// writes a log of that name; EEXIST if there is something else under that name: no regular file, one of another
+  /// user, or one with several names; otherwise the system's errno.
   int Failure() const;
 
 private:
@@ -51,7 +50,7 @@ private:
   void closeStream();
 
   std::string _filename;
-  LogFile* _stream; ///< owned; null after the file went to another log
+  LogFile* _stream; ///< owned; null after the log was assigned to another
   bool _enabled;
 };
 

@@ -26,7 +26,7 @@ constexpr int replyTimeoutMs = 3000;
 constexpr int drainCheckMs = 1;
 constexpr int readsMax = 3; // calls made to get a reply, or to drain the pipe
 
-// Where stale pipe data goes. Shared by all endpoints and threads; nobody reads it.
+// Stale pipe data is read into this. Shared by all endpoints and threads, and never read.
 char sinkbuffer[1024];
 
 int64_t monotonicMs() {
@@ -128,8 +128,8 @@ void CommObj::enterTables() {
 
 void CommObj::openPipe() {
   (void)std::snprintf(_pipeName, sizeof _pipeName, protocol::replyPipeFormat, _taskName, static_cast<int>(_taskId));
-  // What an earlier process left, or somebody else put there; usually there is nothing. What cannot be removed makes
-  // the next step fail.
+  // An earlier process may have left its pipe, another user may have created something. If it cannot be removed, mkfifo
+  // fails.
   if (unlink(_pipeName) != 0 && errno == EISDIR) (void)rmdir(_pipeName);
   if (mkfifo(_pipeName, 0660) != 0) {
     tev::log << "error: cannot create named pipe: " << _pipeName << tev::endl;
@@ -146,12 +146,12 @@ void CommObj::openPipe() {
 }
 
 CommObj::~CommObj() {
-  kill(); // the thread must have left this object before any of it goes
+  kill(); // the thread must have left this object before any of it is destroyed
   if (_queueId > 0 && msgctl(_queueId, IPC_RMID, nullptr) != 0) {
     tev::log << "error: cannot remove msgQ: " << _queueId << tev::endl;
   }
   if (_pipeFd > 0) {
-    (void)close(_pipeFd); // nothing to lose: the pipe goes as well
+    (void)close(_pipeFd); // nothing to lose: the pipe is removed as well
     if (unlink(_pipeName) != 0) tev::log << "error: cannot remove named pipe: " << _pipeName << tev::endl;
   }
   krMutexDestroy(_syncMutex);
@@ -195,7 +195,8 @@ KR_UNWOUND_BY_CANCELLATION void CommObj::run() {
   }
 }
 
-// Whether one more message without a use gets its line. The lines that a flood has not got are counted in one.
+// Whether one more message that is dropped gets a line in the log. A line with the count of those without one comes
+// before it.
 bool CommObj::mayLogUnusable() {
   if (!_unusable.passes(monotonicMs() / 1000)) return false;
   if (const long held = _unusable.takeHeld(); held > 0)
@@ -208,10 +209,10 @@ bool CommObj::handleReceiveFailure(int reason) {
   switch (reason) {
   case EINTR:
     return true;
-  case E2BIG: // it would stay at the head of the queue for good
+  case E2BIG: // it would stay at the head of the queue
     if (mayLogUnusable())
       tev::log << "CommObj::run() - dropping an oversized message from msgQ: " << _queueId << tev::endl;
-    (void)dropFromQueue(_queueId); // fails only if the queue is gone, which the next receive finds out
+    (void)dropFromQueue(_queueId); // fails only if the queue is gone, which the next receive reports
     return true;
   case EIDRM:
   case EINVAL:

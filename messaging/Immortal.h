@@ -3,8 +3,9 @@
 
 #include <new>
 
-/// An object in static storage that is never destroyed, because threads may outlive the static destructors. It needs no
-/// memory but what `Object` takes: a receive thread may be the first to use it, and it has nobody to tell.
+/// An object in static storage that is never destroyed, because threads may outlive the static destructors. It
+/// allocates nothing beyond what `Object` does: a receive thread may be the first to use it, and could not report a
+/// failure.
 template <class Object>
 class Immortal {
 public:

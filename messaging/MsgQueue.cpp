@@ -21,7 +21,7 @@ struct KernelMsg {
 
 constexpr int ownerAndGroup = 0660;
 
-// Whether nobody but the owner, who is the effective user, and the group can use a queue or change it.
+// Whether the effective user owns and created a queue, and only he and the group can use it.
 bool isOwn(int queueId) {
   struct msqid_ds about {};
   if (msgctl(queueId, IPC_STAT, &about) != 0) return false;

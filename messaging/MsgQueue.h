@@ -35,7 +35,7 @@ enum class QueueOrigin {
 /// a key is made. Returns the queue's id, or -1 with msgget's errno.
 int obtainQueue(key_t key, bool ownOnly, QueueOrigin& origin);
 
-/// Takes the next message off the queue without looking at it, whatever its length. Does not block. Returns 0, or -1
+/// Removes the next message, of any length, from the queue. Does not block. Returns 0, or -1
 /// with msgrcv's errno.
 int dropFromQueue(int queueId);
 

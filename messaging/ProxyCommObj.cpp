@@ -8,7 +8,7 @@
 
 namespace {
 
-constexpr size_t consolePrefix = 4; // characters that tell tasks apart
+constexpr size_t consolePrefix = 4; // characters of a task name that are compared
 constexpr size_t servicePrefix = 12;
 
 int queueIdOf(const char* taskName) {

@@ -23,7 +23,8 @@ MsgObj* sendLocally(MsgObj& message, CommObj& src, CommObj& dst) {
   return nullptr;
 }
 
-// A reply always goes to the pipe of the console's task: it is the one that asks synchronously across processes.
+// A reply always goes to the pipe of the console's task, the only task that sends synchronous requests to other
+// processes.
 void replyRemotely(const MsgObj& message) {
   const int fd = openReplyPipe(message.GetDstTid());
   if (fd <= 0) {
@@ -32,7 +33,7 @@ void replyRemotely(const MsgObj& message) {
     traceError("bad pipefd!? pipefd=%d, errno=%d, %s", fd, reason, strerror_r(reason, buffer, sizeof buffer));
     if (fd == 0) (void)close(fd);
   } else {
-    // What the class says, but no more than there is.
+    // size() of a class may exceed the image.
     const size_t size = std::min<size_t>(message.size(), sizeof(MsgImage));
     // Fails when the pipe is full of replies that were not read. The task that waits for this one runs into its
     // time-out.

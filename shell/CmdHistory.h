@@ -13,7 +13,7 @@ public:
   CmdHistory& operator=(const CmdHistory&) = default;
   virtual ~CmdHistory() = default;
 
-  /// Remembers `line`, whatever it holds, in place of the one before.
+  /// Remembers `line`, also an empty one, in place of the one before.
   void add(const std::string& line);
 
   /// The line remembered last.

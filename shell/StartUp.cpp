@@ -28,7 +28,7 @@ void fillStandardDescriptors() {
   do {
     fd = open("/dev/null", O_RDWR);
   } while (fd >= 0 && fd <= STDERR_FILENO);
-  if (fd >= 0) (void)close(fd); // it was only opened to see that there is no gap
+  if (fd >= 0) (void)close(fd); // all standard descriptors are open
 }
 
 unsigned consoleDidNotWait = 0; // before: see waitForConsole()
@@ -53,10 +53,10 @@ __attribute__((constructor(101))) void prepareProcess() {
 // After the last output of the static objects.
 __attribute__((destructor(101))) void giveConsoleBack() { stopWaitingForConsole(consoleDidNotWait); }
 
-// Without memory there is no start: half a shell is of no use.
+// Ends the process: without memory the shell cannot start.
 [[noreturn]] void cannotStart() {
   static constexpr char text[] = "tev-cli: out of memory\n";
-  const ssize_t written = write(STDERR_FILENO, text, sizeof text - 1); // there is no other place for it
+  const ssize_t written = write(STDERR_FILENO, text, sizeof text - 1); // there is no other way to report it
   (void)written;
   giveConsoleBack();
   _exit(1);
@@ -66,7 +66,7 @@ __attribute__((constructor(102))) void watchStaticObjects() { std::set_new_handl
 
 // ---- After them
 
-// Shells that run at the same time are numbered. The first has the log "/tmp/cli.log" and the queue key of the
+// Shells that run at the same time have numbers. The first has the log "/tmp/cli.log" and the queue key of the
 // protocol, the others have logs with their numbers and keys that no task of the appliance has.
 constexpr int numbered = 9;
 constexpr key_t laterKeys = 0x54455600; // "TEV" and the number
@@ -80,8 +80,8 @@ key_t queueKey(int number) {
 
 void report(const std::string& text) { printLine(std::cerr, "tev-cli: " + text); }
 
-/// Takes away what is no log but has the name of one. Root can take away what others put into /tmp, others what is
-/// theirs. Devices stay, and directories that are not empty.
+/// Removes a file that has the name of a log but cannot be one. Root can remove the files of others in /tmp, other
+/// users only their own. Devices and directories that are not empty stay.
 bool removeObstacle(const char* path) {
   struct stat found {};
   if (lstat(path, &found) != 0) return errno == ENOENT;
@@ -89,8 +89,8 @@ bool removeObstacle(const char* path) {
   return (S_ISDIR(found.st_mode) ? rmdir(path) : unlink(path)) == 0;
 }
 
-/// Opens the trace log and returns the number of this shell. A log that cannot be opened for another reason than other
-/// users and shells is lost silently.
+/// Opens the trace log and returns the number of this shell. Other users and shells in the way are reported. A log that
+/// cannot be opened for another reason, such as a read-only /tmp, is lost silently.
 int openTraceLog() {
   std::string obstacle;
   int number = 1;

@@ -14,11 +14,11 @@
 #ifndef TEV_SHELL_STARTUP_H
 #define TEV_SHELL_STARTUP_H
 
-/// Does all that comes before the first prompt. Obstacles that other users or another shell put in the way are reported
-/// on standard error, a line each. Ends the process with status 1, after a line, when there is no memory.
+/// Everything before the first prompt. Files, queues and shells of others that are in the way are reported on standard
+/// error, a line each. Ends the process with status 1, after a line, if there is no memory.
 void startShell();
 
-/// What is left to do at the end of the input: a queue that no later shell could take over goes. All else stays.
+/// At the end of the input: removes a queue that no later shell could find. Other queues and the pipe stay.
 void endShell();
 
 #endif
