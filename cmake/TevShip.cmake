@@ -1,4 +1,4 @@
-# How a program leaves the house: what is linked into it, and what is left out of it.
+# How shipped programs are linked and stripped.
 
 set(TEV_LINK shared CACHE STRING
   "shared: all libraries from the machine; runtime: the C++ runtime inside; static: all libraries inside")
