@@ -7,10 +7,10 @@
 
 /// Runs `tool`, the path of a board tool, through the system shell, with the console as its standard streams, and waits
 /// for its end. Returns false if it could not be run at all; the tool's own exit status is not looked at.
-bool runBoardTool(const std::string& tool);
+[[nodiscard]] bool runBoardTool(const std::string& tool);
 
 /// The same with `word` as the tool's only argument, exactly as typed, with any characters. A command line of
 /// more than 127 characters (the word's own quoting not counted) is refused: nothing runs and the result is false.
-bool runBoardTool(const std::string& tool, const std::string& word);
+[[nodiscard]] bool runBoardTool(const std::string& tool, const std::string& word);
 
 #endif

@@ -4,12 +4,12 @@
 #include <ostream>
 #include <unistd.h>
 
-void print(std::ostream& out, const std::string& text) {
+void print(std::ostream& out, std::string_view text) {
   out.clear();
   out << text << std::flush;
 }
 
-void printLine(std::ostream& out, const std::string& text) { print(out, text + '\n'); }
+void printLine(std::ostream& out, std::string_view text) { print(out, std::string(text) + '\n'); }
 
 unsigned waitForConsole() {
   unsigned changed = 0;

@@ -4,12 +4,13 @@
 
 #include <iosfwd>
 #include <string>
+#include <string_view>
 
 /// Writes `text` in one piece and flushes. What the console does not take is lost, but nothing that comes later.
-void print(std::ostream& out, const std::string& text);
+void print(std::ostream& out, std::string_view text);
 
 /// The same for `text` and a newline.
-void printLine(std::ostream& out, const std::string& text);
+void printLine(std::ostream& out, std::string_view text);
 
 /// Makes the standard descriptors block: clears O_NONBLOCK, which others may have set on a console that they share.
 /// Returns a bit for each descriptor that did not block (1 << descriptor). What cannot be changed stays as it is.

@@ -16,13 +16,13 @@ std::string Node::read(size_t size) const {
   return got > 0 ? buffer : "";
 }
 
-void Node::write(const std::string& text) const {
+void Node::write(std::string_view text) const {
   const ssize_t written = ::write(_file.get(), text.data(), text.size());
   (void)written;
 }
 
-void printNodeNotFound(const std::string& path) {
-  printLine(std::cerr, "error: couldn't find node [" + path + "] on the system");
+void printNodeNotFound(std::string_view path) {
+  printLine(std::cerr, "error: couldn't find node [" + std::string(path) + "] on the system");
 }
 
 int decimalIn(const std::string& text) {

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <string>
+#include <string_view>
 
 /// An open node. A descriptor below 1 counts as a failed open.
 class Node {
@@ -23,17 +24,17 @@ public:
 
   /// Writes `text` with its exact length in one call. What the driver makes of it is the driver's business: a refusal
   /// is not reported.
-  void write(const std::string& text) const;
+  void write(std::string_view text) const;
 
 private:
   kr::Descriptor _file;
 };
 
 /// Prints the error line for a node that a command needs and that cannot be opened.
-void printNodeNotFound(const std::string& path);
+void printNodeNotFound(std::string_view path);
 
 /// The number that `text` begins with, decimal or hexadecimal, or 0 if it begins with none.
-int decimalIn(const std::string& text);
-unsigned int hexIn(const std::string& text);
+[[nodiscard]] int decimalIn(const std::string& text);
+[[nodiscard]] unsigned int hexIn(const std::string& text);
 
 #endif

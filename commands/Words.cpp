@@ -9,17 +9,17 @@
 
 bool isQuery(const ArgVec& args) { return args.size() == 1 || isOneOf(args[1], {"status", "?"}); }
 
-bool isOneOf(const std::string& word, std::initializer_list<const char*> accepted) {
-  return std::any_of(accepted.begin(), accepted.end(), [&word](const char* candidate) { return word == candidate; });
+bool isOneOf(std::string_view word, std::initializer_list<const char*> accepted) {
+  return std::any_of(accepted.begin(), accepted.end(), [word](const char* candidate) { return word == candidate; });
 }
 
-void printIncorrectParameters(const std::string& key, const std::string& pattern) {
-  printLine(std::cerr, "error: incorrect parameter(s) to <" + key + "> command");
-  printLine(std::cerr, "usage: " + key + " " + pattern);
+void printIncorrectParameters(std::string_view key, std::string_view pattern) {
+  printLine(std::cerr, "error: incorrect parameter(s) to <" + std::string(key) + "> command");
+  printLine(std::cerr, "usage: " + std::string(key) + " " + std::string(pattern));
 }
 
-void printUnsupportedSubcommand(const std::string& word) {
-  printLine(std::cerr, "error: subcmd [" + word + "] is not supported.");
+void printUnsupportedSubcommand(std::string_view word) {
+  printLine(std::cerr, "error: subcmd [" + std::string(word) + "] is not supported.");
 }
 
 int wordToInt(const std::string& word) {

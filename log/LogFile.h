@@ -31,7 +31,7 @@ public:
 
   /// 0 if the file is open. Otherwise an errno: EBUSY if another process writes this log, EEXIST if something under
   /// this name cannot be a log (see the constructor), or what the system reported.
-  int failure() const { return _fd >= 0 ? 0 : _failure; }
+  [[nodiscard]] int failure() const { return _fd >= 0 ? 0 : _failure; }
 
   /// Flushes only when the buffer is full.
   void put(const char* text, size_t length) {

@@ -43,7 +43,7 @@ template <class Log, class Step>
 // Steps are small and go by value: the common case is a jump then, and few frames lie between the system call of a
 // flush and the caller. Each of them costs: the kernel makes the processor forget where they return to.
 template <class Log, class Step>
-__attribute__((noinline, no_sanitize("address"))) Log& uninterrupted(Log& out, Step step) {
+[[gnu::noinline, gnu::no_sanitize("address")]] Log& uninterrupted(Log& out, Step step) {
   const int type = deferCancelling();
   if (type == PTHREAD_CANCEL_DEFERRED) return locked(out, step);
   int state = PTHREAD_CANCEL_ENABLE;
@@ -115,7 +115,7 @@ bool tevlog::IsEnabled() const { return LogStep::isEnabled(*this); }
 int tevlog::Failure() const { return LogStep::failure(*this); }
 
 // Before all other static objects of the program: prototypes of messages write to it when they register.
-__attribute__((init_priority(200))) tevlog log("/tmp/transient.log");
+[[gnu::init_priority(200)]] tevlog log("/tmp/transient.log");
 
 void initlog(const char* filename) {
   try {

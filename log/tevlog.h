@@ -36,12 +36,12 @@ public:
   tevlog& operator=(tevlog& other);
 
   /// Whether output is written.
-  bool IsEnabled() const;
+  [[nodiscard]] bool IsEnabled() const;
 
   /// Why this log has no file: 0 if it has one; EBADF if it was assigned to another log; EBUSY if another process
   /// writes a log of that name; EEXIST if there is something else under that name: no regular file, one of another
   /// user, or one with several names; otherwise the system's errno.
-  int Failure() const;
+  [[nodiscard]] int Failure() const;
 
 private:
   friend class LogStep;

@@ -67,12 +67,12 @@ public:
   /// Waits up to 3 seconds for the reply to `request` on this endpoint's pipe and returns it as a new object owned by
   /// the caller; null if none came, or not all of it. The bytes are taken as they come. Call between SyncLock and
   /// SyncUnLock.
-  virtual MsgObj* ReadReplyMsg(MsgObj* request);
+  [[nodiscard]] virtual MsgObj* ReadReplyMsg(MsgObj* request);
 
   /// A synchronous exchange from this endpoint: takes the sync lock, drains the pipe, sends `request`, waits for its
   /// reply and releases the lock. `local` is the endpoint to which the request goes; null: to the queue of a task in
   /// another process. Returns the reply, which belongs to the caller, or null. For MsgObj::Send().
-  MsgObj* Exchange(MsgObj& request, CommObj* local);
+  [[nodiscard]] MsgObj* Exchange(MsgObj& request, CommObj* local);
 
   /// Held from before a synchronous request is sent until its reply has been read. Waiting for it is a cancellation
   /// point as Blocking.h says.
@@ -83,9 +83,9 @@ public:
   void SyncClean();
 
   /// Null for an unknown id; 0 or null, and a line in the trace log, for an unknown name.
-  static CommObj* TaskId2CommObj(unsigned long taskId);
-  static unsigned long TaskName2TaskId(const char* taskName);
-  static CommObj* TaskName2Handle(const char* taskName);
+  [[nodiscard]] static CommObj* TaskId2CommObj(unsigned long taskId);
+  [[nodiscard]] static unsigned long TaskName2TaskId(const char* taskName);
+  [[nodiscard]] static CommObj* TaskName2Handle(const char* taskName);
 
   /// Writes the task table to the trace log.
   static void ShowTable();

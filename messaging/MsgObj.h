@@ -92,7 +92,7 @@ public:
   /// caller. Returns null in every other case, also when sending failed: failures show in the trace log or as a
   /// time-out. Before the wait for the reply it waits, without limit, for the endpoint's sync lock and for room in a
   /// full queue. Only in these two can the calling thread be cancelled; the message is deleted then, too.
-  virtual MsgObj* Send();
+  [[nodiscard]] virtual MsgObj* Send();
 
   /// Length of the message's image in bytes.
   virtual unsigned int size() const;
@@ -106,18 +106,18 @@ public:
 
   /// A new, empty reply of the class that answers this request, owned by the caller; null if nothing answers it or
   /// memory has run out.
-  virtual MsgObj* CreateResponse() = 0;
+  [[nodiscard]] virtual MsgObj* CreateResponse() = 0;
 
   /// A new message decoded from `buffer`, a queue form, owned by the caller; null if the buffer holds another message
   /// id or memory has run out.
-  virtual MsgObj* Create(const void* buffer) = 0;
+  [[nodiscard]] virtual MsgObj* Create(const void* buffer) = 0;
 
   /// Decodes a received queue form with the prototype registered for its id. Null, and a line in the trace log, if
   /// there is none. The message belongs to the caller.
-  static MsgObj* Make(const void* buffer);
+  [[nodiscard]] static MsgObj* Make(const void* buffer);
 
   /// The two parts of Make: decodes without the line; and writes the line.
-  static MsgObj* Decode(const void* buffer);
+  [[nodiscard]] static MsgObj* Decode(const void* buffer);
   static void LogUndecodable(const void* buffer);
 
   unsigned short GetMsgType() const { return _image.type; }

@@ -14,13 +14,13 @@ constexpr size_t msgTextMax = 512; ///< longest text that is received
 /// Sends the queue form in `buffer`: four type bytes, read as a native signed 32-bit number, and `textSize` (at most
 /// msgTextMax) bytes of text. Blocks while the queue is full, and can be cancelled there as Blocking.h says. Returns 0,
 /// or -1 with msgsnd's errno; EINVAL for a type that is not positive. Signals do not end the wait.
-int sendToQueue(int queueId, const void* buffer, size_t textSize);
+[[nodiscard]] int sendToQueue(int queueId, const void* buffer, size_t textSize);
 
 /// Receives the next message of any type into `buffer`, which has room for msgTypeSize + msgTextMax bytes. Blocks while
 /// the queue is empty; that is the one moment at which a thread that has cancellation disabled can be cancelled. What
 /// the message does not fill of the buffer is zeroed. Returns the length of the text, or -1 with msgrcv's errno, in
 /// which case the buffer is untouched.
-ssize_t receiveFromQueue(int queueId, void* buffer);
+[[nodiscard]] ssize_t receiveFromQueue(int queueId, void* buffer);
 
 /// How an endpoint came by its queue.
 enum class QueueOrigin {
@@ -33,10 +33,10 @@ enum class QueueOrigin {
 /// Makes or finds the queue with that key, mode 0660. With `ownOnly`, one that another user owns or created, or that is
 /// open to more than its owner and group, is not used: it is removed, where that is permitted, or else a queue without
 /// a key is made. Returns the queue's id, or -1 with msgget's errno.
-int obtainQueue(key_t key, bool ownOnly, QueueOrigin& origin);
+[[nodiscard]] int obtainQueue(key_t key, bool ownOnly, QueueOrigin& origin);
 
 /// Removes the next message, of any length, from the queue. Does not block. Returns 0, or -1
 /// with msgrcv's errno.
-int dropFromQueue(int queueId);
+[[nodiscard]] int dropFromQueue(int queueId);
 
 #endif

@@ -5,9 +5,9 @@
 /// Opens the named pipe `path` for reading and writing, without blocking. Neither follows a symbolic link nor opens
 /// anything but a pipe: other users may have put something else there. Returns the descriptor, which programs that this
 /// one starts do not inherit; or -1 with errno: ELOOP for a symbolic link, EINVAL for what is no pipe, or open()'s.
-int openPipe(const char* path);
+[[nodiscard]] int openPipe(const char* path);
 
 /// The same for the pipe of the console's task with the id `taskId`: where replies to its synchronous requests go.
-int openReplyPipe(unsigned long taskId);
+[[nodiscard]] int openReplyPipe(unsigned long taskId);
 
 #endif

@@ -43,7 +43,7 @@ void outliveFileSizeLimit() {
   (void)sigaction(SIGXFSZ, &action, nullptr); // fails only for a signal that does not exist
 }
 
-__attribute__((constructor(101))) void prepareProcess() {
+[[gnu::constructor(101)]] void prepareProcess() {
   fillStandardDescriptors();
   // Whoever used the console before may have left it so that a read of no line yet, and a write to a full buffer, fail.
   consoleDidNotWait = waitForConsole();
@@ -51,7 +51,7 @@ __attribute__((constructor(101))) void prepareProcess() {
 }
 
 // After the last output of the static objects.
-__attribute__((destructor(101))) void giveConsoleBack() { stopWaitingForConsole(consoleDidNotWait); }
+[[gnu::destructor(101)]] void giveConsoleBack() { stopWaitingForConsole(consoleDidNotWait); }
 
 // Ends the process: without memory the shell cannot start.
 [[noreturn]] void cannotStart() {
@@ -62,7 +62,7 @@ __attribute__((destructor(101))) void giveConsoleBack() { stopWaitingForConsole(
   _exit(1);
 }
 
-__attribute__((constructor(102))) void watchStaticObjects() { std::set_new_handler(cannotStart); }
+[[gnu::constructor(102)]] void watchStaticObjects() { std::set_new_handler(cannotStart); }
 
 // ---- After them
 
