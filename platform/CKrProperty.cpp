@@ -22,6 +22,27 @@ using kr::orEmpty;
 
 constexpr char source[] = "common/CKrProperty";
 
+/// Where the calls lock, as the reports of long waits name it. Line and text are part of the reports: they never
+/// change, wherever the calls are in this file.
+struct Place {
+  int line;
+  const char* signature;
+};
+constexpr Place getInstancePlace{105,
+                                 "static CKrProperty* CKrProperty::getInstance(char*, bool (*)(char*, KrPropMap&), "
+                                 "bool (*)(char*, KrPropMap&))"};
+constexpr Place loadPlace{143, "bool CKrProperty::load(char*)"};
+constexpr Place storePlace{174, "bool CKrProperty::store(char*)"};
+constexpr Place setPropertyPlace{227, "void CKrProperty::setProperty(const char*, const char*)"};
+constexpr Place getTextPlace{269, "char* CKrProperty::getProperty(const char*, char*, const char*, int)"};
+constexpr Place getNumberPlace{320, "int32 CKrProperty::getProperty(const char*, int32)"};
+constexpr Place getLengthPlace{354, "unsigned int CKrProperty::getLength(const char*, const char*)"};
+
+class Held : public kr::Held {
+public:
+  Held(KrMutex* mutex, const Place& place) : kr::Held(mutex, source, place.line, place.signature) {}
+};
+
 struct CloseFile {
   void operator()(FILE* file) const { (void)fclose(file); } // after reading; a writer closes before
 };
@@ -75,9 +96,7 @@ CKrProperty* CKrProperty::getInstance(const char* file, KrPropCallback load, KrP
   return guarded("getInstance", [=]() -> CKrProperty* {
     KrMutex* const mutex = kr::mutexOnce(_dbsMutex);
     if (mutex == nullptr) throw std::bad_alloc();
-    const kr::Held held(mutex, source, 105,
-                        "static CKrProperty* CKrProperty::getInstance(char*, bool (*)(char*, KrPropMap&), "
-                        "bool (*)(char*, KrPropMap&))");
+    const Held held(mutex, getInstancePlace);
     if (strlen(file) >= sizeof _file) {
       krError(log(), "CKrProperty::getInstance: error, file name of more than 255 characters");
       return nullptr;
@@ -103,7 +122,7 @@ CKrProperty::CKrProperty(const char* file, KrPropCallback loader, KrPropCallback
 
 bool CKrProperty::load(const char* file) {
   return guarded("load", [=] {
-    const kr::Held held(_mutex, source, 143, "bool CKrProperty::load(char*)");
+    const Held held(_mutex, loadPlace);
     std::string name(file != nullptr ? file : _file);
     if (_dirty) (void)store(name.c_str());
     return _load(name.data(), _settings);
@@ -112,7 +131,7 @@ bool CKrProperty::load(const char* file) {
 
 bool CKrProperty::store(const char* file) {
   return guarded("store", [=] {
-    const kr::Held held(_mutex, source, 174, "bool CKrProperty::store(char*)");
+    const Held held(_mutex, storePlace);
     if (!_dirty) return true;
     std::string name(file != nullptr ? file : _file);
     const bool stored = _store(name.data(), _settings);
@@ -161,7 +180,7 @@ void CKrProperty::setProperty(const char* name, const char* value) {
     return;
   }
   guarded("setProperty", [=] {
-    const kr::Held held(_mutex, source, 227, "void CKrProperty::setProperty(const char*, const char*)");
+    const Held held(_mutex, setPropertyPlace);
     const auto found = _settings.find(name);
     if (found == _settings.end())
       _settings.emplace(name, value);
@@ -193,16 +212,15 @@ char* CKrProperty::getProperty(const char* name, char* buffer, const char* defau
     krError(log(), "CKrProperty::getProperty: error, null parameter");
     return buffer;
   }
-  return withValue(name, 269, "char* CKrProperty::getProperty(const char*, char*, const char*, int)",
-                   [=](const char* value) {
-                     const char* const text = value != nullptr ? value : orEmpty(defaultText);
-                     if (size < 0) return buffer;
-                     size_t length = strlen(text);
-                     if (size > 0) length = std::min(length, static_cast<size_t>(size) - 1);
-                     memmove(buffer, text, length); // the default may be what the buffer holds
-                     buffer[length] = '\0';
-                     return buffer;
-                   });
+  return withValue(name, getTextPlace.line, getTextPlace.signature, [=](const char* value) {
+    const char* const text = value != nullptr ? value : orEmpty(defaultText);
+    if (size < 0) return buffer;
+    size_t length = strlen(text);
+    if (size > 0) length = std::min(length, static_cast<size_t>(size) - 1);
+    memmove(buffer, text, length); // the default may be what the buffer holds
+    buffer[length] = '\0';
+    return buffer;
+  });
 }
 
 int32_t CKrProperty::getProperty(const char* name, int32_t defaultValue) {
@@ -210,7 +228,7 @@ int32_t CKrProperty::getProperty(const char* name, int32_t defaultValue) {
     krError(log(), "CKrProperty::getProperty: error, null parameter");
     return 0;
   }
-  return withValue(name, 320, "int32 CKrProperty::getProperty(const char*, int32)", [=](const char* value) {
+  return withValue(name, getNumberPlace.line, getNumberPlace.signature, [=](const char* value) {
     if (value == nullptr) return defaultValue;
     const long number = strtol(value, nullptr, 10);
     return static_cast<int32_t>(std::clamp<long>(number, INT32_MIN, INT32_MAX));
@@ -222,7 +240,7 @@ unsigned int CKrProperty::getLength(const char* name, const char* defaultText) {
     krError(log(), "CKrProperty::getLength: error, null parameter");
     return 0;
   }
-  return withValue(name, 354, "unsigned int CKrProperty::getLength(const char*, const char*)", [=](const char* value) {
+  return withValue(name, getLengthPlace.line, getLengthPlace.signature, [=](const char* value) {
     return static_cast<unsigned int>(strlen(value != nullptr ? value : orEmpty(defaultText)));
   });
 }
