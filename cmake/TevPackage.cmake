@@ -1,4 +1,4 @@
-# Packages: a .deb, and a .tar.gz to unpack over the root of a board without dpkg. script/package makes them.
+# Packages: script/package makes the .deb with this, and from it a .tar.gz for boards without dpkg.
 
 # Debian wants manual page and changelog compressed, and without a time stamp in it.
 foreach(document docs/tev-cli.1 packaging/changelog)
@@ -12,6 +12,8 @@ add_custom_target(tev_documents ALL DEPENDS ${documents})
 install(FILES ${PROJECT_BINARY_DIR}/tev-cli.1.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 install(FILES ${PROJECT_BINARY_DIR}/changelog.gz DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(FILES packaging/copyright DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(DIRECTORY packaging/examples DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(FILES packaging/tev-cli.service DESTINATION lib/systemd/system)
 install(FILES packaging/lintian-overrides DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides RENAME tev-cli)
 
 file(STRINGS packaging/changelog newest LIMIT_COUNT 1)
@@ -24,11 +26,12 @@ if(NOT TEV_DEBIAN_ARCHITECTURE)
     OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET)
 endif()
 
+if(NOT PROJECT_IS_TOP_LEVEL)
+  return()
+endif()
 # Only what is built for it is packaged; the tests are not.
 set(CMAKE_SKIP_INSTALL_ALL_DEPENDENCY ON)
-set(CPACK_GENERATOR DEB TGZ)
-set(CPACK_PACKAGE_FILE_NAME ${PROJECT_NAME}-${PROJECT_VERSION}-${TEV_DEBIAN_ARCHITECTURE})
-set(CPACK_PACKAGE_DIRECTORY ${PROJECT_SOURCE_DIR}/build/packages)
+set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_INCLUDE_TOPLEVEL_DIRECTORY OFF)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
