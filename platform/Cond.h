@@ -38,13 +38,7 @@ int condWait(KrCond* cond, KrMutex* mutex, int cancelState, Undo undo) {
   }
   if (krMutexUnlock(mutex) != 0) return -1;
   OnCancel onCancel{undo};
-  // An interrupted sleep is a short one. Whoever wakes every millisecond would often be cancelled on the way out of its
-  // sleep, which not every unwinder knows; so it ends in a call, after it.
-  (void)krThreadSuspend(1);
-  (void)cancellable(cancelState, [] {
-    pthread_testcancel();
-    return 0;
-  });
+  pollPause(cancelState);
   const int result = lockMutex(mutex, {commonSource, 122, "krCondWait", ""}, cancelState);
   onCancel.armed = false;
   return result;

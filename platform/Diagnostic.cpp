@@ -3,9 +3,27 @@
 #include "platform/Self.h"
 #include "platform/Uncancelled.h"
 
-#include <cstdarg>
+#include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <memory>
+
+namespace {
+
+struct Release {
+  void operator()(char* text) const { free(text); }
+};
+
+/// Waits for the stream's lock by looking every millisecond, because the system's wait for it cannot be cancelled.
+bool put(int cancelState, FILE* stream, const char* text, size_t length) {
+  while (ftrylockfile(stream) != 0)
+    kr::pollPause(cancelState);
+  kr::OnCancel onCancel{[stream] { funlockfile(stream); }}; // in any case
+  return kr::cancellable(cancelState, [=] { return fwrite(text, 1, length, stream) == length; });
+}
+
+} // namespace
 
 namespace kr {
 
@@ -35,11 +53,37 @@ Line stampedLine(const char* format, ...) {
   return line;
 }
 
+int print(int cancelState, FILE* stream, const char* format, va_list arguments) {
+  char text[1024];
+  va_list again;
+  va_copy(again, arguments);
+  int length = vsnprintf(text, sizeof text, format, arguments);
+  std::unique_ptr<char, Release> longer;
+  if (length >= static_cast<int>(sizeof text)) {
+    const size_t size = static_cast<size_t>(length) + 1;
+    longer.reset(static_cast<char*>(malloc(size)));
+    length = longer != nullptr ? vsnprintf(longer.get(), size, format, again) : -1;
+  }
+  va_end(again);
+  const char* const formatted = longer != nullptr ? longer.get() : text;
+  // What cannot be converted ends the text where it stands, as it does with printf.
+  const size_t count = length >= 0 ? static_cast<size_t>(length) : strlen(formatted);
+  return put(cancelState, stream, formatted, count) ? length : -1;
+}
+
+void say(int cancelState, FILE* stream, const char* format, ...) {
+  const int error = errno;
+  va_list arguments;
+  va_start(arguments, format);
+  (void)print(cancelState, stream, format, arguments);
+  va_end(arguments);
+  errno = error;
+}
+
 void say(FILE* stream, const char* format, ...) {
   va_list arguments;
   va_start(arguments, format);
-  // A console that takes nothing leaves no place to complain.
-  uncancelled([&] { (void)vfprintf(stream, format, arguments); });
+  uncancelled([&](int cancelState) { (void)print(cancelState, stream, format, arguments); });
   va_end(arguments);
 }
 

@@ -44,12 +44,15 @@ inline int tryMutex(KrMutex* mutex) {
 /// Waits for a mutex that a try found taken, in `cancelState`. Called with cancellation disabled.
 int waitForMutex(KrMutex* mutex, int timeoutMs, const Place& place, int cancelState);
 
-/// krMutexLockDebug without limit for callers whose cancellation is disabled or deferred: blocks in `cancelState`.
+/// krMutexLockDebug without limit for callers whose cancellation is disabled or deferred: blocks in `cancelState`,
+/// which may be asItIs.
 inline int lockMutex(KrMutex* mutex, const Place& place, int cancelState) {
   const int error = tryMutex(mutex);
   if (error == 0) return 0;
   if (error != EBUSY) return failWith(error);
-  return uncancelled([&] { return waitForMutex(mutex, KR_WAIT_FOREVER, place, cancelState); });
+  return uncancelled([&](int found) {
+    return waitForMutex(mutex, KR_WAIT_FOREVER, place, cancelState == asItIs ? found : cancelState);
+  });
 }
 
 /// Unlocks a mutex that the caller was the last to lock. Called with cancellation disabled or deferred: a thread

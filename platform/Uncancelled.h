@@ -80,24 +80,6 @@ KR_UNWOUND_BY_CANCELLATION inline auto uncancelled(Work work) {
   }
 }
 
-/// The way back, for the point where uncancelled work blocks: runs `wait` open to cancellation, as far as `state`
-/// allows it (the one that uncancelled() hands over). Cancellation is deferred meanwhile, so that it arrives only
-/// inside calls that are cancellation points. There the unwinder knows its way, and the frames from here on outwards
-/// may own things with destructors.
-template <class Wait>
-[[gnu::noinline]] int cancellable(int state, Wait wait) {
-  int type = PTHREAD_CANCEL_DEFERRED;
-  const WayOut wayOutBefore = setWayOut(nullptr);
-  // These fail only for states and types that do not exist.
-  (void)pthread_setcanceltype(PTHREAD_CANCEL_DEFERRED, &type);
-  (void)pthread_setcancelstate(state, nullptr);
-  const int result = wait();
-  (void)pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
-  (void)pthread_setcanceltype(type, nullptr);
-  (void)setWayOut(wayOutBefore);
-  return result;
-}
-
 #if defined(__SANITIZE_ADDRESS__)
 extern "C" void __asan_unpoison_memory_region(const volatile void* address, size_t size);
 #endif
@@ -126,16 +108,56 @@ struct OnCancel {
 template <class Work>
 OnCancel(Work) -> OnCancel<Work>;
 
+/// In place of a state: cancellation has not been switched off, and is deferred.
+constexpr int asItIs = -1;
+
+/// The way back, for the point where uncancelled work blocks: runs `wait` open to cancellation, as far as `state`
+/// allows it (the one that uncancelled() hands over). Cancellation is deferred meanwhile, so that it arrives only
+/// inside calls that are cancellation points. There the unwinder knows its way, and the frames from here on outwards
+/// may own things with destructors.
+template <class Wait>
+[[gnu::noinline]] auto cancellable(int state, Wait wait) {
+  OnCancel onCancel{[] {}}; // prepares the stack for the destructors of the frames outwards
+  if (state == asItIs) {
+    const auto result = wait();
+    onCancel.armed = false;
+    return result;
+  }
+  int type = PTHREAD_CANCEL_DEFERRED;
+  const WayOut wayOutBefore = setWayOut(nullptr);
+  // These fail only for states and types that do not exist.
+  (void)pthread_setcanceltype(PTHREAD_CANCEL_DEFERRED, &type);
+  (void)pthread_setcancelstate(state, nullptr);
+  const auto result = wait();
+  (void)pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+  (void)pthread_setcanceltype(type, nullptr);
+  (void)setWayOut(wayOutBefore);
+  onCancel.armed = false;
+  return result;
+}
+
+/// Sleeps for a millisecond and then gives way to a cancellation. Whoever wakes every millisecond would often be
+/// cancelled on the way out of its sleep, which not every unwinder knows.
+inline void pollPause(int state) {
+  // An interrupted sleep is a short one.
+  (void)krThreadSuspend(1);
+  (void)cancellable(state, [] {
+    pthread_testcancel();
+    return 0;
+  });
+}
+
 /// Set on every thread of this library before its cancellation becomes asynchronous. A thread made by other means keeps
 /// the deferred type, with which every thread starts, while it calls this library.
 inline thread_local bool asynchronousThread = false;
 
 /// uncancelled() for work that contains no cancellation point: only an asynchronously cancellable thread pays for it.
-/// Switching cancellation off and on costs as much as a free mutex. The work's result must be trivially destructible.
+/// Switching cancellation off and on costs as much as a free mutex. Where the work does block it does so in
+/// cancellable(), with the state it is given. The work's result must be trivially destructible.
 template <class Work>
 inline auto uncancelledIfAsynchronous(Work work) {
   if (asynchronousThread) return uncancelled(work);
-  return uncancelledBody(work, PTHREAD_CANCEL_ENABLE);
+  return uncancelledBody(work, asItIs);
 }
 
 } // namespace kr

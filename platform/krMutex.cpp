@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <execinfo.h>
+#include <memory>
 #include <new>
 
 namespace {
@@ -25,22 +26,26 @@ bool initRecursive(pthread_mutex_t* mutex) {
   return made;
 }
 
-void reportExcessiveWait(const KrMutex* mutex, unsigned long waited, const kr::Place& place) {
+struct Release {
+  void operator()(char** frames) const { free(frames); }
+};
+
+void reportExcessiveWait(const KrMutex* mutex, unsigned long waited, const kr::Place& place, int cancelState) {
   const kr::Line line = kr::stampedLine(
       "krMutexLock: Excessive wait (%lus) for Mutex[%p], File[%s], Line[%d], Func[%s], Desc[%s], owner[%d]\n", waited,
       static_cast<const void*>(mutex), kr::orEmpty(place.file), place.line, kr::orEmpty(place.function),
       kr::orEmpty(place.description), kr::signedId(mutex->owner.load(std::memory_order_relaxed)));
   void* addresses[maxFrames];
   const int found = backtrace(addresses, maxFrames);
-  char** const frames = backtrace_symbols(addresses, found);
+  const std::unique_ptr<char*, Release> texts(backtrace_symbols(addresses, found));
+  char** const frames = texts.get();
   const int count = frames != nullptr ? found : 0;
   char path[64];
   (void)snprintf(path, sizeof path, "%s/mutexExcessiveWaitTid%d.log", kr::logDirectory, kr::signedId(kr::self()));
   kr::writeFile(path, "w+e", line, frames, count);
-  kr::say(stdout, "%s", line.text);
+  kr::say(cancelState, stdout, "%s", line.text);
   for (int i = 0; i < count; ++i)
-    kr::say(stdout, "%s\n", frames[i]);
-  free(frames);
+    kr::say(cancelState, stdout, "%s\n", frames[i]);
 }
 
 } // namespace
@@ -72,7 +77,12 @@ int waitForMutex(KrMutex* mutex, int timeoutMs, const Place& place, int cancelSt
     // Still counted as a waiter, so that the mutex outlives the report.
     (void)pthread_mutex_unlock(&mutex->guard);
     waited += sliceMs / 1000;
-    reportExcessiveWait(mutex, waited, place);
+    OnCancel onCancel{[mutex] {
+      (void)pthread_mutex_lock(&mutex->guard);
+      leave(mutex);
+    }};
+    reportExcessiveWait(mutex, waited, place, cancelState);
+    onCancel.armed = false;
     (void)pthread_mutex_lock(&mutex->guard);
   }
   leave(mutex);

@@ -1,5 +1,6 @@
 #include "platform/krFile.h"
 
+#include "platform/Diagnostic.h"
 #include "platform/Uncancelled.h"
 
 #include <algorithm>
@@ -10,7 +11,7 @@
 int krPrintf(const char* format, ...) {
   va_list arguments;
   va_start(arguments, format);
-  const int count = kr::uncancelled([&] { return vprintf(format, arguments); });
+  const int count = kr::uncancelled([&](int state) { return kr::print(state, stdout, format, arguments); });
   va_end(arguments);
   return count;
 }
