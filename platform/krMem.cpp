@@ -7,11 +7,12 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdarg>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <malloc.h>
 #include <mutex>
-#include <sys/mman.h>
 
 std::atomic<int> g_manageHeap{0};
 std::atomic<int> g_clearBlock{0};
@@ -24,6 +25,7 @@ constexpr char source[] = "linux/krMem";
 constexpr uint32_t classSizes[KR_MEM_CLASSES] = {48, 128, 512, 1024, 2304, 4352, 10240, 18432, 26624, 34816};
 constexpr uint16_t magic = 0x4D34;
 constexpr uint32_t inUseBit = 0x8000'0000;
+constexpr char tooManyThreads[] = "krMemTrackNewUsage -Exceeded thread tracking count";
 
 /// In front of every managed block. The word `onFreeList` tells a released block of class 0 from a large block: the
 /// class word of both is 0.
@@ -36,7 +38,7 @@ struct Header {
 };
 static_assert(sizeof(Header) == 16);
 
-/// Reckoned as a number: the address may be nobody's block, with nothing in front of it.
+/// Reckoned as a number: the address may be that of no block, with nothing in front of it.
 Header* headerOf(void* block) {
   // NOLINTNEXTLINE(performance-no-int-to-ptr)
   return reinterpret_cast<Header*>(reinterpret_cast<uintptr_t>(block) - sizeof(Header));
@@ -48,24 +50,72 @@ Header*& linkOf(Header* header) { return *static_cast<Header**>(blockOf(header))
 
 enum class Kind { foreign, large, pooled, released };
 
-/// Whether a header in front of an address could be read: on the page of the address itself it can, as far as the
-/// address is memory at all, and on the page before that if there is one.
-bool couldHaveHeader(void* block) {
-  constexpr uintptr_t page = 4096; // the smallest there is
-  const auto address = reinterpret_cast<uintptr_t>(block);
-  if (address % alignof(Header*) != 0 || address < page) return false;
-  if (address % page >= sizeof(Header)) return true;
-  unsigned char resident = 0;
-  // NOLINTNEXTLINE(performance-no-int-to-ptr)
-  return mincore(reinterpret_cast<void*>(address / page * page - page), 1, &resident) == 0 || errno != ENOMEM;
-}
+/// The headers of all blocks: pooled ones for good, large ones while they are in use. What an address is shows here
+/// before anything in front of it is read: it may be anybody's, or that of a large block whose memory went back to the
+/// system. Guarded by the heap's mutex.
+class Headers {
+public:
+  /// False without memory.
+  bool add(Header* header) {
+    if (_count >= _size / 2 && !grow()) return false;
+    _slots[placeOf(header)] = header;
+    ++_count;
+    return true;
+  }
 
-/// Tells what an address is, whosever it may be, and without the sanitizers' objection that what lies in front of it is
-/// somebody else's.
-[[gnu::no_sanitize_address, gnu::no_sanitize_thread]] Kind kindOf(void* block) {
-  if (!couldHaveHeader(block)) return Kind::foreign;
+  void remove(const Header* header) {
+    size_t hole = placeOf(header);
+    // Those behind it that were pushed on by it move up, so that no search ends early.
+    for (size_t i = next(hole); _slots[i] != nullptr; i = next(i)) {
+      if (distance(home(_slots[i]), i) < distance(hole, i)) continue;
+      _slots[hole] = _slots[i];
+      hole = i;
+    }
+    _slots[hole] = nullptr;
+    --_count;
+  }
+
+  bool has(const Header* header) const { return _count != 0 && header != nullptr && _slots[placeOf(header)] == header; }
+
+private:
+  size_t home(const Header* header) const {
+    return static_cast<size_t>((reinterpret_cast<uintptr_t>(header) * uint64_t{0x9E37'79B9'7F4A'7C15}) >> _shift);
+  }
+  size_t next(size_t slot) const { return (slot + 1) & (_size - 1); }
+  size_t distance(size_t from, size_t to) const { return (to - from) & (_size - 1); }
+
+  /// Where the header is, or else would be.
+  size_t placeOf(const Header* header) const {
+    size_t slot = home(header);
+    while (_slots[slot] != nullptr && _slots[slot] != header)
+      slot = next(slot);
+    return slot;
+  }
+
+  bool grow() {
+    Headers larger;
+    larger._size = _size != 0 ? _size * 2 : 256;
+    larger._shift = _size != 0 ? _shift - 1 : 64 - 8;
+    larger._slots = static_cast<Header**>(calloc(larger._size, sizeof(Header*)));
+    if (larger._slots == nullptr) return false;
+    for (size_t i = 0; i < _size; ++i)
+      if (_slots[i] != nullptr) (void)larger.add(_slots[i]); // there is room
+    free(_slots);
+    *this = larger;
+    return true;
+  }
+
+  Header** _slots = nullptr; ///< at most half of them taken; null in a free one
+  size_t _size = 0;          ///< a power of two
+  size_t _count = 0;
+  int _shift = 0;
+};
+Headers headers;
+
+/// What an address is, whosever it may be.
+Kind kindOf(void* block) {
   const Header* const header = headerOf(block);
-  if (header->magic != magic) return Kind::foreign;
+  if (!headers.has(header) || header->magic != magic) return Kind::foreign;
   if (header->onFreeList != 0) return Kind::released;
   if (header->classWord == 0) return Kind::large;
   return (header->classWord & inUseBit) != 0 ? Kind::pooled : Kind::released;
@@ -80,6 +130,25 @@ int classOf(size_t size) {
     if (size <= classSizes[i]) return i;
   return KR_MEM_NO_CLASS;
 }
+
+/// What a call reports. It is printed once the heap's mutex is free: the console may not take it for long.
+class Report {
+public:
+  __attribute__((format(printf, 2, 3))) void add(const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    // A call reports at most three lines, for which there is room.
+    const int added = vsnprintf(_text + _length, sizeof _text - _length, format, arguments);
+    va_end(arguments);
+    _length = std::min(_length + static_cast<size_t>(std::max(added, 0)), sizeof _text - 1);
+  }
+  bool empty() const { return _length == 0; }
+  void print(int cancelState) const { kr::say(cancelState, stdout, "%.*s", static_cast<int>(_length), _text); }
+
+private:
+  size_t _length = 0;
+  char _text[512];
+};
 
 class HeapHeld : public kr::Held {
 public:
@@ -122,18 +191,19 @@ bool unmanaged() {
   return g_manageHeap.load(std::memory_order_relaxed) == 0;
 }
 
-/// Takes a block for a request from the system; null, after a line, when there is none.
-Header* obtain(size_t size) {
-  void* const memory = size <= SIZE_MAX - sizeof(Header) ? malloc(size + sizeof(Header)) : nullptr;
-  if (memory == nullptr) {
-    kr::say(stdout, "krMem.krMallocByHeap - Error (Task=%s)\n", ownName());
-    errno = ENOMEM;
-  }
-  return static_cast<Header*>(memory);
+/// Takes a block for a request from the system; null when there is none.
+Header* obtain(size_t size, Report& report) {
+  auto* const header =
+      static_cast<Header*>(size <= SIZE_MAX - sizeof(Header) ? malloc(size + sizeof(Header)) : nullptr);
+  if (header != nullptr && headers.add(header)) return header;
+  free(header);
+  report.add("krMem.krMallocByHeap - Error (Task=%s)\n", ownName());
+  errno = ENOMEM;
+  return nullptr;
 }
 
-Header* allocateLarge(KrHeap* heap, size_t size) {
-  Header* const header = obtain(size);
+Header* allocateLarge(KrHeap* heap, size_t size, Report& report) {
+  Header* const header = obtain(size, report);
   if (header == nullptr) return nullptr;
   *header = Header{magic, 0, 0, kr::shortId(kr::self()), 0};
   ++heap->largeInUse;
@@ -142,18 +212,33 @@ Header* allocateLarge(KrHeap* heap, size_t size) {
   return header;
 }
 
-Header* allocatePooled(KrHeap* heap, size_t size, int index) {
+/// False when there is no slot left for the thread.
+bool trackNewUsage(KrHeap* heap, KrThreadId tid, int32_t bytes) {
+  const uint32_t id = kr::shortId(tid);
+  const uint32_t* const end = heap->trackedIds + (heap->highestSlot + 1);
+  const auto slot = std::find(static_cast<const uint32_t*>(heap->trackedIds), end, id) - heap->trackedIds;
+  if (slot > heap->highestSlot) {
+    if (heap->highestSlot >= KR_MEM_TRACKED_THREADS - 1) return false;
+    heap->trackedIds[slot] = id;
+    heap->highestSlot = static_cast<int>(slot);
+  }
+  heap->trackedBytes[slot] += bytes;
+  return true;
+}
+
+Header* allocatePooled(KrHeap* heap, size_t size, int index, Report& report) {
   const uint32_t classSize = heap->classSizes[index];
   Header* header = static_cast<Header*>(heap->freeLists[index]);
   if (header != nullptr) {
     heap->freeLists[index] = linkOf(header);
   } else {
-    header = obtain(classSize);
+    header = obtain(classSize, report);
     if (header == nullptr) return nullptr;
     ++heap->obtained[index];
   }
   *header = Header{magic, 0, static_cast<uint32_t>(index) | inUseBit, kr::shortId(kr::self()), 0};
-  if (heap->watch != 0) krMemTrackNewUsage(heap, kr::self(), static_cast<int32_t>(classSize + sizeof(Header)));
+  if (heap->watch != 0 && !trackNewUsage(heap, kr::self(), static_cast<int32_t>(classSize + sizeof(Header))))
+    report.add(tooManyThreads);
   const auto requested = static_cast<uint32_t>(size);
   if (heap->allocations[index] == 0 || requested < heap->smallest[index]) heap->smallest[index] = requested;
   heap->largest[index] = std::max(heap->largest[index], requested);
@@ -164,9 +249,10 @@ Header* allocatePooled(KrHeap* heap, size_t size, int index) {
 }
 
 /// Under the heap mutex.
-void* allocate(KrHeap* heap, size_t size) {
+void* allocate(KrHeap* heap, size_t size, Report& report) {
   const int index = classOf(size);
-  Header* const header = index == KR_MEM_NO_CLASS ? allocateLarge(heap, size) : allocatePooled(heap, size, index);
+  Header* const header =
+      index == KR_MEM_NO_CLASS ? allocateLarge(heap, size, report) : allocatePooled(heap, size, index, report);
   if (header == nullptr) return nullptr;
   void* const block = blockOf(header);
   if (g_clearBlock.load(std::memory_order_relaxed) != 0)
@@ -174,7 +260,7 @@ void* allocate(KrHeap* heap, size_t size) {
   return block;
 }
 
-void trackDeletedUsage(KrHeap* heap, uint32_t creator, uint32_t bytes) {
+void trackDeletedUsage(KrHeap* heap, uint32_t creator, uint32_t bytes, Report& report) {
   uint32_t* const end = heap->trackedIds + (heap->highestSlot + 1);
   const uint32_t* const slot = std::find(heap->trackedIds, end, creator);
   // A thread that was never counted has nothing to take off.
@@ -182,61 +268,57 @@ void trackDeletedUsage(KrHeap* heap, uint32_t creator, uint32_t bytes) {
   int64_t& usage = heap->trackedBytes[slot - heap->trackedIds];
   usage -= bytes;
   if (usage < 0)
-    kr::say(stdout, "krMemTrackDeleteUsage - usage < 0 for %s, deleting task was %s", nameOf(creator), ownName());
+    report.add("krMemTrackDeleteUsage - usage < 0 for %s, deleting task was %s", nameOf(creator), ownName());
 }
 
 void releaseLarge(KrHeap* heap, Header* header) {
-  // Written through a volatile so that it is not dropped as dead: a second release must not find the magic.
-  *static_cast<volatile uint16_t*>(&header->magic) = 0;
+  headers.remove(header);
   free(header);
   --heap->largeInUse;
 }
 
-void releasePooled(KrHeap* heap, Header* header) {
+void releasePooled(KrHeap* heap, Header* header, Report& report) {
   const uint32_t index = header->classWord & ~inUseBit;
   header->classWord = index;
   header->onFreeList = 1;
   header->deleter = kr::shortId(kr::self());
   if (index >= heap->classCount) {
-    kr::say(stdout, "krFree - BlockSize too large (%d >= %d) (CurrentTask=%s)\n", static_cast<int>(index),
-            heap->classCount, ownName());
+    report.add("krFree - BlockSize too large (%d >= %d) (CurrentTask=%s)\n", static_cast<int>(index), heap->classCount,
+               ownName());
     return;
   }
   if (heap->watch != 0)
-    trackDeletedUsage(heap, header->creator, heap->classSizes[index] + static_cast<uint32_t>(sizeof(Header)));
+    trackDeletedUsage(heap, header->creator, heap->classSizes[index] + static_cast<uint32_t>(sizeof(Header)), report);
   linkOf(header) = static_cast<Header*>(heap->freeLists[index]);
   heap->freeLists[index] = header;
   --heap->inUse[index];
 }
 
-/// Says why an address is no block in use.
-void reportMisuse(Header* header, Kind kind) {
+/// Why an address is no block in use.
+void reportMisuse(Header* header, Kind kind, Report& report) {
   if (kind == Kind::foreign)
-    kr::say(stdout, "krFree - Delete invalid block %08X (Task=%s)\n", printed(header), ownName());
+    report.add("krFree - Delete invalid block %08X (Task=%s)\n", printed(header), ownName());
   else
-    kr::say(stdout, "krFree - Block %08X already deleted (Creator=%s) (Deleted by=%s) (CurrentTask=%s)\n",
-            printed(header), nameOf(header->creator), nameOf(header->deleter), ownName());
+    report.add("krFree - Block %08X already deleted (Creator=%s) (Deleted by=%s) (CurrentTask=%s)\n", printed(header),
+               nameOf(header->creator), nameOf(header->deleter), ownName());
 }
 
-void release(KrHeap* heap, void* block) {
+void release(KrHeap* heap, void* block, Report& report) {
   const HeapHeld held(heap, 446, "krFreeByHeap");
-  if (block == nullptr) {
-    kr::say(stdout, "krFree(NULL) - Task=%s\n", ownName());
-    return;
-  }
+  if (block == nullptr) return report.add("krFree(NULL) - Task=%s\n", ownName());
   Header* const header = headerOf(block);
   switch (const Kind kind = kindOf(block)) {
   case Kind::large:
     return releaseLarge(heap, header);
   case Kind::pooled:
-    return releasePooled(heap, header);
+    return releasePooled(heap, header, report);
   case Kind::foreign:
   case Kind::released:
-    return reportMisuse(header, kind);
+    return reportMisuse(header, kind, report);
   }
 }
 
-void* reallocate(KrHeap* heap, void* block, size_t size) {
+void* reallocate(KrHeap* heap, void* block, size_t size, Report& report) {
   Header* const header = headerOf(block);
   Kind kind = Kind::foreign;
   void* moved = nullptr;
@@ -252,59 +334,90 @@ void* reallocate(KrHeap* heap, void* block, size_t size) {
       // The header does not keep the size; the system allocator knows it, rounded up.
       kept = malloc_usable_size(header) - sizeof(Header);
     } else {
-      reportMisuse(header, kind);
+      reportMisuse(header, kind, report);
     }
-    moved = allocate(heap, size);
+    moved = allocate(heap, size, report);
     if (moved != nullptr) memcpy(moved, block, std::min(kept, size));
   }
-  if (kind == Kind::pooled || kind == Kind::large) release(heap, block);
+  if (kind == Kind::pooled || kind == Kind::large) release(heap, block, report);
   return moved;
+}
+
+/// Prints a report; a thread that is cancelled meanwhile gives up the block it was about to get.
+[[gnu::noinline]] void print(const Report& report, int cancelState, void* block) {
+  kr::OnCancel onCancel{[block] {
+    Report none;
+    if (block != nullptr) release(g_heap, block, none);
+  }};
+  report.print(cancelState);
+  onCancel.armed = false;
+}
+
+/// Runs a call of the managed heap, prints what it reports and returns its block, or null.
+template <class Call>
+void* reporting(int cancelState, Call call) {
+  Report report;
+  void* const block = call(report);
+  if (!report.empty()) print(report, cancelState, block);
+  return block;
+}
+
+void* allocateReporting(KrHeap* heap, size_t size, int cancelState) {
+  return reporting(cancelState, [=](Report& report) {
+    const HeapHeld held(heap, 292, "krMallocByHeap");
+    if (size == 0) report.add("krMallocByHeap - Zero alloc (Task=%s)\n", ownName());
+    return allocate(heap, size, report);
+  });
+}
+
+void releaseReporting(KrHeap* heap, void* block, int cancelState) {
+  (void)reporting(cancelState, [=](Report& report) {
+    release(heap, block, report);
+    return nullptr;
+  });
 }
 
 } // namespace
 
 void krMemInit(int manage, int clear) {
-  kr::uncancelled([=] {
+  kr::uncancelled([=](int cancelState) {
     if (!initialise(manage, clear))
-      kr::say(stdout, "krMemInit: already initialized, managHeap=%d, clearMem=%d\n", g_manageHeap.load(),
+      kr::say(cancelState, stdout, "krMemInit: already initialized, managHeap=%d, clearMem=%d\n", g_manageHeap.load(),
               g_clearBlock.load());
   });
 }
 
 void* krMalloc(size_t size) {
-  return kr::uncancelledIfAsynchronous([size]() -> void* {
-    if (unmanaged()) return calloc(1, size);
-    const HeapHeld held(g_heap, 292, "krMallocByHeap");
-    if (size == 0) kr::say(stdout, "krMallocByHeap - Zero alloc (Task=%s)\n", ownName());
-    return allocate(g_heap, size);
-  });
+  return kr::uncancelledIfAsynchronous(
+      [size](int cancelState) { return unmanaged() ? calloc(1, size) : allocateReporting(g_heap, size, cancelState); });
 }
 
 void* krZalloc(size_t size) { return krMalloc(size); }
 
 void* krRealloc(void* block, size_t size) {
-  return kr::uncancelledIfAsynchronous([=]() -> void* {
+  return kr::uncancelledIfAsynchronous([=](int cancelState) {
     if (unmanaged()) return realloc(block, size);
-    if (block == nullptr) return krMalloc(size);
-    if (size != 0) return reallocate(g_heap, block, size);
-    krFree(block);
-    return nullptr;
+    if (block == nullptr) return allocateReporting(g_heap, size, cancelState);
+    if (size != 0)
+      return reporting(cancelState, [=](Report& report) { return reallocate(g_heap, block, size, report); });
+    releaseReporting(g_heap, block, cancelState);
+    return static_cast<void*>(nullptr);
   });
 }
 
 void krFree(void* block) {
   if (block == nullptr) return;
-  kr::uncancelledIfAsynchronous([block] {
+  kr::uncancelledIfAsynchronous([block](int cancelState) {
     if (unmanaged())
       free(block);
     else
-      release(g_heap, block);
+      releaseReporting(g_heap, block, cancelState);
   });
 }
 
 void krFreeByHeap(KrHeap* heap, void* block) {
   if (heap == nullptr) return;
-  kr::uncancelledIfAsynchronous([=] { release(heap, block); });
+  kr::uncancelledIfAsynchronous([=](int cancelState) { releaseReporting(heap, block, cancelState); });
 }
 
 int krMemGetType(size_t size) { return unmanaged() ? KR_MEM_NO_CLASS : classOf(size); }
@@ -341,16 +454,7 @@ void krMemEnableWatch() {
 
 void krMemTrackNewUsage(KrHeap* heap, KrThreadId tid, int32_t bytes) {
   if (heap == nullptr) return;
-  const uint32_t id = kr::shortId(tid);
-  const uint32_t* const end = heap->trackedIds + (heap->highestSlot + 1);
-  const auto slot = std::find(static_cast<const uint32_t*>(heap->trackedIds), end, id) - heap->trackedIds;
-  if (slot > heap->highestSlot) {
-    if (heap->highestSlot >= KR_MEM_TRACKED_THREADS - 1) {
-      kr::say(stdout, "krMemTrackNewUsage -Exceeded thread tracking count");
-      return;
-    }
-    heap->trackedIds[slot] = id;
-    heap->highestSlot = static_cast<int>(slot);
-  }
-  heap->trackedBytes[slot] += bytes;
+  kr::uncancelledIfAsynchronous([=](int cancelState) {
+    if (!trackNewUsage(heap, tid, bytes)) kr::say(cancelState, stdout, tooManyThreads);
+  });
 }

@@ -4,12 +4,14 @@
 // unmanaged):
 //  - unmanaged: every call goes to the system allocator, and new blocks are zero-filled;
 //  - managed: blocks carry a 16-byte header in front of the address handed out. Requests of up to 34816 bytes are
-//  served
-//    from ten size classes whose released blocks are kept for reuse, last released first; larger ones come from the
-//    system and return to it. Counters are kept, and misuse of krFree is reported on standard output and does no harm.
+//    served from ten size classes whose released blocks are kept for reuse, last released first; larger ones come from
+//    the system and return to it. Counters are kept, and misuse of krFree is reported on standard output and does no
+//    harm.
 //
 // Blocks are aligned like those of malloc. All calls are safe from any thread, also from one that may be cancelled; a
-// managed operation takes the heap mutex. Texts name threads by krThreadName and print the low 32 bits of addresses.
+// managed operation takes the heap mutex. Cancellation is off meanwhile; a thread whose report the console does not
+// take can be cancelled, and leaves no block behind. Texts name threads by krThreadName and print the low 32 bits of
+// addresses.
 #ifndef TEV_PLATFORM_KRMEM_H
 #define TEV_PLATFORM_KRMEM_H
 
@@ -71,7 +73,7 @@ void* krZalloc(size_t size);
 void* krRealloc(void* block, size_t size);
 
 /// Releases a block. Null does nothing. Managed: an address that did not come from krMalloc, and a block released
-/// before, are reported and left alone. To tell, the 16 bytes in front of the address are read, so they must be memory.
+/// before, are reported and left alone, whatever the address and the size.
 void krFree(void* block);
 
 /// krFree on a given heap, g_heap. Reports also a null block. A null heap does nothing.

@@ -126,12 +126,24 @@ TEST(Heap, ForeignAddressesAreReported) {
     EXPECT_EQ(printed([&] { krFree(krRealloc(hidden(fresh), 48)); }), deleted(fresh));
   }
   free(fromSystem);
-  void* const large = krMalloc(40'000);
-  krFree(large);
-  EXPECT_EQ(printed([&] { krFree(hidden(large)); }), invalid(large));
-  EXPECT_EQ(g_heap->largeInUse, 0u);
   EXPECT_EQ(printed([] { krFreeByHeap(g_heap, nullptr); }), "krFree(NULL) - Task=\n");
   krFree(nullptr);
+}
+
+// The system takes the memory of most of these back at once, header and all.
+TEST(Heap, ASecondReleaseOfALargeBlockIsReported) {
+  krMemInit(1, 0);
+  std::vector<void*> blocks(600);
+  for (size_t i = 0; i < blocks.size(); ++i)
+    blocks[i] = krMalloc(40'000 + 1000 * i);
+  for (const size_t first : {0u, 1u})
+    for (size_t i = first; i < blocks.size(); i += 2)
+      krFree(blocks[i]);
+  EXPECT_EQ(g_heap->largeInUse, 0u);
+  for (void* const block : blocks) {
+    EXPECT_EQ(printed([&] { krFree(hidden(block)); }), invalid(block));
+    EXPECT_EQ(printed([&] { krFree(krRealloc(hidden(block), 48)); }), invalid(block));
+  }
 }
 
 TEST(Heap, ReallocKeepsWhatBothSizesHold) {
