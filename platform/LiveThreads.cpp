@@ -1,12 +1,18 @@
 #include "platform/LiveThreads.h"
 
+#include "platform/Descriptor.h"
 #include "platform/Failure.h"
 #include "platform/Self.h"
 #include "platform/Uncancelled.h"
 #include "platform/krThread.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <ctime>
+#include <fcntl.h>
+#include <iterator>
+#include <unistd.h>
 
 namespace {
 
@@ -26,13 +32,12 @@ uint64_t lastSerial = 0;
 pthread_key_t leaving;
 bool haveKey = false;
 
-class ListHeld {
-public:
-  ListHeld() { (void)pthread_mutex_lock(&listLock); }
-  ~ListHeld() { (void)pthread_mutex_unlock(&listLock); }
-  ListHeld(const ListHeld&) = delete;
-  ListHeld& operator=(const ListHeld&) = delete;
-};
+/// Those that have left the list last, known by handle and processor-time clock: the kernel may still have them.
+struct {
+  KrThreadId tid;
+  clockid_t clock;
+} leavers[64];
+unsigned lastLeaver = 0;
 
 /// The place in the list that points to the thread, or to the list's end.
 LiveThread** find(KrThreadId tid) {
@@ -50,13 +55,54 @@ void remove(KrThreadId tid) {
   (void)pthread_cond_broadcast(&listChanged);
 }
 
+/// The calling thread leaves the list.
+void leaveList() {
+  auto& leaver = leavers[++lastLeaver % std::size(leavers)];
+  leaver.tid = kr::self();
+  (void)pthread_getcpuclockid(leaver.tid, &leaver.clock); // succeeds for the calling thread
+  remove(leaver.tid);
+}
+
+bool ticks(clockid_t clock) {
+  timespec time{};
+  return clock_gettime(clock, &time) == 0;
+}
+
+bool isLeaving(KrThreadId tid) {
+  return std::any_of(std::begin(leavers), std::end(leavers),
+                     [tid](const auto& leaver) { return leaver.tid == tid && ticks(leaver.clock); });
+}
+
+/// Enough of what the C library keeps behind a handle to find the kernel's number of the thread.
+struct ControlBlock {
+  alignas(64) char bytes[1024];
+};
+
+/// Copies what is behind a handle, as far as it is memory. False when nothing is.
+bool copy(KrThreadId tid, ControlBlock* block) {
+  int ends[2];
+  if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0) return false;
+  const kr::Descriptor out(ends[0]), in(ends[1]);
+  // NOLINTNEXTLINE(performance-no-int-to-ptr)
+  const ssize_t count = write(in.get(), reinterpret_cast<const void*>(tid), sizeof block->bytes);
+  return count > 0 && read(out.get(), block->bytes, static_cast<size_t>(count)) == count;
+}
+
+/// Whether a handle that is not in the list is that of a thread.
+bool existsElsewhere(KrThreadId tid) {
+  ControlBlock block{};
+  clockid_t clock = 0;
+  return !isLeaving(tid) && copy(tid, &block) &&
+         pthread_getcpuclockid(reinterpret_cast<KrThreadId>(&block), &clock) == 0 && ticks(clock);
+}
+
 /// The end of a thread. Nothing cancels it any more.
 void atThreadEnd(void* thread) {
   kr::afterUnwinding();
-  const ListHeld held;
+  const kr::ThreadsHeld held;
   while (static_cast<LiveThread*>(thread)->holders != 0)
     (void)pthread_cond_wait(&listChanged, &listLock);
-  remove(kr::self());
+  leaveList();
 }
 
 /// With the list's lock held, waits for the end of a thread that is in the list.
@@ -76,7 +122,7 @@ int createThread(KrThreadId* tid, const pthread_attr_t* attributes, void* startB
   auto* const thread = static_cast<LiveThread*>(malloc(sizeof(LiveThread)));
   if (thread == nullptr) return ENOMEM;
   // Under the lock the new thread is in the list before it looks for itself there.
-  const ListHeld held;
+  const ThreadsHeld held;
   int error = haveKey ? 0 : pthread_key_create(&leaving, atThreadEnd);
   haveKey = error == 0;
   if (error == 0) error = prepareCancelling();
@@ -91,7 +137,7 @@ int createThread(KrThreadId* tid, const pthread_attr_t* attributes, void* startB
 }
 
 bool hold(KrThreadId tid, intptr_t owner) {
-  const ListHeld held;
+  const ThreadsHeld held;
   LiveThread* const thread = *find(tid);
   if (thread == nullptr || thread->owner != owner) return false;
   ++thread->holders;
@@ -99,27 +145,39 @@ bool hold(KrThreadId tid, intptr_t owner) {
 }
 
 void letGo(KrThreadId tid) {
-  const ListHeld held;
+  const ThreadsHeld held;
   --(*find(tid))->holders;
   (void)pthread_cond_broadcast(&listChanged);
 }
 
 bool stayTillTheEnd() {
-  const ListHeld held;
+  const ThreadsHeld held;
   LiveThread* const thread = *find(self());
   // A thread that somebody else created with linuxEntry.
   if (thread == nullptr) return true;
   if (pthread_setspecific(leaving, thread) == 0) return true;
   while (thread->holders != 0)
     (void)pthread_cond_wait(&listChanged, &listLock);
-  remove(self());
+  leaveList();
   return false;
+}
+
+ThreadsHeld::ThreadsHeld() { (void)pthread_mutex_lock(&listLock); }
+
+ThreadsHeld::~ThreadsHeld() { (void)pthread_mutex_unlock(&listLock); }
+
+bool ThreadsHeld::exist(KrThreadId tid) const { return *find(tid) != nullptr || existsElsewhere(tid); }
+
+bool isKept(KrThreadId tid) {
+  ControlBlock block{};
+  return copy(tid, &block);
 }
 
 int cancel(KrThreadId tid) {
   return uncancelled([tid] {
-    const ListHeld held;
-    return *find(tid) != nullptr ? cancelThread(tid) : pthread_cancel(tid);
+    const ThreadsHeld held;
+    if (*find(tid) != nullptr) return cancelThread(tid);
+    return existsElsewhere(tid) ? pthread_cancel(tid) : ESRCH;
   });
 }
 

@@ -3,6 +3,10 @@
 // The handle of a detached thread is worth nothing once the thread has ended: the system may have given it to another
 // one, or its memory back. A thread in this list has not ended, because it leaves the list as the last thing it does,
 // by the destructor of thread-specific data, which runs for returned and cancelled threads alike.
+//
+// A handle that is not in the list may be that of a thread made by other means, or of none. What tells is the number of
+// the kernel's thread, which the C library keeps behind the handle and the kernel clears at the end. It is read from a
+// copy, which the kernel makes or refuses: the memory behind the handle may be gone at any moment.
 #ifndef TEV_PLATFORM_LIVETHREADS_H
 #define TEV_PLATFORM_LIVETHREADS_H
 
@@ -26,7 +30,24 @@ bool stayTillTheEnd();
 /// Whether an id can be that of a thread.
 inline bool isThread(KrThreadId tid) { return tid != KR_NO_THREAD && tid != 0; }
 
-/// pthread_cancel, for any thread.
+/// While it lives, no thread leaves the list. For moments, with cancellation disabled.
+class ThreadsHeld {
+public:
+  ThreadsHeld();
+  ~ThreadsHeld();
+  ThreadsHeld(const ThreadsHeld&) = delete;
+  ThreadsHeld& operator=(const ThreadsHeld&) = delete;
+
+  /// Whether an id is that of a thread that has not ended: one in the list, or another one of the process. The latter
+  /// may end at any moment.
+  bool exist(KrThreadId tid) const;
+};
+
+/// Whether the system's calls can look at what an id names: a thread that has ended, but not been joined, or that
+/// exists.
+bool isKept(KrThreadId tid);
+
+/// pthread_cancel, for any thread; ESRCH for none.
 int cancel(KrThreadId tid);
 
 /// Cancels a thread and waits until it has ended, unless it is the calling one. Does nothing when no live thread has

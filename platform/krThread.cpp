@@ -50,6 +50,13 @@ int defaultStackSize() {
 
 int highestPriority() { return sched_get_priority_max(SCHED_FIFO); }
 
+/// Makes a call about a thread that exists; ESRCH for any other. The thread's own lock is held for moments only.
+template <class Call>
+int about(KrThreadId tid, Call call) {
+  const kr::ThreadsHeld held;
+  return held.exist(tid) ? call() : ESRCH;
+}
+
 /// Tells of a thread in the thread log and on standard error.
 void logThread(const kr::Line& line) {
   char path[64];
@@ -183,8 +190,7 @@ int krThreadSetPriority(KrThreadId tid, int priority) {
     const int highest = highestPriority();
     sched_param parameters{};
     parameters.sched_priority = std::max(1, highest - priority * highest / 256);
-    // Takes a lock of the other thread's.
-    const int error = pthread_setschedparam(tid, SCHED_FIFO, &parameters);
+    const int error = about(tid, [&] { return pthread_setschedparam(tid, SCHED_FIFO, &parameters); });
     if (error != 0) {
       kr::say(stderr, "krThreadSetPriority: ERROR: pthread_setschedparam (pri=%d, policy=%d) failed for tid[%d]\n",
               parameters.sched_priority, SCHED_FIFO, id);
@@ -201,7 +207,7 @@ int krThreadGetPriority(KrThreadId tid, int* priority) {
   return kr::uncancelled([=] {
     int policy = 0;
     sched_param parameters{};
-    const int error = pthread_getschedparam(tid, &policy, &parameters); // as above
+    const int error = about(tid, [&] { return pthread_getschedparam(tid, &policy, &parameters); });
     if (error != 0) return kr::failWith(error);
     const int highest = highestPriority();
     *priority = (highest - parameters.sched_priority) * 256 / highest;
@@ -211,7 +217,13 @@ int krThreadGetPriority(KrThreadId tid, int* priority) {
 
 int krThreadDelete(KrThreadId tid) { return kr::isThread(tid) ? kr::cancel(tid) : ESRCH; }
 
-int krThreadJoin(KrThreadId tid, void** result) { return kr::isThread(tid) ? pthread_join(tid, result) : ESRCH; }
+int krThreadJoin(KrThreadId tid, void** result) {
+  if (!kr::isThread(tid)) return ESRCH;
+  return kr::uncancelled([=](int cancelState) {
+    if (!kr::isKept(tid)) return ESRCH;
+    return kr::cancellable(cancelState, [=] { return pthread_join(tid, result); });
+  });
+}
 
 int krThreadResume(KrThreadId) { return kr::failWith(ENOSYS); }
 

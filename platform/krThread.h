@@ -6,8 +6,11 @@
 // and in /var/log/threads.log, where that can be written.
 //
 // Library priorities go from 0, the most urgent, to 255; -1 leaves a priority as it is. Setting one needs root; a
-// thread that does not get its priority runs with the one it inherited. Any thread may call anything. A thread id must
-// be that of a thread that exists; KR_NO_THREAD and 0 are refused with ESRCH.
+// thread that does not get its priority runs with the one it inherited. Any thread may call anything.
+//
+// The calls take the ids of this library's threads and of any others of the process. What names no thread that exists
+// is refused with ESRCH: KR_NO_THREAD, 0, and the id of a thread that has ended, until the system gives it to a new
+// one. A thread made by other means must not end while a call about it is under way.
 #ifndef TEV_PLATFORM_KRTHREAD_H
 #define TEV_PLATFORM_KRTHREAD_H
 
@@ -53,7 +56,8 @@ int krThreadGetPriority(KrThreadId tid, int* priority);
 /// Cancels a thread and returns at once: 0 or an error number.
 int krThreadDelete(KrThreadId tid);
 
-/// Waits for a joinable thread to end. Returns 0 or an error number.
+/// Waits for a joinable thread to end. Returns 0 or an error number: ESRCH or EINVAL for a thread that is detached or
+/// has been joined. A cancellation point.
 int krThreadJoin(KrThreadId tid, void** result);
 
 /// Waits until a thread of this library has ended, returned or cancelled, so that it runs nothing of its entry any

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
@@ -174,6 +175,50 @@ TEST(Thread, IsCancelledAnywhereAndRefusedWhenItIsNone) {
   EXPECT_EQ(krThreadResume(krThreadIdSelf()), -1);
   EXPECT_EQ(krThreadStackAvailable(krThreadIdSelf()), 0x7FFFFFFF);
   EXPECT_EQ(errnoOf(krThreadAwaitEnd(krThreadIdSelf())), EDEADLK);
+}
+
+// Of these the system keeps some stacks for later threads, and takes back the others.
+TEST(Thread, IdsOfEndedThreadsAreRefusedAndThoseOfOtherThreadsAreNot) {
+  std::vector<KrThreadId> ended;
+  std::atomic<bool> leave{false};
+  auto nothing = [&] {
+    while (!leave)
+      (void)krThreadSuspend(1);
+  };
+  CaptureStderr();
+  (void)printed([&] {
+    for (int i = 0; i < 30; ++i)
+      ended.push_back(spawn(nothing));
+    leave = true;
+    int out = 7;
+    for (const KrThreadId tid : ended) {
+      EXPECT_EQ(krThreadAwaitEnd(tid), 0);
+      EXPECT_EQ(krThreadDelete(tid), ESRCH);
+      EXPECT_EQ(errnoOf(krThreadGetPriority(tid, &out)), ESRCH);
+      EXPECT_EQ(errnoOf(krThreadSetPriority(tid, 5)), geteuid() == 0 ? ESRCH : EPERM);
+      EXPECT_NE(krThreadJoin(tid, nullptr), 0);
+    }
+    std::vector<KrThreadId> others(ended.size()); // which get some of the handles
+    for (KrThreadId& tid : others)
+      ASSERT_EQ(pthread_create(
+                    &tid, nullptr,
+                    [](void* flag) -> void* {
+                      waitUntil([=] { return !*static_cast<std::atomic<bool>*>(flag); });
+                      return flag;
+                    },
+                    &leave),
+                0);
+    for (const KrThreadId tid : others)
+      EXPECT_EQ(krThreadGetPriority(tid, &out), 0);
+    leave = false;
+    void* result = nullptr;
+    for (const KrThreadId tid : others)
+      EXPECT_EQ(krThreadJoin(tid, &result), 0);
+    EXPECT_EQ(result, &leave);
+    for (const KrThreadId tid : others)
+      EXPECT_EQ(krThreadJoin(tid, nullptr), ESRCH);
+  });
+  (void)GetCapturedStderr();
 }
 
 TEST(Thread, ACancelledThreadLeavesTheOneItAskedForUsable) {
