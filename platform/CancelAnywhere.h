@@ -2,9 +2,14 @@
 //
 // pthread_cancel unwinds a thread from wherever its signal finds it. On 32-bit ARM the unwind tables describe a frame
 // as it is at the calls it makes, not while it is being set up or taken down; an unwind that begins there reads its way
-// from the wrong words of the stack. So on such a machine a signal of the library's own looks first whether its thread
-// is open to cancellation anywhere. If it is, the frames in between own nothing: the thread jumps back to its beginning
-// and exits from there. If not, it takes note of the cancellation itself, and ends in the call that opens it again.
+// from the wrong words of the stack. So on such a machine a signal of the library's own comes first. It notes the
+// cancellation, and looks where it finds its thread:
+//
+//  - not open to cancellation anywhere: the thread ends in the call that opens it again, or in its wait;
+//  - in a system call: the frames are complete there, and the thread is unwound as on other machines;
+//  - elsewhere: the frames in between own nothing; the thread jumps back to its beginning and exits from there.
+//
+// A thread that keeps this signal from itself is left to pthread_cancel.
 #ifndef TEV_PLATFORM_CANCELANYWHERE_H
 #define TEV_PLATFORM_CANCELANYWHERE_H
 
@@ -35,36 +40,18 @@ inline thread_local WayOut wayOut = nullptr;
 /// Sets it, and returns what it was.
 inline WayOut setWayOut(WayOut to) { return std::exchange(wayOut, to); }
 
-/// pthread_cancel for a live thread of this library.
+/// pthread_cancel for a thread of this library that does not end meanwhile.
 int cancelThread(KrThreadId tid);
-
-/// On a new thread: lets the cancellations of others reach it.
-void acceptCancelling();
 
 #else
 
 inline WayOut setWayOut(WayOut) { return nullptr; }
 inline int cancelThread(KrThreadId tid) { return pthread_cancel(tid); }
-inline void acceptCancelling() {}
 
 #endif
 
-/// Runs `work` open to cancellation anywhere. The frame owns nothing with a destructor.
-template <class Work>
-[[gnu::noinline]] void cancellableAnywhere(const Work& work) {
-#if KR_UNWINDS_FROM_CALLS_ONLY
-  sigjmp_buf beginning;
-  if (sigsetjmp(beginning, 1) != 0) pthread_exit(PTHREAD_CANCELED);
-  (void)setWayOut(&beginning);
-#endif
-  acceptCancelling();
-  // These fail only for values that do not exist.
-  (void)pthread_setcanceltype(PTHREAD_CANCEL_ASYNCHRONOUS, nullptr);
-  (void)pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr);
-  work();
-  (void)pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
-  (void)setWayOut(nullptr);
-}
+/// Runs `work` open to cancellation anywhere. The frames from here on own nothing with a destructor.
+void cancellableAnywhere(void (*work)(const void* argument), const void* argument);
 
 } // namespace kr
 

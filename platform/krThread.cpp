@@ -236,10 +236,12 @@ void* linuxEntry(void* startBlock) {
   if (begin(startBlock, &start)) {
     kr::asynchronousThread = true;
     // This frame, too, owns nothing with a destructor.
-    kr::cancellableAnywhere([&start] {
-      const intptr_t* const a = start.arguments;
-      (void)start.entry(a[0], a[1], a[2], a[3], a[4], a[5], a[6], a[7], a[8], a[9]);
-    });
+    kr::cancellableAnywhere(
+        [](const void* block) {
+          const auto& [entry, a] = *static_cast<const StartBlock*>(block);
+          (void)entry(a[0], a[1], a[2], a[3], a[4], a[5], a[6], a[7], a[8], a[9]);
+        },
+        &start);
   }
   pthread_exit(nullptr);
 }
