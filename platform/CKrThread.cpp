@@ -24,6 +24,7 @@ int whileItLives(KrThreadId tid, const CKrThread* object, Call call) {
 
 CKrThread::CKrThread() : _logger(krLogGetLogger("comps.kr")) {}
 
+// Calls nothing that could throw as far as the compiler sees: a cancellation passes through.
 CKrThread::~CKrThread() { kill(); }
 
 KrThreadId CKrThread::threadId() const {
@@ -34,16 +35,13 @@ KrThreadId CKrThread::threadId() const {
 }
 
 void CKrThread::start(const char* name, int priority, int stackSize) {
+  KrThreadId tid = KR_NO_THREAD;
   // Somebody cancelled in between would leave a thread that no object knows.
-  kr::uncancelled([=] {
-    KrThreadId tid = KR_NO_THREAD;
-    if (!_tid.compare_exchange_strong(tid, starting)) {
-      krWarn(_logger, "Trying to restart %s - ignored", krThreadName(tid));
-      return;
-    }
-    const auto self = reinterpret_cast<intptr_t>(this);
-    _tid = krThreadSpawn(name, priority, stackSize, entry, self, 0, 0, 0, 0, 0, 0, 0, 0, 0);
+  kr::uncancelled([=, &tid](int cancelState) {
+    if (!_tid.compare_exchange_strong(tid, starting)) return;
+    (void)kr::spawnDetached(name, priority, stackSize, entry, {reinterpret_cast<intptr_t>(this)}, &_tid, cancelState);
   });
+  if (tid != KR_NO_THREAD) krWarn(_logger, "Trying to restart %s - ignored", krThreadName(tid));
 }
 
 void CKrThread::kill() {

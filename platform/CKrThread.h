@@ -31,8 +31,8 @@ public:
 
   /// Cancels the thread if it has not ended and, unless it is the calling one, waits until it has. The object can then
   /// be started again or destroyed. The caller must hold nothing that the thread needs to reach a point where it can be
-  /// cancelled.
-  void kill();
+  /// cancelled. A cancellation point; destructors that call it may be left by a cancellation there.
+  [[gnu::nothrow]] void kill();
 
   /// krThreadPause, krThreadResume, krThreadName, krThreadGetPriority and krThreadSetPriority for this thread. An
   /// object whose run() has returned has no thread to ask for or give a priority.

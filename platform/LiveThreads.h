@@ -10,13 +10,20 @@
 #ifndef TEV_PLATFORM_LIVETHREADS_H
 #define TEV_PLATFORM_LIVETHREADS_H
 
-#include "platform/krTime.h"
+#include "platform/krThread.h"
+
+#include <atomic>
 
 namespace kr {
 
 /// pthread_create for linuxEntry, with cancellation disabled. `owner` is what others ask for with the id. The new
 /// thread is held. Returns 0 or an error number.
 int createThread(KrThreadId* tid, const pthread_attr_t* attributes, void* startBlock, intptr_t owner);
+
+/// krThreadSpawn with cancellation disabled: prints in `cancelState`. `*published`, if it is not null, gets the result
+/// before anything is printed.
+KrThreadId spawnDetached(const char* name, int priority, int stackSize, KrThreadEntry entry,
+                         const intptr_t (&arguments)[10], std::atomic<KrThreadId>* published, int cancelState);
 
 /// Holds a live thread: it does not end, and its id is good, until letGo(). False when no live thread has this id and
 /// owner. For moments, with cancellation disabled.

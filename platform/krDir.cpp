@@ -26,11 +26,11 @@ constexpr struct {
 
 int removeTree(const char* path) {
   if (path == nullptr) return kr::failWith(KR_ERR_INVALID);
-  return kr::uncancelled([=] {
+  return kr::uncancelled([=](int cancelState) {
     try {
       // A leading hyphen would make the path an option.
       const std::string command = std::string("rm -rf ") + (path[0] == '-' ? "./" : "") + krShellQuote(path);
-      const int status = system(command.c_str());
+      const int status = kr::cancellable(cancelState, [&] { return system(command.c_str()); });
       // 127 comes from where the shell should have been, or from a shell without the command.
       const bool ran = status != -1 && !(WIFEXITED(status) && WEXITSTATUS(status) == 127);
       return ran ? 0 : -1;
@@ -109,11 +109,11 @@ int krDirClean(const char* path) {
 
 int krDirList(int fd, const char* path) {
   if (path == nullptr) return kr::failWith(KR_ERR_INVALID);
-  return kr::uncancelled([=] {
+  return kr::uncancelled([=](int cancelState) {
     kr::Directory directory(path);
     if (!directory) return -1;
     while (const dirent* const entry = directory.next())
-      if (krFdPrintf(fd, "%s\n", entry->d_name) < 0) return -1;
+      if (kr::cancellable(cancelState, [=] { return krFdPrintf(fd, "%s\n", entry->d_name); }) < 0) return -1;
     return errno == 0 ? 0 : -1;
   });
 }

@@ -1,5 +1,6 @@
 #include "platform/krLog.h"
 
+#include "platform/Diagnostic.h"
 #include "platform/Failure.h"
 #include "platform/Mutex.h"
 #include "platform/MutexOnce.h"
@@ -7,8 +8,10 @@
 #include "platform/krMem.h"
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <functional>
+#include <memory>
 #include <new>
 #include <string_view>
 
@@ -195,26 +198,57 @@ KrLogger* create(std::string_view name, const KrLogger* parent) {
   return logger;
 }
 
+struct Release {
+  void operator()(char* text) const { free(text); }
+};
+using Listing = std::unique_ptr<char, Release>;
+
+/// What krLogList prints, the caller's to free; null without memory for it.
+char* listAll() {
+  char* text = nullptr;
+  size_t size = 0;
+  FILE* const out = open_memstream(&text, &size);
+  if (out == nullptr) return nullptr;
+  // Without memory, these and the closing fail, and the text is short.
+  for (const KrLogger* logger = g_loggers; logger != nullptr; logger = logger->next) {
+    (void)fprintf(out, " - '%.20s' level = %d ", logger->name, krLogGetLevel(logger));
+    for (const KrLogPrinter* printer = logger->printers; printer != nullptr; printer = printer->next) {
+      if (printer->kind == KR_LOG_CONTEXT)
+        (void)fprintf(out, " -- '%.20s %x' level = %d", printer->name, static_cast<unsigned>(printer->context),
+                      printer->level);
+      else
+        (void)fprintf(out, " -- '%.20s' level = %d", printer->name, printer->level);
+    }
+    (void)fputc('\n', out);
+  }
+  (void)fclose(out);
+  return text;
+}
+
 } // namespace
 
 KrLogger* getLogger(const char* name) {
-  KrLogger* const found = find(cut(name));
-  if (found != nullptr || !cut(name).empty()) return found;
-  return withList(lineOfRoot, "getLogger", [] {
-    KrLogger* const root = find("");
-    return root != nullptr ? root : create("", nullptr);
+  return kr::uncancelledIfAsynchronous([name]() -> KrLogger* {
+    KrLogger* const found = find(cut(name));
+    if (found != nullptr || !cut(name).empty()) return found;
+    return withList(lineOfRoot, "getLogger", [] {
+      KrLogger* const root = find("");
+      return root != nullptr ? root : create("", nullptr);
+    });
   });
 }
 
 KrLogger* getParent(const char* name) {
-  std::string_view path = cut(name);
-  for (;;) {
-    const size_t dot = path.rfind('.');
-    if (dot == std::string_view::npos || dot == 0) return getLogger("");
-    path = path.substr(0, dot);
-    KrLogger* const found = find(path);
-    if (found != nullptr) return found;
-  }
+  return kr::uncancelledIfAsynchronous([name] {
+    std::string_view path = cut(name);
+    for (;;) {
+      const size_t dot = path.rfind('.');
+      if (dot == std::string_view::npos || dot == 0) return getLogger("");
+      path = path.substr(0, dot);
+      KrLogger* const found = find(path);
+      if (found != nullptr) return found;
+    }
+  });
 }
 
 bool isChild(const KrLogger* ancestor, const KrLogger* logger) {
@@ -225,30 +259,30 @@ bool isChild(const KrLogger* ancestor, const KrLogger* logger) {
 }
 
 KrLogger* krLogGetLogger(const char* name) {
-  KrLogger* const found = getLogger(name);
-  if (found != nullptr || cut(name).empty()) return found;
-  return withList(lineOfGetLogger, "krLogGetLogger", [name]() -> KrLogger* {
-    KrLogger* const made = find(cut(name)); // by another thread meanwhile
-    if (made != nullptr) return made;
-    const KrLogger* const parent = getParent(name);
-    return parent != nullptr ? create(cut(name), parent) : nullptr;
+  return kr::uncancelledIfAsynchronous([name]() -> KrLogger* {
+    KrLogger* const found = getLogger(name);
+    if (found != nullptr || cut(name).empty()) return found;
+    return withList(lineOfGetLogger, "krLogGetLogger", [name]() -> KrLogger* {
+      KrLogger* const made = find(cut(name)); // by another thread meanwhile
+      if (made != nullptr) return made;
+      const KrLogger* const parent = getParent(name);
+      return parent != nullptr ? create(cut(name), parent) : nullptr;
+    });
   });
 }
 
 int doLog(KrLogger* logger, int level, const char* format, va_list arguments) {
   if (logger == nullptr) return kr::failWith(KR_ERR_INVALID);
-  return kr::uncancelledIfAsynchronous([&] {
+  return kr::uncancelledIfAsynchronous([&](int cancelState) {
     static constexpr kr::Place here{source, lineOfDoLog, "doLog", ""};
-    if (kr::lockMutex(logger->mutex, here, PTHREAD_CANCEL_DISABLE) != 0) return -1;
+    if (kr::lockMutex(logger->mutex, here, cancelState) != 0) return -1;
     // The other threads may be cancelled where a printer waits.
     kr::OnCancel onCancel{[logger] { kr::unlockMutex(logger->mutex); }};
     // An argument that cannot be converted ends the message where it stands.
     (void)vsnprintf(logger->message, sizeof logger->message, format, arguments);
-    if (logger->printers == nullptr) {
-      // A console that takes nothing leaves no place to complain.
-      (void)puts(logger->message);
-      (void)puts("\r\n");
-    }
+    const bool toConsole = logger->printers == nullptr;
+    char text[sizeof logger->message];
+    if (toConsole) memcpy(text, logger->message, sizeof text);
     for (const KrLogPrinter* printer = logger->printers; printer != nullptr; printer = printer->next) {
       if (level > printer->level) continue;
       if (printer->kind == KR_LOG_CONTEXT)
@@ -258,6 +292,8 @@ int doLog(KrLogger* logger, int level, const char* format, va_list arguments) {
     }
     onCancel.armed = false;
     kr::unlockMutex(logger->mutex);
+    // The console may not take it for long.
+    if (toConsole) kr::say(cancelState, stdout, "%s\n\r\n\n", text);
     return 0;
   });
 }
@@ -285,7 +321,9 @@ void krLogSetLevel(KrLogger* logger, int level) {
   if (logger != nullptr) logger->level.store(level, std::memory_order_relaxed);
 }
 
-void krLogSetLevelByName(const char* name, int level) { krLogSetLevel(find(cut(name)), level); }
+void krLogSetLevelByName(const char* name, int level) {
+  kr::uncancelledIfAsynchronous([=] { krLogSetLevel(find(cut(name)), level); });
+}
 
 const char* krLogGetFormatter(const KrLogger* logger) { return logger != nullptr ? logger->formatter : ""; }
 
@@ -367,18 +405,10 @@ const char* krLogGetLoggerName(int index) {
 }
 
 void krLogList() {
-  withList(__LINE__, __func__, [] {
-    for (const KrLogger* logger = g_loggers; logger != nullptr; logger = logger->next) {
-      printf(" - '%.20s' level = %d ", logger->name, krLogGetLevel(logger));
-      for (const KrLogPrinter* printer = logger->printers; printer != nullptr; printer = printer->next) {
-        if (printer->kind == KR_LOG_CONTEXT)
-          printf(" -- '%.20s %x' level = %d", printer->name, static_cast<unsigned>(printer->context), printer->level);
-        else
-          printf(" -- '%.20s' level = %d", printer->name, printer->level);
-      }
-      printf("\n");
-    }
-    return 0;
+  kr::uncancelled([](int cancelState) {
+    const Listing listing(withList(__LINE__, __func__, listAll));
+    // The console may not take it for long.
+    if (listing != nullptr) kr::say(cancelState, stdout, "%s", listing.get());
   });
 }
 

@@ -13,6 +13,7 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <sched.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -58,57 +59,89 @@ int about(KrThreadId tid, Call call) {
 }
 
 /// Tells of a thread in the thread log and on standard error.
-void logThread(const kr::Line& line) {
+void logThread(const kr::Line& line, int cancelState) {
   char path[64];
   (void)snprintf(path, sizeof path, "%s/threads.log", kr::logDirectory);
   kr::writeFile(path, "a+e", line);
-  kr::say(stderr, "%s\n", line.text);
+  kr::say(cancelState, stderr, "%s\n", line.text);
 }
 
-void tellOfFailure(const char* name) {
-  const int error = errno;
+void tellOfFailure(const char* name, int cancelState) {
   char buffer[128];
-  kr::say(stderr, "krThreadSpawn Failed to spawn [%s], errno = [0x%08x : %s]\n", name, static_cast<unsigned>(error),
-          strerror_r(error, buffer, sizeof buffer));
-  errno = error;
+  kr::say(cancelState, stderr, "krThreadSpawn Failed to spawn [%s], errno = [0x%08x : %s]\n", name,
+          static_cast<unsigned>(errno), strerror_r(errno, buffer, sizeof buffer));
 }
 
-void setAndTellPriority(const char* name, KrThreadId tid, int priority, IdStyle style) {
+/// krThreadSetPriority with cancellation disabled.
+int setPriority(KrThreadId tid, int priority, int cancelState) {
+  if (priority == KR_KEEP_PRIORITY) return 0;
+  if (priority < 0 || priority > KR_LOWEST_PRIORITY) return kr::failWith(KR_ERR_PRIORITY);
+  if (!kr::isThread(tid)) return kr::failWith(ESRCH);
+  const int id = kr::signedId(tid);
+  if (geteuid() != 0) {
+    kr::say(cancelState, stderr, "krThreadSetPriority: ERROR: tid[%d]; NOT ROOT: geteuid()=%d\n", id,
+            static_cast<int>(geteuid()));
+    return kr::failWith(EPERM);
+  }
+  const int highest = highestPriority();
+  sched_param parameters{};
+  parameters.sched_priority = std::max(1, highest - priority * highest / 256);
+  const int error = about(tid, [&] { return pthread_setschedparam(tid, SCHED_FIFO, &parameters); });
+  if (error != 0) {
+    kr::say(cancelState, stderr,
+            "krThreadSetPriority: ERROR: pthread_setschedparam (pri=%d, policy=%d) failed for tid[%d]\n",
+            parameters.sched_priority, SCHED_FIFO, id);
+    return kr::failWith(error);
+  }
+  kr::say(cancelState, stderr, "krThreadSetPriority: Set priority for tid[%d] to [%d] (kr priority=%d), policy=%d\n",
+          id, parameters.sched_priority, priority, SCHED_FIFO);
+  return 0;
+}
+
+void setAndTellPriority(const char* name, KrThreadId tid, int priority, IdStyle style, int cancelState) {
   // A thread without its priority runs with the one it has, and the call has said why.
-  (void)krThreadSetPriority(tid, priority);
+  (void)setPriority(tid, priority, cancelState);
   int policy = 0;
   sched_param parameters{};
   if (pthread_getschedparam(tid, &policy, &parameters) != 0) return;
   const IdText id = printed(tid, style);
-  kr::say(stderr, "Thread [%s] (tid = %s); Linux Priority = %d; spawned by tid = %s\n", name, id.text,
+  kr::say(cancelState, stderr, "Thread [%s] (tid = %s); Linux Priority = %d; spawned by tid = %s\n", name, id.text,
           parameters.sched_priority, printed(kr::self(), style).text);
   logThread(kr::stampedLine("krThreadSpawn: Spawned Thread [%s] (tid = %s); Linux Priority = %d\n", name, id.text,
-                            parameters.sched_priority));
+                            parameters.sched_priority),
+            cancelState);
 }
 
-/// The common part of the spawns. `reportedStack` is null for the one that has no line on standard output. Runs with
-/// cancellation disabled.
+/// The common part of the spawns. `reportedStack` is null for the one that has no line on standard output.
+/// `*published`, if it is not null, gets the id before anything is printed. Runs with cancellation disabled and prints
+/// in `cancelState`; for a thread that is cancelled there, the new thread is one that it has started.
 KrThreadId spawn(const char* name, int priority, const int* reportedStack, const pthread_attr_t* attributes,
-                 const StartBlock& start, IdStyle style) {
+                 const StartBlock& start, IdStyle style, std::atomic<KrThreadId>* published, int cancelState) {
   auto* const block = static_cast<StartBlock*>(krMalloc(sizeof(StartBlock)));
   if (block == nullptr) {
-    tellOfFailure(name);
+    if (published != nullptr) *published = KR_NO_THREAD;
+    tellOfFailure(name, cancelState);
     return KR_NO_THREAD;
   }
   *block = start;
   KrThreadId tid = KR_NO_THREAD;
   const int error = kr::createThread(&tid, attributes, block, start.arguments[0]);
-  if (error != 0) tid = KR_NO_THREAD;
-  if (reportedStack != nullptr)
-    kr::say(stdout, "krThreadSpawn %s ss:%i p:%i tid:%ld\n", name, *reportedStack, priority, static_cast<long>(tid));
   if (error != 0) {
+    tid = KR_NO_THREAD;
     krFree(block);
-    errno = error;
-    tellOfFailure(name);
-    return KR_NO_THREAD;
   }
-  setAndTellPriority(name, tid, priority, style);
-  kr::letGo(tid);
+  if (published != nullptr) *published = tid;
+  kr::OnCancel onCancel{[=] {
+    if (error == 0) kr::letGo(tid);
+  }};
+  if (reportedStack != nullptr)
+    kr::say(cancelState, stdout, "krThreadSpawn %s ss:%i p:%i tid:%ld\n", name, *reportedStack, priority,
+            static_cast<long>(tid));
+  errno = error;
+  if (error != 0)
+    tellOfFailure(name, cancelState);
+  else
+    setAndTellPriority(name, tid, priority, style, cancelState);
   return tid;
 }
 
@@ -118,12 +151,11 @@ KrThreadId withAttributes(int detachState, int stackSize, Use use) {
   pthread_attr_t attributes;
   // Neither fails on Linux for a state that exists.
   (void)pthread_attr_init(&attributes);
+  const kr::OnCancel inAnyCase{[&attributes] { (void)pthread_attr_destroy(&attributes); }};
   (void)pthread_attr_setdetachstate(&attributes, detachState);
   // A size below the system's least leaves the default.
   if (stackSize != 0) (void)pthread_attr_setstacksize(&attributes, static_cast<size_t>(stackSize));
-  const KrThreadId tid = use(&attributes);
-  (void)pthread_attr_destroy(&attributes);
-  return tid;
+  return use(&attributes);
 }
 
 /// What a new thread does before its entry. False when it must end without.
@@ -135,71 +167,60 @@ KrThreadId withAttributes(int detachState, int stackSize, Use use) {
   kr::Line line{};
   (void)snprintf(line.text, sizeof line.text, "New thread, tid = %d / PID = %ld / LWP id = %d\n",
                  kr::signedId(kr::self()), static_cast<long>(getpid()), lwp);
-  logThread(line);
+  logThread(line, PTHREAD_CANCEL_ENABLE); // in which a thread begins
   return true;
 }
 
 } // namespace
 
+namespace kr {
+
+KrThreadId spawnDetached(const char* name, int priority, int stackSize, KrThreadEntry entry,
+                         const intptr_t (&arguments)[10], std::atomic<KrThreadId>* published, int cancelState) {
+  StartBlock start{entry, {}};
+  std::copy(std::begin(arguments), std::end(arguments), start.arguments);
+  const int stack = stackSize != 0 ? stackSize : defaultStackSize();
+  return withAttributes(PTHREAD_CREATE_DETACHED, 0, [&](const pthread_attr_t* attributes) {
+    return spawn(orEmpty(name), priority, &stack, attributes, start, IdStyle::asSigned, published, cancelState);
+  });
+}
+
+} // namespace kr
+
 KrThreadId krThreadSpawn(const char* name, int priority, int stackSize, KrThreadEntry entry, intptr_t a1, intptr_t a2,
                          intptr_t a3, intptr_t a4, intptr_t a5, intptr_t a6, intptr_t a7, intptr_t a8, intptr_t a9,
                          intptr_t a10) {
-  return kr::uncancelled([=] {
-    const int stack = stackSize != 0 ? stackSize : defaultStackSize();
-    return withAttributes(PTHREAD_CREATE_DETACHED, 0, [&](const pthread_attr_t* attributes) {
-      return spawn(kr::orEmpty(name), priority, &stack, attributes, {entry, {a1, a2, a3, a4, a5, a6, a7, a8, a9, a10}},
-                   IdStyle::asSigned);
-    });
+  return kr::uncancelled([=](int cancelState) {
+    return kr::spawnDetached(name, priority, stackSize, entry, {a1, a2, a3, a4, a5, a6, a7, a8, a9, a10}, nullptr,
+                             cancelState);
   });
 }
 
 KrThreadId krThreadSpawn_with_attr(const char* name, int priority, const pthread_attr_t* attributes,
                                    KrThreadEntry entry, intptr_t a1, intptr_t a2, intptr_t a3, intptr_t a4, intptr_t a5,
                                    intptr_t a6, intptr_t a7, intptr_t a8, intptr_t a9, intptr_t a10) {
-  return kr::uncancelled([=] {
+  return kr::uncancelled([=](int cancelState) {
     return spawn(kr::orEmpty(name), priority, nullptr, attributes, {entry, {a1, a2, a3, a4, a5, a6, a7, a8, a9, a10}},
-                 IdStyle::asUnsigned);
+                 IdStyle::asUnsigned, nullptr, cancelState);
   });
 }
 
 KrThreadId krThreadSpawn_joinable(const char* name, int priority, int stackSize, KrThreadEntry entry, intptr_t a1,
                                   intptr_t a2, intptr_t a3, intptr_t a4, intptr_t a5, intptr_t a6, intptr_t a7,
                                   intptr_t a8, intptr_t a9, intptr_t a10) {
-  return kr::uncancelled([=] {
+  return kr::uncancelled([=](int cancelState) {
     const int stack = stackSize != 0 ? stackSize : defaultStackSize();
     const KrThreadId tid = withAttributes(PTHREAD_CREATE_JOINABLE, stack, [&](const pthread_attr_t* attributes) {
-      return krThreadSpawn_with_attr(name, priority, attributes, entry, a1, a2, a3, a4, a5, a6, a7, a8, a9, a10);
+      return spawn(kr::orEmpty(name), priority, nullptr, attributes, {entry, {a1, a2, a3, a4, a5, a6, a7, a8, a9, a10}},
+                   IdStyle::asUnsigned, nullptr, cancelState);
     });
-    const int error = errno;
-    kr::say(stdout, "krThreadSpawn %s ss:%i p:%i tid:%lu\n", kr::orEmpty(name), stack, priority, tid);
-    errno = error;
+    kr::say(cancelState, stdout, "krThreadSpawn %s ss:%i p:%i tid:%lu\n", kr::orEmpty(name), stack, priority, tid);
     return tid;
   });
 }
 
 int krThreadSetPriority(KrThreadId tid, int priority) {
-  if (priority == KR_KEEP_PRIORITY) return 0;
-  if (priority < 0 || priority > KR_LOWEST_PRIORITY) return kr::failWith(KR_ERR_PRIORITY);
-  if (!kr::isThread(tid)) return kr::failWith(ESRCH);
-  return kr::uncancelled([=] {
-    const int id = kr::signedId(tid);
-    if (geteuid() != 0) {
-      kr::say(stderr, "krThreadSetPriority: ERROR: tid[%d]; NOT ROOT: geteuid()=%d\n", id, static_cast<int>(geteuid()));
-      return kr::failWith(EPERM);
-    }
-    const int highest = highestPriority();
-    sched_param parameters{};
-    parameters.sched_priority = std::max(1, highest - priority * highest / 256);
-    const int error = about(tid, [&] { return pthread_setschedparam(tid, SCHED_FIFO, &parameters); });
-    if (error != 0) {
-      kr::say(stderr, "krThreadSetPriority: ERROR: pthread_setschedparam (pri=%d, policy=%d) failed for tid[%d]\n",
-              parameters.sched_priority, SCHED_FIFO, id);
-      return kr::failWith(error);
-    }
-    kr::say(stderr, "krThreadSetPriority: Set priority for tid[%d] to [%d] (kr priority=%d), policy=%d\n", id,
-            parameters.sched_priority, priority, SCHED_FIFO);
-    return 0;
-  });
+  return kr::uncancelled([=](int cancelState) { return setPriority(tid, priority, cancelState); });
 }
 
 int krThreadGetPriority(KrThreadId tid, int* priority) {

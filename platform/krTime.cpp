@@ -1,6 +1,7 @@
 #include "platform/krTime.h"
 
 #include "platform/Self.h"
+#include "platform/Uncancelled.h"
 
 #include <sched.h>
 #include <sys/select.h>
@@ -25,7 +26,7 @@ uint32_t krDiffTime(const KrTime& start, const KrTime& end) {
   return seconds * 1000 + (nanoseconds - start.nanoseconds) / 1'000'000;
 }
 
-int krThreadSuspend(int milliseconds) {
+KR_UNWOUND_BY_CANCELLATION int krThreadSuspend(int milliseconds) {
   if (milliseconds == 0) {
     // sched_yield always succeeds on Linux.
     (void)sched_yield();
