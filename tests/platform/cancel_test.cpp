@@ -1,6 +1,7 @@
 // Threads that are cancelled at any moment.
-#include "platform/krFile.h"
-#include "platform/krLog.h"
+#include "platform/CKrProperty.h"
+#include "platform/CKrThread.h"
+#include "platform/Uncancelled.h"
 #include "platform/krMem.h"
 #include "tests/Elsewhere.h"
 #include "tests/Scratch.h"
@@ -9,6 +10,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
+#include <new>
 #include <random>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -192,6 +194,219 @@ TEST_F(CancelInFiles, BlockedCallsCanBeCancelledAndLeaveNothingBehind) {
       EXPECT_EQ(g_heap->inUse[0], blocks);
     }
     (void)close(console);
+  });
+  (void)testing::internal::GetCapturedStderr();
+}
+
+namespace {
+
+class Idle : public CKrThread {
+public:
+  void run() override {}
+};
+
+// What the calls below work on. Of the locks, one is free, and one is held all the time.
+KrMutex *mutex, *heldMutex;
+KrReadWrite *readWrite, *heldReadWrite;
+KrSem* sem;
+KrCond* cond;
+KrLogger* logger;
+Idle* idle;
+CKrProperty* properties;
+KrThreadId asker, ended;
+KrDir dir;
+KrDirEntry entry;
+KrFileInfo info;
+KrFsStat figures;
+KrTime now;
+time_t seconds;
+KrLogPrinter printer{KR_LOG_PLAIN, KR_LOG_DEBUG, 0, [](const char*) {}, nullptr, "p", nullptr};
+int null, number;
+char text[300];
+alignas(Idle) char place[sizeof(Idle)];
+
+int nothing(intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t) {
+  return 0;
+}
+void print(intptr_t, const char*) {}
+
+/// What a thread does again and again. Where it locks, it is not cancelled before it has unlocked.
+struct Call {
+  const char* name;
+  void (*make)();
+};
+
+#define CALL(expression)                                                                                               \
+  {                                                                                                                    \
+#expression, [] { (void)(expression); }                                                                            \
+  }
+#define PAIR(first, second)                                                                                            \
+  {                                                                                                                    \
+#first, [] { kr::uncancelled([] { (void)sum({first, second}); }); }                                                \
+  }
+
+const Call everyCall[] = {
+    PAIR(lock(mutex, KR_WAIT_FOREVER), krMutexUnlock(mutex)),
+    CALL(lock(heldMutex, 1)),
+    CALL(krMutexUnlock(mutex)),
+    CALL(krMutexDestroy(krMutexCreate())),
+    PAIR(readLock(readWrite), krReadUnlock(readWrite)),
+    PAIR(writeLock(readWrite), krWriteUnlock(readWrite)),
+    CALL(readLock(heldReadWrite)),
+    CALL(writeLock(heldReadWrite)),
+    CALL(krReadUnlock(readWrite)),
+    CALL(krWriteUnlock(readWrite)),
+    CALL(krReadWriteDestroy(krReadWriteCreate())),
+    CALL(krSemTake(sem, 1)),
+    CALL(krSemGive(sem)),
+    CALL(krSemFlush(sem)),
+    CALL(krSemGetValue(sem)),
+    CALL(krSemDestroy(krSemBinaryCreate(1))),
+    CALL(krCondWait(cond, mutex)),
+    CALL(krCondTimedWait(cond, mutex, 1)),
+    CALL(krCondSignal(cond)),
+    CALL(krCondDestroy(krCondCreate())),
+    CALL(krMemInit(1, 0)),
+    CALL(krFree(krRealloc(krMalloc(0), 1000))),
+    CALL(krFree(krRealloc(krZalloc(50'000), 100'000))),
+    CALL(krFree(text)),
+    CALL(krFreeByHeap(g_heap, krRealloc(text, 48))),
+    CALL(krMemSetDebug(krMemGetDebug() + krMemGetType(7) + static_cast<int>(krMemGetMaxSize()))),
+    CALL(krMemEnableWatch()),
+    CALL(krMemTrackNewUsage(g_heap, krThreadIdSelf(), 0)),
+    CALL(krLogGetLogger("a.b.c")),
+    CALL(getLogger("a.b.c")),
+    CALL(getParent("a.b.c.d.e")),
+    CALL(isChild(nullptr, logger)),
+    CALL(krFatal(logger, "%s", "x")),
+    CALL(krError(logger, "%s", "x")),
+    CALL(krWarn(logger, "%s", "x")),
+    CALL(krInfo(logger, "%s", "x")),
+    CALL(krDebug(logger, "%s", "x")),
+    CALL(krLogSetLevel(logger, krLogGetLevel(logger))),
+    CALL(krLogSetLevelByName("a.b.c.d.e.f.g", KR_LOG_INFO)),
+    CALL(krLogSetFormatter(logger, "f")),
+    CALL(krLogGetFormatter(logger)),
+    CALL(krLogAddPrinter(logger, "p", [](const char*) {})),
+    CALL(krLogRemovePrinter(logger, "p")),
+    CALL(krLogAddContextPrinter(logger, "c", 1, print)),
+    CALL(krLogRemoveContextPrinter(logger, "c", 1)),
+    CALL(krLogSetPrinterLevel(logger, "p", krLogGetPrinterLevel(logger, "p"))),
+    CALL(krLogSetContextPrinterLevel(logger, "c", 1, krLogGetContextPrinterLevel(logger, "c", 1))),
+    CALL(krLogInsertPrinter(logger, &printer)),
+    CALL(krLogDeletePrinter(logger, &printer)),
+    CALL(krLogGetLoggerCount()),
+    CALL(krLogGetLoggerName(1)),
+    CALL(krLogList()),
+    CALL(krThreadSpawn("x", KR_KEEP_PRIORITY, 0, nothing, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0)),
+    CALL(krThreadJoin(krThreadSpawn_joinable("x", -1, 1 << 17, nothing, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0), nullptr)),
+    CALL(krThreadSetPriority(ended, 5)),
+    CALL(krThreadGetPriority(asker, &number)),
+    CALL(krThreadGetPriority(ended, &number)),
+    CALL(krThreadDelete(ended)),
+    CALL(krThreadDelete(krThreadIdSelf())),
+    CALL(krThreadAwaitEnd(ended)),
+    CALL(krThreadAwaitEnd(asker)),
+    CALL(krThreadResume(asker) + krThreadStackAvailable(asker)),
+    CALL(krThreadPause(asker)),
+    CALL(krThreadSuspend(0)),
+    CALL(krThreadName(asker)),
+    CALL(krDiffTime(now, now) + static_cast<uint32_t>(krGetTime(&now))),
+    CALL((idle->start("x", KR_KEEP_PRIORITY, 0), idle->kill())),
+    CALL(idle->pause() + idle->resume()),
+    CALL(idle->getName()),
+    CALL(idle->getPriority(&number) + idle->setPriority(KR_KEEP_PRIORITY)),
+    CALL((new (place) Idle)->~Idle()),
+    CALL(krReadFromSysFile("file", text, 9)),
+    CALL(krWriteToSysFile("missing", "x")),
+    CALL(fioRdString(null, text, 9) + krFioRdString(null, text, 9)),
+    CALL(krFileStat("file", &info)),
+    CALL(krFileSize("file") + krFileSizeByFd(null)),
+    CALL(krFileTimeGet("file", &seconds, nullptr)),
+    CALL(krFileCopy("file", "copy")),
+    CALL(krFileDelete("missing")),
+    CALL(krFileReadLink("link", text, 9) + krFileSymLink("file", "link")),
+    CALL(krFileStatAttrib("file") + krFileTimeSet("file")),
+    CALL(krFdSetCloexecFlag(null, 1)),
+    CALL(krDirOpen("missing", &dir)),
+    CALL(krDirRead(&dir, &entry)),
+    CALL(krDirMake("made") + krDirRemove("made")),
+    CALL(krDirClean("empty")),
+    CALL(krDirDelete("missing")),
+    CALL(krDirCopy(".", "copies")),
+    CALL(krDirList(null, ".")),
+    CALL(krDirGet(text) + krDirChange(".")),
+    CALL(krFileSystemStat(".", &figures)),
+    CALL(krDiskSize() + krDiskFree()),
+    CALL(krDiskClean()),
+    CALL(krGetHostName(text, 100)),
+    CALL(krInetNtoa(krInetAddr("1.2.3.4"), text)),
+    CALL(krGetHostByName("127.0.0.1")),
+    CALL(krPrintf("%02000d", 1)),
+    CALL(krFdPrintf(null, "%d", 1)),
+    CALL(CKrProperty::getInstance("settings")),
+    CALL(properties->load()),
+    CALL(properties->store("settings")),
+    CALL(properties->setProperty("name", text)),
+    CALL(properties->setProperty("number", number)),
+    CALL(properties->getProperty("name", text, "x", 9)),
+    CALL(properties->getProperty("number", 9)),
+    CALL(properties->getLength("name", "x")),
+};
+
+/// 0 if nobody has kept a lock.
+int useEveryLock() {
+  krFree(krMalloc(100));
+  krInfo(logger, "x");
+  properties->setProperty("name", "y");
+  const int console = ftrylockfile(stdout);
+  if (console == 0) funlockfile(stdout);
+  return console + sum({lock(mutex, 1000), krMutexUnlock(mutex), writeLock(readWrite), krWriteUnlock(readWrite),
+                        krSemGive(sem), krSemTake(sem, KR_NO_WAIT), lock(g_listMutex, 1000), krMutexUnlock(g_listMutex),
+                        krThreadGetPriority(asker, &number), krCondSignal(cond)});
+}
+
+} // namespace
+
+TEST_F(CancelInFiles, EveryCallLeavesItsLocksFree) {
+#if defined(__SANITIZE_THREAD__)
+  GTEST_SKIP() << "the clean-up code of the thread sanitizer does not stand asynchronous cancellation";
+#endif
+  krMemInit(1, 0);
+  mutex = krMutexCreate(), heldMutex = krMutexCreate();
+  readWrite = krReadWriteCreate(), heldReadWrite = krReadWriteCreate();
+  ASSERT_EQ(lock(heldMutex, KR_NO_WAIT) + writeLock(heldReadWrite), 0);
+  sem = krSemCreate(0);
+  cond = krCondCreate();
+  logger = krLogGetLogger("a.b");
+  properties = CKrProperty::getInstance("settings");
+  Idle thread;
+  idle = &thread;
+  asker = krThreadIdSelf();
+  null = open("/dev/null", O_RDWR);
+  write("file", "x");
+  ASSERT_EQ(krDirOpen("/", &dir) + krDirMake("empty") + krDirMake("copies"), 0);
+  auto leave = [] {};
+  static std::atomic<const Call*> current;
+  auto work = [] {
+    void (*const make)() = current.load()->make;
+    for (begun = true;;)
+      make();
+  };
+  testing::internal::CaptureStderr();
+  (void)printed([&] {
+    ended = spawn(leave);
+    ASSERT_EQ(krThreadAwaitEnd(ended), 0);
+    for (const Call& call : everyCall)
+      for (int round = rounds(5); round > 0; --round) {
+        current = &call;
+        begun = false;
+        const KrThreadId tid = spawn(work);
+        waitUntil([] { return begun.load(); });
+        pass();
+        (void)krThreadDelete(tid); // one of the calls ends it
+        ASSERT_EQ(krThreadAwaitEnd(tid) + useEveryLock(), 0) << call.name;
+      }
   });
   (void)testing::internal::GetCapturedStderr();
 }
