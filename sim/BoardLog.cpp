@@ -20,13 +20,13 @@ std::string timeOfDay() {
 
 void BoardLog::add(const std::string& line) {
   const std::string text = (_withTimes ? timeOfDay() + " " : "") + line + "\n";
-  for (Descriptor& file : _files) {
+  for (kr::Descriptor& file : _files) {
     if (!file) continue;
     const ssize_t written = write(file.get(), text.data(), text.size());
     if (written == static_cast<ssize_t>(text.size())) continue;
     const std::string why = written < 0 ? std::generic_category().message(errno) : "no room for the whole line";
     (void)fprintf(stderr, "tev-sim: cannot write the board's log: %s\n", why.c_str());
-    file = Descriptor();
+    (void)file.close(); // the failure is reported above
   }
 }
 

@@ -2,7 +2,7 @@
 #ifndef TEV_SIM_BOARDLOG_H
 #define TEV_SIM_BOARDLOG_H
 
-#include "sim/Descriptor.h"
+#include "platform/Descriptor.h"
 
 #include <string>
 #include <vector>
@@ -18,13 +18,13 @@ public:
 
   /// From now on lines also go to `file`, which must have been opened for appending. The first failure to write is
   /// told on standard error; the log then goes on without that file.
-  void addFile(Descriptor file) { _files.push_back(std::move(file)); }
+  void addFile(kr::Descriptor file) { _files.push_back(std::move(file)); }
 
   /// Writes one line. It is complete in every file when the call returns.
   void add(const std::string& line);
 
 private:
-  std::vector<Descriptor> _files;
+  std::vector<kr::Descriptor> _files;
   bool _withTimes;
 };
 

@@ -33,9 +33,9 @@ void layFolders(const Options& options) {
   check(unshare(CLONE_NEWNS), "mount namespace");
   check(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr), "mount namespace");
   // Opened in this mount namespace, from which alone it can be bound, and before a folder of the board hides it.
-  Descriptor snapshots;
+  kr::Descriptor snapshots;
   if (const std::string& folder = options.snapshots; !folder.empty()) {
-    snapshots = Descriptor(check(open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC), folder));
+    snapshots = kr::Descriptor(check(open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC), folder));
   }
   // In a container the old /proc may have to stay. It does: only the process numbers in it are not the command's.
   (void)mount("proc", "/proc", "proc", MS_NOSUID | MS_NODEV | MS_NOEXEC, nullptr);
@@ -52,11 +52,11 @@ void layFolders(const Options& options) {
   check(mount(source.c_str(), SNAPSHOT_FOLDER, nullptr, MS_BIND | MS_REC, nullptr), "--snapshots");
 }
 
-void installTools(const Descriptor& program, const std::set<std::string>& missing) {
+void installTools(const kr::Descriptor& program, const std::set<std::string>& missing) {
   struct stat about = {};
   check(fstat(program.get(), &about), "tev-board-tool");
   const std::string first = "/mnt/tev/sys/board-tool";
-  const Descriptor copy(check(open(first.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0755), first));
+  const kr::Descriptor copy(check(open(first.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0755), first));
   for (off_t left = about.st_size; left > 0;) {
     left -= check(sendfile(copy.get(), program.get(), nullptr, static_cast<size_t>(left)), first);
   }
@@ -120,7 +120,7 @@ Words answer(Board& board, const Words& question) {
 // Everything that runs once the board is set up.
 class Session {
 public:
-  Session(Board& board, NodeServer& nodes, ServiceProcesses& services, const Descriptor& channel);
+  Session(Board& board, NodeServer& nodes, ServiceProcesses& services, const kr::Descriptor& channel);
   /// Lives until the process `command` has ended; its exit status.
   int run(pid_t command);
 
@@ -134,20 +134,20 @@ private:
   NodeServer& _nodes;
   ServiceProcesses& _services;
   BoardSocket _socket;
-  const Descriptor& _channel;
-  Descriptor _children;
+  const kr::Descriptor& _channel;
+  kr::Descriptor _children;
   pid_t _command = -1;
   int _status = 0;
   std::chrono::steady_clock::time_point _last = std::chrono::steady_clock::now();
 };
 
-Session::Session(Board& board, NodeServer& nodes, ServiceProcesses& services, const Descriptor& channel)
+Session::Session(Board& board, NodeServer& nodes, ServiceProcesses& services, const kr::Descriptor& channel)
     : _board(board), _nodes(nodes), _services(services),
       _socket([&board](const Words& question) { return answer(board, question); }), _channel(channel) {
   sigset_t child;
   (void)sigemptyset(&child); // cannot fail, like the next
   (void)sigaddset(&child, SIGCHLD);
-  _children = Descriptor(check(signalfd(-1, &child, SFD_CLOEXEC | SFD_NONBLOCK), "signalfd"));
+  _children = kr::Descriptor(check(signalfd(-1, &child, SFD_CLOEXEC | SFD_NONBLOCK), "signalfd"));
 }
 
 int Session::run(pid_t command) {
@@ -211,7 +211,7 @@ void Session::advance() {
   _last = now;
 }
 
-void writeDump(const Board& board, const Descriptor& file) {
+void writeDump(const Board& board, const kr::Descriptor& file) {
   const std::string text = board.dump();
   if (write(file.get(), text.data(), text.size()) != static_cast<ssize_t>(text.size())) throw failure("--dump");
 }
@@ -222,7 +222,7 @@ int runBoard(const Options& options, Surroundings surroundings) {
   // The namespaces end with this process; it must not outlive tev-sim, even when that is killed.
   check(prctl(PR_SET_PDEATHSIG, SIGKILL), "prctl");
   const std::string folder = programFolder();
-  const Descriptor tool(check(open((folder + "/tev-board-tool").c_str(), O_RDONLY | O_CLOEXEC), "tev-board-tool"));
+  const kr::Descriptor tool(check(open((folder + "/tev-board-tool").c_str(), O_RDONLY | O_CLOEXEC), "tev-board-tool"));
   std::vector<std::string> words = options.command;
   if (words.empty()) words = {folder + "/../shell/tev-cli"};
   const Program program = options.probe ? Program() : findProgram(words[0]);
@@ -232,7 +232,7 @@ int runBoard(const Options& options, Surroundings surroundings) {
   layFolders(options);
   BoardLog log(options.logTimes);
   if (surroundings.log) log.addFile(std::move(surroundings.log));
-  log.addFile(Descriptor(check(open(LOG_INSIDE, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644), LOG_INSIDE)));
+  log.addFile(kr::Descriptor(check(open(LOG_INSIDE, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644), LOG_INSIDE)));
   installTools(tool, options.board.faults.missing);
   Board board(options.board, log);
   // Before the nodes, which are not served while the first sign of life is awaited: an emulator looks into /sys at

@@ -2,7 +2,7 @@
 #ifndef TEV_SIM_BOARDPROCESS_H
 #define TEV_SIM_BOARDPROCESS_H
 
-#include "sim/Descriptor.h"
+#include "platform/Descriptor.h"
 #include "sim/Options.h"
 
 #include <csignal>
@@ -11,9 +11,9 @@ namespace sim {
 
 /// What the board process has from the one that made it.
 struct Surroundings {
-  Descriptor channel;       // to waitForBoard()
-  Descriptor log;           // may be none
-  Descriptor dump;          // may be none
+  kr::Descriptor channel;   // to waitForBoard()
+  kr::Descriptor log;       // may be none
+  kr::Descriptor dump;      // may be none
   sigset_t signalMask = {}; // for the command
   bool closed[3] = {};      // which of the command's standard streams were closed
 };

@@ -37,8 +37,8 @@ Address addressOf(const std::string& name) {
   return out;
 }
 
-Descriptor connectTo(const std::string& name) {
-  Descriptor board(check(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0), "the board's socket"));
+kr::Descriptor connectTo(const std::string& name) {
+  kr::Descriptor board(check(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0), "the board's socket"));
   const Address address = addressOf(name);
   check(connect(board.get(), reinterpret_cast<const sockaddr*>(&address.name), address.size), "no board here");
   return board;
@@ -79,7 +79,7 @@ BoardSocket::BoardSocket(Answer answer)
 
 void BoardSocket::addTo(std::vector<pollfd>& waits) const {
   waits.push_back({_listener.get(), POLLIN, 0});
-  for (const Descriptor& client : _clients)
+  for (const kr::Descriptor& client : _clients)
     waits.push_back({client.get(), POLLIN, 0});
 }
 
@@ -90,14 +90,14 @@ void BoardSocket::serve(const std::vector<pollfd>& ready) {
       acceptClient();
       continue;
     }
-    const auto client =
-        std::find_if(_clients.begin(), _clients.end(), [&](const Descriptor& known) { return known.get() == wait.fd; });
+    const auto client = std::find_if(_clients.begin(), _clients.end(),
+                                     [&](const kr::Descriptor& known) { return known.get() == wait.fd; });
     if (client != _clients.end() && !serveClient(wait.fd)) _clients.erase(client);
   }
 }
 
 void BoardSocket::acceptClient() {
-  Descriptor client(accept4(_listener.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+  kr::Descriptor client(accept4(_listener.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
   ucred peer = {};
   socklen_t size = sizeof peer;
   if (!client) return; // it has gone away again
@@ -138,7 +138,7 @@ std::vector<RunningBoard> findBoards() {
   std::vector<RunningBoard> found;
   for (const std::string& name : names) {
     try {
-      const Descriptor board = connectTo(name);
+      const kr::Descriptor board = connectTo(name);
       ucred peer = {};
       socklen_t size = sizeof peer;
       check(getsockopt(board.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size), name);

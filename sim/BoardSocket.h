@@ -2,7 +2,7 @@
 #ifndef TEV_SIM_BOARDSOCKET_H
 #define TEV_SIM_BOARDSOCKET_H
 
-#include "sim/Descriptor.h"
+#include "platform/Descriptor.h"
 
 #include <functional>
 #include <poll.h>
@@ -34,8 +34,8 @@ private:
   bool serveClient(int fd); // false when the client is done
 
   Answer _answer;
-  Descriptor _listener;
-  std::vector<Descriptor> _clients;
+  kr::Descriptor _listener;
+  std::vector<kr::Descriptor> _clients;
 };
 
 /// Asks the board whose mount namespace the caller is in. Throws std::runtime_error when there is no answer.

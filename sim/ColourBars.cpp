@@ -1,5 +1,5 @@
 #include "sim/ColourBars.h"
-#include "sim/Descriptor.h"
+#include "platform/Descriptor.h"
 
 #include <array>
 #include <cerrno>
@@ -51,7 +51,7 @@ bool compress(Compression& work, JSAMPLE* row, unsigned width, unsigned height) 
 
 int store(const std::string& path, const unsigned char* bytes, size_t size) {
   const std::string fresh = path + ".new";
-  const Descriptor file(open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
+  const kr::Descriptor file(open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
   if (!file) return errno;
   const ssize_t written = write(file.get(), bytes, size);
   int error = written < 0 ? errno : 0;

@@ -4,7 +4,7 @@
 // the board first takes in what was written to others, brings the file up to date, puts a new leased file in its place
 // for whoever comes next, and only then lets the opener have the old one. When that is closed, what it holds is what
 // was written to the node.
-#include "sim/Descriptor.h"
+#include "platform/Descriptor.h"
 #include "sim/Failure.h"
 #include "sim/Layout.h"
 #include "sim/NodeServer.h"
@@ -33,22 +33,22 @@ public:
 
 private:
   struct Given {
-    Descriptor file;
+    kr::Descriptor file;
     size_t node;
     std::string text; // what it held when it was given away
   };
 
-  void waitFor(const Descriptor& source);
+  void waitFor(const kr::Descriptor& source);
   void lay(size_t node);
   void giveAway(size_t node, int wanted);
   void takeClosed();
   void compare(const Given& given);
 
   Board& _board;
-  Descriptor _events;  // readable when one of the next two is
-  Descriptor _opening; // SIGIO: somebody waits for a leased file
-  Descriptor _closed;  // inotify: somebody closed a file that was given away
-  std::vector<Descriptor> _leased;
+  kr::Descriptor _events;  // readable when one of the next two is
+  kr::Descriptor _opening; // SIGIO: somebody waits for a leased file
+  kr::Descriptor _closed;  // inotify: somebody closed a file that was given away
+  std::vector<kr::Descriptor> _leased;
   std::map<int, Given> _given; // by watch
 };
 
@@ -58,7 +58,7 @@ FileNodes::FileNodes(Board& board)
   sigset_t io;
   (void)sigemptyset(&io); // cannot fail, like the next
   (void)sigaddset(&io, SIGIO);
-  _opening = Descriptor(check(signalfd(-1, &io, SFD_NONBLOCK | SFD_CLOEXEC), "signalfd"));
+  _opening = kr::Descriptor(check(signalfd(-1, &io, SFD_NONBLOCK | SFD_CLOEXEC), "signalfd"));
   waitFor(_opening);
   waitFor(_closed);
   mountMemory("/sys", 0755);
@@ -70,7 +70,7 @@ FileNodes::FileNodes(Board& board)
   }
 }
 
-void FileNodes::waitFor(const Descriptor& source) {
+void FileNodes::waitFor(const kr::Descriptor& source) {
   epoll_event event = {};
   event.events = EPOLLIN;
   check(epoll_ctl(_events.get(), EPOLL_CTL_ADD, source.get(), &event), "epoll");
@@ -80,7 +80,7 @@ void FileNodes::waitFor(const Descriptor& source) {
 void FileNodes::lay(size_t index) {
   const Node& node = _board.nodes()[index];
   constexpr char FRESH[] = "/sys/.fresh";
-  Descriptor file(check(open(FRESH, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600), node.path));
+  kr::Descriptor file(check(open(FRESH, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600), node.path));
   check(fchmod(file.get(), node.mode), node.path);
   check(fcntl(file.get(), F_SETLEASE, F_WRLCK), node.path + " (lease)");
   check(rename(FRESH, node.path.c_str()), node.path);

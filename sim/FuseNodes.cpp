@@ -1,6 +1,6 @@
 // The nodes as a file system of our own. The kernel hands over each open, read and write as it was made, so the board
 // sees exact bytes, and a node can refuse what its driver would refuse.
-#include "sim/Descriptor.h"
+#include "platform/Descriptor.h"
 #include "sim/Failure.h"
 #include "sim/NodeServer.h"
 
@@ -56,7 +56,7 @@ FuseNodes::FuseNodes(Board& board) : _board(board) {
   for (size_t i = 0; i < board.nodes().size(); ++i)
     addPath(board.nodes()[i].path, static_cast<int>(i));
 
-  Descriptor device(check(open("/dev/fuse", O_RDWR | O_NONBLOCK | O_CLOEXEC), "/dev/fuse"));
+  kr::Descriptor device(check(open("/dev/fuse", O_RDWR | O_NONBLOCK | O_CLOEXEC), "/dev/fuse"));
   const std::string number = std::to_string(device.get());
   const std::string data = "fd=" + number + ",rootmode=40000,user_id=0,group_id=0,allow_other";
   check(mount("tev-board", "/sys", "fuse", MS_NOSUID | MS_NODEV, data.c_str()), "/sys (fuse)");
@@ -73,7 +73,7 @@ FuseNodes::FuseNodes(Board& board) : _board(board) {
     fuse_session_destroy(_session);
     throw std::runtime_error("/sys (fuse): the library does not take the device");
   }
-  device.release(); // the session closes it
+  (void)device.release(); // the session closes it
 }
 
 FuseNodes::~FuseNodes() {

@@ -1,5 +1,5 @@
 #include "sim/Job.h"
-#include "sim/Descriptor.h"
+#include "platform/Descriptor.h"
 #include "sim/Failure.h"
 
 #include <csignal>
@@ -26,7 +26,7 @@ void stopBy(int number) {
 // A command that manages jobs of its own cannot name our process group, which is not in its namespace, and so cannot
 // give the terminal back to it.
 void takeTerminalBack() {
-  const Descriptor terminal(open("/dev/tty", O_RDWR | O_CLOEXEC));
+  const kr::Descriptor terminal(open("/dev/tty", O_RDWR | O_CLOEXEC));
   if (!terminal) return;
   const pid_t group = tcgetpgrp(terminal.get());
   if (group > 0 && kill(-group, 0) != 0 && errno == ESRCH) (void)tcsetpgrp(terminal.get(), getpgrp());
@@ -37,7 +37,7 @@ void takeTerminalBack() {
 int waitForBoard(pid_t board, int channel) {
   sigset_t all;
   (void)sigfillset(&all);
-  const Descriptor signals(check(signalfd(-1, &all, SFD_CLOEXEC | SFD_NONBLOCK), "signalfd"));
+  const kr::Descriptor signals(check(signalfd(-1, &all, SFD_CLOEXEC | SFD_NONBLOCK), "signalfd"));
   pollfd waits[] = {{signals.get(), POLLIN, 0}, {channel, POLLIN, 0}};
   for (;;) {
     int status = 0;

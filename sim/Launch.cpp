@@ -35,7 +35,7 @@ Program findProgram(const std::string& name) {
       at = end + 1;
     }
   }
-  Program program{name, Descriptor(), ENOENT};
+  Program program{name, {}, ENOENT};
   for (const std::string& path : candidates) {
     struct stat about = {};
     if (stat(path.c_str(), &about) != 0) {
@@ -43,7 +43,7 @@ Program findProgram(const std::string& name) {
     } else if (!S_ISREG(about.st_mode) || access(path.c_str(), X_OK) != 0) {
       program.error = EACCES;
     } else {
-      Descriptor file(open(path.c_str(), O_PATH | O_CLOEXEC));
+      kr::Descriptor file(open(path.c_str(), O_PATH | O_CLOEXEC));
       if (file) return {path, std::move(file), 0};
       program.error = errno;
     }
@@ -93,7 +93,7 @@ void returnToFolder(const std::string& path) {
 }
 
 void leaveStreams() {
-  const Descriptor nothing(open("/dev/null", O_RDWR | O_CLOEXEC));
+  const kr::Descriptor nothing(open("/dev/null", O_RDWR | O_CLOEXEC));
   // Without /dev/null they stay open, which only a command that closes its own could notice.
   if (!nothing) return;
   (void)dup2(nothing.get(), STDIN_FILENO);

@@ -2,7 +2,7 @@
 #ifndef TEV_SIM_LAUNCH_H
 #define TEV_SIM_LAUNCH_H
 
-#include "sim/Descriptor.h"
+#include "platform/Descriptor.h"
 
 #include <string>
 #include <vector>
@@ -11,8 +11,8 @@ namespace sim {
 
 struct Program {
   std::string path;
-  Descriptor file; // stays valid when `path` does not
-  int error = 0;   // why there is no file
+  kr::Descriptor file; // stays valid when `path` does not
+  int error = 0;       // why there is no file
 };
 
 /// Looks `name` up like a shell does: as a path if it has a slash, else in PATH.

@@ -1,5 +1,5 @@
 #include "sim/Layout.h"
-#include "sim/Descriptor.h"
+#include "platform/Descriptor.h"
 #include "sim/Failure.h"
 
 #include <fcntl.h>
@@ -33,7 +33,7 @@ void bindAgain(int covered, const std::string& folder, const std::string& name) 
   if (S_ISDIR(about.st_mode)) {
     check(mkdir(target.c_str(), 0755), target);
   } else {
-    const Descriptor file(check(open(target.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644), target));
+    const kr::Descriptor file(check(open(target.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644), target));
   }
   const std::string source = "/proc/self/fd/" + std::to_string(covered) + "/" + name;
   check(mount(source.c_str(), target.c_str(), nullptr, MS_BIND | MS_REC, nullptr), target);
@@ -52,7 +52,7 @@ std::vector<std::string> namesIn(const std::string& folder) {
 
 void coverFolder(const std::string& folder) {
   if (folder.empty()) throw std::runtime_error("the board's folders would need a new top folder of the machine");
-  const Descriptor covered(check(open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC), folder));
+  const kr::Descriptor covered(check(open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC), folder));
   const std::vector<std::string> names = namesIn(folder);
   struct stat about = {};
   check(fstat(covered.get(), &about), folder);
@@ -72,7 +72,7 @@ void mountMemory(const std::string& path, unsigned mode) {
 void coverTmp(const std::string& program, bool readOnly) {
   const std::string tmp = "/tmp";
   const size_t end = program.rfind(tmp + "/", 0) == 0 ? program.find('/', tmp.size() + 1) : program.npos;
-  const Descriptor covered(check(open(tmp.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC), tmp));
+  const kr::Descriptor covered(check(open(tmp.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC), tmp));
   mountMemory(tmp, 01777);
   if (end != program.npos) bindAgain(covered.get(), tmp, program.substr(tmp.size() + 1, end - tmp.size() - 1));
   if (!readOnly) return;

@@ -1,5 +1,5 @@
 #include "sim/Namespaces.h"
-#include "sim/Descriptor.h"
+#include "platform/Descriptor.h"
 #include "sim/Failure.h"
 
 #include <fcntl.h>
@@ -14,7 +14,7 @@ constexpr char REFUSED[] = "the kernel refuses this user a user namespace (see u
                            "kernel.unprivileged_userns_clone, kernel.apparmor_restrict_unprivileged_userns)";
 
 void writeFile(const char* path, const std::string& text) {
-  const Descriptor file(check(open(path, O_WRONLY | O_CLOEXEC), REFUSED));
+  const kr::Descriptor file(check(open(path, O_WRONLY | O_CLOEXEC), REFUSED));
   check(write(file.get(), text.data(), text.size()), REFUSED);
 }
 

@@ -1,9 +1,9 @@
 #include "sim/Service.h"
 #include "messaging/MsgOf.h"
 #include "messaging/ReplyPipe.h"
+#include "platform/Descriptor.h"
 #include "sim/Appliance.h"
 #include "sim/BoardSocket.h"
-#include "sim/Descriptor.h"
 
 #include <algorithm>
 #include <csignal>
@@ -59,7 +59,7 @@ private:
     (void)written;
   }
 
-  Descriptor _pipe;
+  kr::Descriptor _pipe;
   std::string _bytes;
 };
 

@@ -23,7 +23,7 @@ struct QueueText {
 void makeQueue(const ServiceTask& task) {
   constexpr char NEXT[] = "/proc/sys/kernel/msg_next_id";
   const std::string number = std::to_string(task.queueId);
-  const Descriptor next(check(open(NEXT, O_WRONLY | O_CLOEXEC), NEXT));
+  const kr::Descriptor next(check(open(NEXT, O_WRONLY | O_CLOEXEC), NEXT));
   check(write(next.get(), number.data(), number.size()), NEXT);
   const int id = check(msgget(task.queueKey, IPC_CREAT | IPC_EXCL | 0660), task.name);
   if (id != task.queueId) throw std::runtime_error(task.name + std::string(": the queue has another id"));
@@ -47,7 +47,7 @@ std::string errorFile(const ServiceTask& task) { return std::string("/var/log/")
 
 std::string lastWords(const ServiceTask& task) {
   std::string text(4000, '\0');
-  const Descriptor errors(open(errorFile(task).c_str(), O_RDONLY | O_CLOEXEC));
+  const kr::Descriptor errors(open(errorFile(task).c_str(), O_RDONLY | O_CLOEXEC));
   text.resize(static_cast<size_t>(std::max(ssize_t{0}, read(errors.get(), text.data(), text.size()))));
   return text;
 }
@@ -77,10 +77,10 @@ ServiceProcesses::ServiceProcesses(Program program, const std::map<std::string, 
 void ServiceProcesses::startFirst(Process& process) {
   int ends[2] = {-1, -1};
   check(pipe2(ends, O_CLOEXEC), "pipe");
-  const Descriptor life(ends[0]);
-  Descriptor ready(ends[1]);
+  const kr::Descriptor life(ends[0]);
+  kr::Descriptor ready(ends[1]);
   start(process, ready.get());
-  ready = Descriptor();
+  (void)ready.close(); // nothing was written here: now the task alone can write
   char sign = 0;
   if (read(life.get(), &sign, 1) == 1) return;
   throw std::runtime_error(process.task->name + std::string(" does not start: ") + lastWords(*process.task));
@@ -91,8 +91,8 @@ void ServiceProcesses::start(Process& process, int ready) {
   process.pid = check(fork(), "fork");
   if (process.pid != 0) return;
   (void)setsid(); // cannot fail in a new process; keeps the terminal's signals away
-  const Descriptor nothing(open("/dev/null", O_RDONLY | O_CLOEXEC));
-  const Descriptor file(open(errorFile(*process.task).c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644));
+  const kr::Descriptor nothing(open("/dev/null", O_RDONLY | O_CLOEXEC));
+  const kr::Descriptor file(open(errorFile(*process.task).c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644));
   if (dup2(nothing.get(), 0) < 0 || dup2(ready, 1) < 0 || dup2(file.get(), 2) < 0) _exit(126);
   sigset_t term;
   (void)sigemptyset(&term); // cannot fail, like the next two

@@ -12,7 +12,7 @@ namespace sim {
 namespace {
 
 std::string readEeprom(size_t offset, size_t size) {
-  const Descriptor node(check(open(EEPROM_NODE, O_RDONLY | O_CLOEXEC), EEPROM_NODE));
+  const kr::Descriptor node(check(open(EEPROM_NODE, O_RDONLY | O_CLOEXEC), EEPROM_NODE));
   std::string bytes(size, '\0');
   bytes.resize(
       static_cast<size_t>(check(pread(node.get(), bytes.data(), size, static_cast<off_t>(offset)), EEPROM_NODE)));
@@ -21,7 +21,7 @@ std::string readEeprom(size_t offset, size_t size) {
 }
 
 void writeEeprom(size_t offset, const std::string& bytes) {
-  const Descriptor node(check(open(EEPROM_NODE, O_RDWR | O_CLOEXEC), EEPROM_NODE));
+  const kr::Descriptor node(check(open(EEPROM_NODE, O_RDWR | O_CLOEXEC), EEPROM_NODE));
   const ssize_t written =
       check(pwrite(node.get(), bytes.data(), bytes.size(), static_cast<off_t>(offset)), EEPROM_NODE);
   if (static_cast<size_t>(written) != bytes.size()) throw std::runtime_error(std::string(EEPROM_NODE) + ": full");

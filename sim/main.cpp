@@ -24,9 +24,9 @@ void holdStreams(bool (&closed)[3]) {
   }
 }
 
-Descriptor openOutside(const std::string& path, int flags) {
-  if (path.empty()) return Descriptor();
-  return Descriptor(check(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | flags, 0644), path));
+kr::Descriptor openOutside(const std::string& path, int flags) {
+  if (path.empty()) return {};
+  return kr::Descriptor(check(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | flags, 0644), path));
 }
 
 int launch(const Options& options) {
@@ -39,12 +39,12 @@ int launch(const Options& options) {
   (void)pthread_sigmask(SIG_BLOCK, &all, &inside.signalMask); // fails only for an unknown first argument
   int ends[2] = {-1, -1};
   check(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends), "socketpair");
-  Descriptor channel(ends[0]);
-  inside.channel = Descriptor(ends[1]);
+  kr::Descriptor channel(ends[0]);
+  inside.channel = kr::Descriptor(ends[1]);
   enterNamespaces();
   const pid_t board = check(fork(), "fork");
   if (board == 0) {
-    channel = Descriptor();
+    (void)channel.close(); // the end of the other process
     return runBoard(options, std::move(inside));
   }
   inside = Surroundings();

@@ -83,7 +83,7 @@ void Trace::take(const std::string& line, News& news) {
 
 void forgetLog(const std::string& path) {
   constexpr off_t kept = 1 << 20;
-  const sim::Descriptor file(open(path.c_str(), O_WRONLY | O_CLOEXEC));
+  const kr::Descriptor file(open(path.c_str(), O_WRONLY | O_CLOEXEC));
   struct stat about = {};
   if (!file || fstat(file.get(), &about) != 0 || about.st_size <= 2 * kept) return;
   // A file system that cannot do it keeps the bytes.

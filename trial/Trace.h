@@ -2,7 +2,7 @@
 #ifndef TEV_TRIAL_TRACE_H
 #define TEV_TRIAL_TRACE_H
 
-#include "sim/Descriptor.h"
+#include "platform/Descriptor.h"
 
 #include <string>
 #include <vector>
@@ -43,7 +43,7 @@ public:
 private:
   void take(const std::string& line, News& news);
 
-  sim::Descriptor _file;
+  kr::Descriptor _file;
   off_t _at = 0;
   std::string _rest;  // a line's beginning
   std::string _reply; // the class of the reply that is being shown

@@ -211,7 +211,7 @@ bool Soak::isQuiet() const {
 }
 
 size_t Soak::unread() const {
-  const sim::Descriptor pipe(sim::check(open(_pipe.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC), _pipe));
+  const kr::Descriptor pipe(sim::check(open(_pipe.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC), _pipe));
   int count = 0;
   sim::check(ioctl(pipe.get(), FIONREAD, &count), _pipe);
   return static_cast<size_t>(count);
@@ -250,7 +250,7 @@ void Soak::awaitUndecoded(unsigned count, Trace::News& news) {
 bool Soak::leaveBytes() {
   const bool many = _lines.below(50) == 0;
   const std::string bytes = _lines.word(many ? 5 * drainedAtOnce : 1 + _lines.below(drainedAtOnce));
-  const sim::Descriptor pipe(sim::check(open(_pipe.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC), _pipe));
+  const kr::Descriptor pipe(sim::check(open(_pipe.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC), _pipe));
   if (write(pipe.get(), bytes.data(), bytes.size()) < 0) throw sim::failure(_pipe);
   if (unread() > drainedAtOnce) _lines.setInDoubt(true);
   return !_lines.isInDoubt();

@@ -18,7 +18,7 @@ const std::string ALERT = "/sys/class/gpio/gpio27/value";
 
 struct BoardTest : testing::Test {
   BoardTest() {
-    Descriptor file(memfd_create("log", MFD_CLOEXEC));
+    kr::Descriptor file(memfd_create("log", MFD_CLOEXEC));
     _lines = Growing("/proc/self/fd/" + std::to_string(file.get()));
     _log.addFile(std::move(file));
     _setup.frozen = true;
