@@ -8,18 +8,38 @@ namespace sim {
 
 namespace {
 
-constexpr const char* FORMATS[] = {"", "svideo", "composite", "component", "vga", "svga", "xga", "wxga", "dvi", "hdmi"};
-constexpr const char* AUDIO_SOURCES[] = {"", "digital", "analog"};
-constexpr const char* STREAMS[] = {"off", "audio", "video", "both"};
-constexpr unsigned SLOTS = 16;
-constexpr unsigned FULL_SCALE = 8;
-constexpr unsigned ALL_COMPONENTS = 255;
+// A value of a payload word, and its name on the board.
+struct Named {
+  unsigned value;
+  const char* name;
+};
+constexpr Named formats[] = {
+    {protocol::videoMode::svideo, "svideo"},       {protocol::videoMode::composite, "composite"},
+    {protocol::videoMode::component, "component"}, {protocol::videoMode::vga, "vga"},
+    {protocol::videoMode::svga, "svga"},           {protocol::videoMode::xga, "xga"},
+    {protocol::videoMode::wxga, "wxga"},           {protocol::videoMode::dvi, "dvi"},
+    {protocol::videoMode::hdmi, "hdmi"},
+};
+constexpr Named audioSources[] = {
+    {protocol::audioSource::digital, "digital"},
+    {protocol::audioSource::analog, "analog"},
+};
+constexpr unsigned noStream = 0;
+constexpr Named streams[] = {
+    {noStream, "off"},
+    {protocol::streamType::audio, "audio"},
+    {protocol::streamType::video, "video"},
+    {protocol::streamType::both, "both"},
+};
 
-// Whether `number` is that of a name other than the first.
+// The name of `value`; null if it has none.
 template <size_t N>
-bool isNamed(unsigned number, const char* const (&)[N]) {
-  return number >= 1 && number < N;
+const char* nameOf(unsigned value, const Named (&all)[N]) {
+  const auto* const found = std::find_if(all, all + N, [&](const Named& named) { return named.value == value; });
+  return found != all + N ? found->name : nullptr;
 }
+
+bool isWithin(unsigned value, unsigned first, unsigned last) { return value >= first && value <= last; }
 
 unsigned valueOf(const Fields& fields, const char* name) {
   const auto field = std::find_if(fields.begin(), fields.end(), [&](const Field& f) { return f.name == name; });
@@ -36,13 +56,14 @@ std::string textOf(const Fields& fields) {
 }
 
 std::string Resolution::text() const {
-  return std::to_string(horizontal) + "x" + std::to_string(vertical) + (qualifier == 1 ? "p@" : "i@") +
-         std::to_string(hertz);
+  return std::to_string(horizontal) + "x" + std::to_string(vertical) +
+         (qualifier == protocol::qualifier::progressive ? "p@" : "i@") + std::to_string(hertz);
 }
 
 bool Resolution::isPossible() const {
-  const bool picture = horizontal >= 1 && horizontal <= 1920 && vertical >= 1 && vertical <= 1200;
-  return picture && (qualifier == 1 || qualifier == 2) && hertz >= 1 && hertz <= 60;
+  using namespace protocol::qualifier;
+  return isWithin(horizontal, 1, 1920) && isWithin(vertical, 1, 1200) &&
+         (qualifier == progressive || qualifier == interlaced) && isWithin(hertz, 1, 60);
 }
 
 unsigned Resolution::standard() const {
@@ -51,33 +72,33 @@ unsigned Resolution::standard() const {
 }
 
 struct Appliance::Request {
+  uint16_t id;
   const char* task;
-  const char* name;
   Status (Appliance::*serve)(const Fields&);
 };
 
 const std::vector<Appliance::Request>& Appliance::requests() {
   static const std::vector<Request> all = {
-      {"tVideoPhalTask", "SetVideoModeReqMsg", &Appliance::setVideoMode},
-      {"tVideoPhalTask", "GetVideoResolutionReqMsg", &Appliance::getVideoResolution},
-      {"tVideoPhalTask", "SetVideoResolutionReqMsg", &Appliance::setVideoResolution},
-      {"tVideoPhalTask", "TakeSnapshotReqMsg", &Appliance::takeSnapshot},
-      {"tVideoPhalTask", "SetAudioSourceReqMsg", &Appliance::setAudioSource},
-      {"tStreamAppTask", "StreamControlReqMsg", &Appliance::controlStream},
-      {"tAdminAppTask", "AdminControlReqMsg", &Appliance::controlAdmin},
-      {"tAdminAppTask", "SetLoggingModeReqMsg", &Appliance::setLogging},
+      {protocol::setVideoModeReq, protocol::videoTask, &Appliance::setVideoMode},
+      {protocol::getVideoResolutionReq, protocol::videoTask, &Appliance::getVideoResolution},
+      {protocol::setVideoResolutionReq, protocol::videoTask, &Appliance::setVideoResolution},
+      {protocol::takeSnapshotReq, protocol::videoTask, &Appliance::takeSnapshot},
+      {protocol::setAudioSourceReq, protocol::videoTask, &Appliance::setAudioSource},
+      {protocol::streamControlReq, protocol::streamTask, &Appliance::controlStream},
+      {protocol::adminControlReq, protocol::adminTask, &Appliance::controlAdmin},
+      {protocol::setLoggingModeReq, protocol::adminTask, &Appliance::setLogging},
   };
   return all;
 }
 
-Fields Appliance::serve(const std::string& task, const std::string& name, const Fields& fields) {
+Fields Appliance::serve(const std::string& task, uint16_t id, const Fields& fields) {
   const auto& known = requests();
-  const auto request = std::find_if(known.begin(), known.end(), [&](const Request& r) { return name == r.name; });
+  const auto request = std::find_if(known.begin(), known.end(), [&](const Request& r) { return id == r.id; });
   if (request == known.end()) return {}; // a reply that nobody has asked for
   const Status status = task == request->task ? (this->*request->serve)(fields) : Status::NOT_MINE;
-  if (name == "SetLoggingModeReqMsg") return {};
+  if (id == protocol::setLoggingModeReq) return {};
   Fields reply = {{"status", static_cast<unsigned>(status)}};
-  if (name == "GetVideoResolutionReqMsg") {
+  if (id == protocol::getVideoResolutionReq) {
     const Resolution shown = status == Status::DONE ? _settings.resolution : Resolution{0, 0, 0, 0};
     reply.insert(reply.end(), {{"horizontal", shown.horizontal},
                                {"vertical", shown.vertical},
@@ -99,16 +120,16 @@ void Appliance::change(const Settings& settings) {
 
 void Appliance::restoreDefaults() { change(Settings()); }
 
-const char* Appliance::streamText() const { return STREAMS[_stream]; }
-const char* Appliance::format() const { return FORMATS[_settings.format]; }
-const char* Appliance::audioSource() const { return AUDIO_SOURCES[_settings.audioSource]; }
+const char* Appliance::streamText() const { return nameOf(_stream, streams); }
+const char* Appliance::format() const { return nameOf(_settings.format, formats); }
+const char* Appliance::audioSource() const { return nameOf(_settings.audioSource, audioSources); }
 
-// ---- tVideoPhalTask
+// ---- The video task
 
 Status Appliance::setVideoMode(const Fields& fields) {
   Settings settings = _settings;
   settings.format = valueOf(fields, "mode");
-  if (!isNamed(settings.format, FORMATS)) return Status::REFUSED;
+  if (nameOf(settings.format, formats) == nullptr) return Status::REFUSED;
   change(settings);
   return Status::DONE;
 }
@@ -125,11 +146,12 @@ Status Appliance::setVideoResolution(const Fields& fields) {
 }
 
 Status Appliance::takeSnapshot(const Fields& fields) {
+  using namespace protocol::snapshot;
   const unsigned slot = valueOf(fields, "slot");
   const unsigned scale = valueOf(fields, "scale");
-  if (slot < 1 || slot > SLOTS || scale < 1 || scale > FULL_SCALE) return Status::REFUSED;
-  const unsigned width = std::max(1U, _settings.resolution.horizontal * scale / FULL_SCALE);
-  const unsigned height = std::max(1U, _settings.resolution.vertical * scale / FULL_SCALE);
+  if (!isWithin(slot, firstSlot, lastSlot) || !isWithin(scale, smallestScale, fullScale)) return Status::REFUSED;
+  const unsigned width = std::max(1U, _settings.resolution.horizontal * scale / fullScale);
+  const unsigned height = std::max(1U, _settings.resolution.vertical * scale / fullScale);
   const std::string path = _folder + (slot < 10 ? "/slot0" : "/slot") + std::to_string(slot) + ".jpg";
   if (const int error = storeColourBars(path, width, height); error != 0) {
     _log.add("snapshot slot " + std::to_string(slot) + " -> " + strerrorname_np(error));
@@ -146,32 +168,35 @@ Status Appliance::takeSnapshot(const Fields& fields) {
 Status Appliance::setAudioSource(const Fields& fields) {
   Settings settings = _settings;
   settings.audioSource = valueOf(fields, "audiosrc");
-  if (!isNamed(settings.audioSource, AUDIO_SOURCES)) return Status::REFUSED;
+  if (nameOf(settings.audioSource, audioSources) == nullptr) return Status::REFUSED;
   change(settings);
   return Status::DONE;
 }
 
-// ---- tStreamAppTask
+// ---- The stream task
 
 Status Appliance::controlStream(const Fields& fields) {
+  using namespace protocol::streamControl;
   const unsigned control = valueOf(fields, "control");
   const unsigned type = valueOf(fields, "type");
-  if ((control != 1 && control != 2) || !isNamed(type, STREAMS)) return Status::REFUSED;
-  _stream = control == 1 ? _stream | type : _stream & ~type;
+  if ((control != start && control != stop) || type == noStream || nameOf(type, streams) == nullptr) {
+    return Status::REFUSED;
+  }
+  _stream = control == start ? _stream | type : _stream & ~type;
   return Status::DONE;
 }
 
-// ---- tAdminAppTask
+// ---- The administration task
 
 Status Appliance::controlAdmin(const Fields& fields) {
   switch (valueOf(fields, "control")) {
-  case 1:
+  case protocol::adminControl::reboot:
     _restart = Restart::PLAIN;
     return Status::DONE;
-  case 4:
+  case protocol::adminControl::factoryConfig:
     _restart = Restart::CONFIGURATION;
     return Status::DONE;
-  case 5:
+  case protocol::adminControl::factoryFirmware:
     _restart = Restart::FIRMWARE;
     return Status::DONE;
   default:
@@ -180,9 +205,11 @@ Status Appliance::controlAdmin(const Fields& fields) {
 }
 
 Status Appliance::setLogging(const Fields& fields) {
+  using namespace protocol::logging;
+  const unsigned mode = valueOf(fields, "onoff");
+  if ((mode != off && mode != on) || valueOf(fields, "component") != allComponents) return Status::REFUSED;
   Settings settings = _settings;
-  settings.logging = valueOf(fields, "onoff") != 0;
-  if (valueOf(fields, "onoff") > 1 || valueOf(fields, "component") != ALL_COMPONENTS) return Status::REFUSED;
+  settings.logging = mode == on;
   change(settings);
   return Status::DONE;
 }

@@ -3,6 +3,7 @@
 #ifndef TEV_SIM_APPLIANCE_H
 #define TEV_SIM_APPLIANCE_H
 
+#include "messaging/Protocol.h"
 #include "sim/BoardLog.h"
 
 #include <array>
@@ -16,8 +17,9 @@ struct ServiceTask {
   int queueId; // the number that its users know
   int queueKey;
 };
-constexpr std::array<ServiceTask, 3> SERVICE_TASKS = {
-    {{"tVideoPhalTask", 98307, 153001}, {"tStreamAppTask", 229383, 153002}, {"tAdminAppTask", 0, 153003}}};
+constexpr std::array<ServiceTask, 3> SERVICE_TASKS = {{{protocol::videoTask, protocol::videoQueueId, 153001},
+                                                       {protocol::streamTask, protocol::streamQueueId, 153002},
+                                                       {protocol::adminTask, protocol::adminQueueId, 153003}}};
 
 /// The exit status of a task that a ServiceFault::DIES has ended.
 constexpr int DIED_AS_TOLD = 42;
@@ -43,7 +45,7 @@ enum class Status { DONE = 0, REFUSED = 1, NOT_MINE = 2, FAILED = 3 };
 struct Resolution {
   unsigned horizontal = 1280;
   unsigned vertical = 720;
-  unsigned qualifier = 1; // 1 progressive, 2 interlaced
+  unsigned qualifier = protocol::qualifier::progressive;
   unsigned hertz = 30;
 
   std::string text() const;
@@ -65,9 +67,9 @@ public:
   /// Tells what changes in `log`, which must outlive the appliance, and keeps snapshots in `folder`.
   Appliance(BoardLog& log, std::string folder) : _log(log), _folder(std::move(folder)) {}
 
-  /// Acts on a message that reached a service task; `name` is that of its class. Returns the fields of the reply, none
-  /// where nothing answers.
-  Fields serve(const std::string& task, const std::string& name, const Fields& fields);
+  /// Acts on a message that reached a service task; `id` is its protocol::MessageId. Returns the fields of the reply,
+  /// none where nothing answers.
+  Fields serve(const std::string& task, uint16_t id, const Fields& fields);
 
   /// The restart that the last request asked for. It is to happen once the reply is out.
   Restart takeRestart() { return std::exchange(_restart, Restart::NONE); }
@@ -75,7 +77,7 @@ public:
   /// Puts the settings back to what they were when the board was made.
   void restoreDefaults();
 
-  /// The stream: bit 0 audio, bit 1 video.
+  /// The bits of protocol::streamType.
   unsigned stream() const { return _stream; }
   void stopStream() { _stream = 0; }
   const char* streamText() const;
@@ -89,9 +91,9 @@ public:
 
 private:
   struct Settings {
-    unsigned format = 9;
+    unsigned format = protocol::videoMode::hdmi;
     Resolution resolution;
-    unsigned audioSource = 1;
+    unsigned audioSource = protocol::audioSource::digital;
     bool logging = true;
   };
   struct Request;

@@ -250,7 +250,7 @@ Reply Board::receive(const Message& message) {
   const std::string fields = textOf(message.fields);
   _log.add("message " + message.task + " " + message.name + " from " + message.source +
            (message.flags.empty() ? "" : " " + message.flags) + fields);
-  Reply reply{_appliance.serve(message.task, message.name, message.fields), {}, _appliance.logging()};
+  Reply reply{_appliance.serve(message.task, message.id, message.fields), {}, _appliance.logging()};
   refresh();
   Traffic& traffic = _traffic[message.task];
   ++traffic.messages;

@@ -42,7 +42,8 @@ struct Node {
 /// A message that has reached a service task.
 struct Message {
   std::string task;
-  std::string name;   // of its class
+  uint16_t id;        // protocol::MessageId
+  std::string name;   // of its class, for the log
   std::string source; // the task it comes from, or that one's number
   std::string flags;  // "sync remote", or less
   Fields fields;

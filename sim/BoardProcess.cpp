@@ -7,7 +7,7 @@
 #include "sim/ServiceProcesses.h"
 
 #include <chrono>
-#include <climits>
+#include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
@@ -85,21 +85,29 @@ std::unique_ptr<NodeServer> makeNodes(const Options& options, Board& board, Boar
 }
 
 // The console is known by its pipe; other senders have no more than a number.
-std::string sourceName(const std::string& number) {
+std::string sourceName(unsigned taskId) {
+  char pipe[32];
+  (void)snprintf(pipe, sizeof pipe, protocol::replyPipeFormat, protocol::consoleTask,
+                 static_cast<int>(taskId)); // 28 at most
   struct stat about = {};
-  const bool console = stat(("/tmp/tCliAppTask." + number).c_str(), &about) == 0 && S_ISFIFO(about.st_mode);
-  return console ? "tCliAppTask" : number;
+  const bool console = stat(pipe, &about) == 0 && S_ISFIFO(about.st_mode);
+  return console ? protocol::consoleTask : std::to_string(taskId);
 }
 
-// From a service task: {"message", task, class, source, flags, field=value ...}. The answer: whether to log, what to do
-// wrong, the values of the reply.
+unsigned numberIn(const std::string& text) {
+  return static_cast<unsigned>(strtoul(text.c_str(), nullptr, 10)); // written by our own tasks
+}
+
+// From a service task: {"message", task, message id, class, source, flags, field=value ...}. The answer: whether to
+// log, what to do wrong, the values of the reply.
 Words receive(Board& board, const Words& question) {
-  Message message{question[1], question[2], sourceName(question[3]), question[4], {}};
-  for (size_t i = 5; i < question.size(); ++i) {
+  Message message{question[1], static_cast<uint16_t>(numberIn(question[2])),
+                  question[3], sourceName(numberIn(question[4])),
+                  question[5], {}};
+  for (size_t i = 6; i < question.size(); ++i) {
     const size_t equals = question[i].find('=');
     if (equals == std::string::npos) return {"unknown question"};
-    const unsigned long value = strtoul(question[i].c_str() + equals + 1, nullptr, 10); // written by our own tasks
-    message.fields.push_back({question[i].substr(0, equals), static_cast<unsigned>(value)});
+    message.fields.push_back({question[i].substr(0, equals), numberIn(question[i].substr(equals + 1))});
   }
   const Reply reply = board.receive(message);
   Words answer = {reply.logging ? "on" : "off", reply.fault.text()};
@@ -112,7 +120,7 @@ Words answer(Board& board, const Words& question) {
   if (question[0] == "tool" && question.size() >= 2) {
     return {board.runTool(question[1], {question.begin() + 2, question.end()})};
   }
-  if (question[0] == "message" && question.size() >= 5) return receive(board, question);
+  if (question[0] == "message" && question.size() >= 6) return receive(board, question);
   if (question[0] == "status") return {"status", board.status()};
   return {"unknown question"};
 }

@@ -85,7 +85,8 @@ Service::Service(const char* name) : CommObj(name), _name(name) {
 Service::Order Service::report(const MsgObj& message, const MsgLayout& layout) const {
   std::string flags = message.IsSyncMsg() ? "sync" : "";
   if (message.IsRemoteMsg()) flags += flags.empty() ? "remote" : " remote";
-  Words question = {"message", _name, layout.name, std::to_string(message.GetSrcTid()), flags};
+  Words question = {"message", _name, std::to_string(layout.id), layout.name, std::to_string(message.GetSrcTid()),
+                    flags};
   const auto* image = static_cast<const MsgImage*>(message.image());
   for (size_t i = 0; i < layout.fieldCount(); ++i)
     question.push_back(std::string(layout.fields[i].name) + "=" + std::to_string(image->words[i]));

@@ -16,6 +16,20 @@ const std::string CHIP = "/sys/bus/i2c/devices/1-004c/";
 const std::string SMI = "/sys/module/ksz8864/drivers/smi";
 const std::string ALERT = "/sys/class/gpio/gpio27/value";
 
+Message request(const std::string& task, const std::string& name, const std::string& flags, const Fields& fields) {
+  static const std::map<std::string, uint16_t> ids = {
+      {"SetVideoMode", protocol::setVideoModeReq},
+      {"GetVideoResolution", protocol::getVideoResolutionReq},
+      {"SetVideoResolution", protocol::setVideoResolutionReq},
+      {"TakeSnapshot", protocol::takeSnapshotReq},
+      {"SetAudioSource", protocol::setAudioSourceReq},
+      {"StreamControl", protocol::streamControlReq},
+      {"AdminControl", protocol::adminControlReq},
+      {"SetLoggingMode", protocol::setLoggingModeReq},
+  };
+  return {task, ids.at(name), name + "ReqMsg", "7", flags, fields};
+}
+
 struct BoardTest : testing::Test {
   BoardTest() {
     kr::Descriptor file(memfd_create("log", MFD_CLOEXEC));
@@ -223,7 +237,7 @@ TEST_F(BoardTest, MessagesActOnTheApplianceAndAreAnswered) {
   write(SMI, "write 0x05 0x80");
   (void)log();
   for (const auto& c : cases) {
-    const Reply reply = board().receive({c.task, c.name + "ReqMsg", "7", "sync remote", c.fields});
+    const Reply reply = board().receive(request(c.task, c.name, "sync remote", c.fields));
     EXPECT_EQ(textOf(reply.fields), c.reply);
     const size_t bar = std::min(c.effects.find('|'), c.effects.size());
     EXPECT_EQ(log(), "message " + c.task + " " + c.name + "ReqMsg from 7 sync remote" + textOf(c.fields) + "\n" +
@@ -241,12 +255,14 @@ TEST_F(BoardTest, MessagesActOnTheApplianceAndAreAnswered) {
   }
   EXPECT_EQ(text("/sys/class/gpio/gpio26/value"), "0\n");
   EXPECT_EQ(text(CHIP + "setpoint"), "49\n");
-  EXPECT_TRUE(board().receive({video, "SetVideoModeRespMsg", "7", "", {{"status", 0}}}).fields.empty());
+  EXPECT_TRUE(board()
+                  .receive({video, protocol::setVideoModeResp, "SetVideoModeRespMsg", "7", "", {{"status", 0}}})
+                  .fields.empty());
   EXPECT_EQ(log(), "message tVideoPhalTask SetVideoModeRespMsg from 7 status=0\n");
 
   _setup.snapshotFolder = "/nowhere";
   Board without(_setup, _log);
-  EXPECT_EQ(textOf(without.receive({video, "TakeSnapshotReqMsg", "7", "", snap(1, 1)}).fields), " status=3");
+  EXPECT_EQ(textOf(without.receive(request(video, "TakeSnapshot", "", snap(1, 1))).fields), " status=3");
   EXPECT_EQ(log(), "message tVideoPhalTask TakeSnapshotReqMsg from 7 slot=1 scale=1\nsnapshot slot 1 -> ENOENT\n"
                    "reply tVideoPhalTask TakeSnapshotRespMsg status=3\n");
 }
@@ -254,14 +270,14 @@ TEST_F(BoardTest, MessagesActOnTheApplianceAndAreAnswered) {
 TEST_F(BoardTest, RepliesFailAsAsked) {
   _setup.faults.services = {{"tStreamAppTask", {ServiceFault::LATE, 500}}};
   _setup.faults.dice = FaultDice(1, 100);
-  const Message stream{"tStreamAppTask", "StreamControlReqMsg", "7", "", {{"control", 2}, {"type", 3}}};
+  const Message stream = request("tStreamAppTask", "StreamControl", "", {{"control", 2}, {"type", 3}});
   EXPECT_EQ(board().receive(stream).fault.text(), "late:500");
   EXPECT_NE(log().find("reply tStreamAppTask StreamControlRespMsg status=0 -> late:500\n"), std::string::npos);
-  const Message video{"tVideoPhalTask", "GetVideoResolutionReqMsg", "7", "", {}};
+  const Message video = request("tVideoPhalTask", "GetVideoResolution", "", {});
   FaultDice same(1, 100);
   for (int i = 0; i < 20; ++i)
     EXPECT_EQ(board().receive(video).fault.text(), same.roll().text());
-  const Message unanswered{"tAdminAppTask", "SetLoggingModeReqMsg", "7", "", {}};
+  const Message unanswered = request("tAdminAppTask", "SetLoggingMode", "", {});
   EXPECT_EQ(board().receive(unanswered).fault.kind, ServiceFault::NONE);
 }
 
@@ -270,13 +286,13 @@ TEST_F(BoardTest, StatusIsATable) {
   _setup.faults.services = {{"tAdminAppTask", {ServiceFault::ABSENT, 0}}};
   _setup.faults.dice = FaultDice(1, 1);
   _setup.faults.firstTexts = {{SMI, std::string(200, 'x')}};
-  board().receive({"tStreamAppTask", "StreamControlReqMsg", "7", "sync", {{"control", 1}, {"type", 3}}});
-  board().receive({"tVideoPhalTask", "TakeSnapshotReqMsg", "7", "sync", {{"slot", 3}, {"scale", 4}}});
+  board().receive(request("tStreamAppTask", "StreamControl", "sync", {{"control", 1}, {"type", 3}}));
+  board().receive(request("tVideoPhalTask", "TakeSnapshot", "sync", {{"slot", 3}, {"scale", 4}}));
   for (unsigned slot = 4; slot <= 7; ++slot)
-    board().receive({"tVideoPhalTask", "TakeSnapshotReqMsg", "7", "sync", {{"slot", slot}, {"scale", 8}}});
-  board().receive({"tVideoPhalTask", "TakeSnapshotReqMsg", "7", "sync", {{"slot", 4}, {"scale", 1}}});
+    board().receive(request("tVideoPhalTask", "TakeSnapshot", "sync", {{"slot", slot}, {"scale", 8}}));
+  board().receive(request("tVideoPhalTask", "TakeSnapshot", "sync", {{"slot", 4}, {"scale", 1}}));
   for (unsigned mode = 1; mode <= 10; ++mode)
-    board().receive({"tVideoPhalTask", "SetVideoModeReqMsg", "7", "sync", {{"mode", mode}}});
+    board().receive(request("tVideoPhalTask", "SetVideoMode", "sync", {{"mode", mode}}));
   std::string status = board().status();
   for (size_t at = 0; (at = status.find(':', at)) != status.npos; ++at) // times of day
     if (at >= 2 && status[at + 3] == ':') status.replace(at - 2, 8, "HH:MM:SS");
