@@ -95,11 +95,11 @@ Fields Appliance::serve(const std::string& task, uint16_t id, const Fields& fiel
   const auto& known = requests();
   const auto request = std::find_if(known.begin(), known.end(), [&](const Request& r) { return id == r.id; });
   if (request == known.end()) return {}; // a reply that nobody has asked for
-  const Status status = task == request->task ? (this->*request->serve)(fields) : Status::NOT_MINE;
+  const Status status = task == request->task ? (this->*request->serve)(fields) : Status::notMine;
   if (id == protocol::setLoggingModeReq) return {};
   Fields reply = {{"status", static_cast<unsigned>(status)}};
   if (id == protocol::getVideoResolutionReq) {
-    const Resolution shown = status == Status::DONE ? _settings.resolution : Resolution{0, 0, 0, 0};
+    const Resolution shown = status == Status::done ? _settings.resolution : Resolution{0, 0, 0, 0};
     reply.insert(reply.end(), {{"horizontal", shown.horizontal},
                                {"vertical", shown.vertical},
                                {"qualifier", shown.qualifier},
@@ -129,48 +129,48 @@ const char* Appliance::audioSource() const { return nameOf(_settings.audioSource
 Status Appliance::setVideoMode(const Fields& fields) {
   Settings settings = _settings;
   settings.format = valueOf(fields, "mode");
-  if (nameOf(settings.format, formats) == nullptr) return Status::REFUSED;
+  if (nameOf(settings.format, formats) == nullptr) return Status::refused;
   change(settings);
-  return Status::DONE;
+  return Status::done;
 }
 
-Status Appliance::getVideoResolution(const Fields&) { return Status::DONE; }
+Status Appliance::getVideoResolution(const Fields&) { return Status::done; }
 
 Status Appliance::setVideoResolution(const Fields& fields) {
   Settings settings = _settings;
   settings.resolution = {valueOf(fields, "horizontal"), valueOf(fields, "vertical"), valueOf(fields, "qualifier"),
                          valueOf(fields, "hertz")};
-  if (!settings.resolution.isPossible()) return Status::REFUSED;
+  if (!settings.resolution.isPossible()) return Status::refused;
   change(settings);
-  return Status::DONE;
+  return Status::done;
 }
 
 Status Appliance::takeSnapshot(const Fields& fields) {
   using namespace protocol::snapshot;
   const unsigned slot = valueOf(fields, "slot");
   const unsigned scale = valueOf(fields, "scale");
-  if (!isWithin(slot, firstSlot, lastSlot) || !isWithin(scale, smallestScale, fullScale)) return Status::REFUSED;
+  if (!isWithin(slot, firstSlot, lastSlot) || !isWithin(scale, smallestScale, fullScale)) return Status::refused;
   const unsigned width = std::max(1U, _settings.resolution.horizontal * scale / fullScale);
   const unsigned height = std::max(1U, _settings.resolution.vertical * scale / fullScale);
   const std::string path = _folder + (slot < 10 ? "/slot0" : "/slot") + std::to_string(slot) + ".jpg";
   if (const int error = storeColourBars(path, width, height); error != 0) {
     _log.add("snapshot slot " + std::to_string(slot) + " -> " + strerrorname_np(error));
-    return Status::FAILED;
+    return Status::failed;
   }
   const Snapshot taken{slot, std::to_string(width) + "x" + std::to_string(height), timeOfDay()};
   const auto same = [slot](const Snapshot& other) { return other.slot == slot; };
   _snapshots.erase(std::remove_if(_snapshots.begin(), _snapshots.end(), same), _snapshots.end());
   _snapshots.insert(_snapshots.begin(), taken);
   _log.add("snapshot slot " + std::to_string(slot) + " " + taken.size);
-  return Status::DONE;
+  return Status::done;
 }
 
 Status Appliance::setAudioSource(const Fields& fields) {
   Settings settings = _settings;
   settings.audioSource = valueOf(fields, "audiosrc");
-  if (nameOf(settings.audioSource, audioSources) == nullptr) return Status::REFUSED;
+  if (nameOf(settings.audioSource, audioSources) == nullptr) return Status::refused;
   change(settings);
-  return Status::DONE;
+  return Status::done;
 }
 
 // ---- The stream task
@@ -180,10 +180,10 @@ Status Appliance::controlStream(const Fields& fields) {
   const unsigned control = valueOf(fields, "control");
   const unsigned type = valueOf(fields, "type");
   if ((control != start && control != stop) || type == noStream || nameOf(type, streams) == nullptr) {
-    return Status::REFUSED;
+    return Status::refused;
   }
   _stream = control == start ? _stream | type : _stream & ~type;
-  return Status::DONE;
+  return Status::done;
 }
 
 // ---- The administration task
@@ -191,27 +191,27 @@ Status Appliance::controlStream(const Fields& fields) {
 Status Appliance::controlAdmin(const Fields& fields) {
   switch (valueOf(fields, "control")) {
   case protocol::adminControl::reboot:
-    _restart = Restart::PLAIN;
-    return Status::DONE;
+    _restart = Restart::plain;
+    return Status::done;
   case protocol::adminControl::factoryConfig:
-    _restart = Restart::CONFIGURATION;
-    return Status::DONE;
+    _restart = Restart::configuration;
+    return Status::done;
   case protocol::adminControl::factoryFirmware:
-    _restart = Restart::FIRMWARE;
-    return Status::DONE;
+    _restart = Restart::firmware;
+    return Status::done;
   default:
-    return Status::REFUSED;
+    return Status::refused;
   }
 }
 
 Status Appliance::setLogging(const Fields& fields) {
   using namespace protocol::logging;
   const unsigned mode = valueOf(fields, "onoff");
-  if ((mode != off && mode != on) || valueOf(fields, "component") != allComponents) return Status::REFUSED;
+  if ((mode != off && mode != on) || valueOf(fields, "component") != allComponents) return Status::refused;
   Settings settings = _settings;
   settings.logging = mode == on;
   change(settings);
-  return Status::DONE;
+  return Status::done;
 }
 
 } // namespace sim

@@ -17,17 +17,17 @@ struct ServiceTask {
   int queueId; // the number that its users know
   int queueKey;
 };
-constexpr std::array<ServiceTask, 3> SERVICE_TASKS = {{{protocol::videoTask, protocol::videoQueueId, 153001},
-                                                       {protocol::streamTask, protocol::streamQueueId, 153002},
-                                                       {protocol::adminTask, protocol::adminQueueId, 153003}}};
+inline constexpr std::array<ServiceTask, 3> serviceTasks = {{{protocol::videoTask, protocol::videoQueueId, 153001},
+                                                             {protocol::streamTask, protocol::streamQueueId, 153002},
+                                                             {protocol::adminTask, protocol::adminQueueId, 153003}}};
 
-/// The exit status of a task that a ServiceFault::DIES has ended.
-constexpr int DIED_AS_TOLD = 42;
+/// The exit status of a task that a ServiceFault::dies has ended.
+constexpr int injectedDeathStatus = 42;
 /// The id of the message that ends a task: what was sent to it before has been served by then.
-constexpr unsigned short END_MESSAGE = 65534;
+constexpr unsigned short endMessageId = 65534;
 
-constexpr char SNAPSHOT_FOLDER[] = "/opt/tev/user/snapshots";
-constexpr char FIRMWARE_VERSION[] = "v" TEV_SIM_FIRMWARE;
+inline constexpr char snapshotPath[] = "/opt/tev/user/snapshots";
+inline constexpr char firmwareVersion[] = "v" TEV_SIM_FIRMWARE;
 
 /// The payload of a message.
 struct Field {
@@ -40,7 +40,7 @@ using Fields = std::vector<Field>;
 std::string textOf(const Fields& fields);
 
 /// The first field of a reply.
-enum class Status { DONE = 0, REFUSED = 1, NOT_MINE = 2, FAILED = 3 };
+enum class Status { done = 0, refused = 1, notMine = 2, failed = 3 };
 
 struct Resolution {
   unsigned horizontal = 1280;
@@ -60,7 +60,7 @@ struct Snapshot {
   std::string time; // of day
 };
 
-enum class Restart { NONE, PLAIN, CONFIGURATION, FIRMWARE };
+enum class Restart { none, plain, configuration, firmware };
 
 class Appliance {
 public:
@@ -72,7 +72,7 @@ public:
   Fields serve(const std::string& task, uint16_t id, const Fields& fields);
 
   /// The restart that the last request asked for. It is to happen once the reply is out.
-  Restart takeRestart() { return std::exchange(_restart, Restart::NONE); }
+  Restart takeRestart() { return std::exchange(_restart, Restart::none); }
 
   /// Puts the settings back to what they were when the board was made.
   void restoreDefaults();
@@ -113,7 +113,7 @@ private:
   std::string _folder;
   Settings _settings;
   unsigned _stream = 0;
-  Restart _restart = Restart::NONE;
+  Restart _restart = Restart::none;
   std::vector<Snapshot> _snapshots;
 };
 

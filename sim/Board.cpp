@@ -14,10 +14,10 @@ namespace sim {
 
 namespace {
 
-constexpr size_t PAGE = 4096; // sysfs takes no more in one write
-constexpr unsigned VLAN_REGISTER = 0x05;
-constexpr unsigned VLAN_MODE_BIT = 0x80;
-constexpr size_t MESSAGES_KEPT = 8;
+constexpr size_t pageSize = 4096; // sysfs takes no more in one write
+constexpr unsigned vlanRegister = 0x05;
+constexpr unsigned vlanModeBit = 0x80;
+constexpr size_t messagesKept = 8;
 
 // The number at the front of a text, as drivers read it.
 std::optional<int> numberIn(std::string_view text) {
@@ -56,8 +56,8 @@ const std::vector<std::string>& boardPaths() {
     std::vector<std::string> all;
     for (const Node& node : board.nodes())
       all.push_back(node.path);
-    for (const char* tool : TOOL_NAMES)
-      all.push_back(std::string(TOOL_FOLDER) + tool);
+    for (const char* tool : toolNames)
+      all.push_back(std::string(toolDirectory) + tool);
     return all;
   }();
   return paths;
@@ -110,11 +110,11 @@ void Board::addOtherNodes() {
   smi.take = [this](std::string_view text) { return takeSwitchCommands(text); };
   smi.show = [this] {
     char text[32];
-    (void)snprintf(text, sizeof text, "0x%02x 0x%02x\n", VLAN_REGISTER, _switchRegisters[VLAN_REGISTER]);
+    (void)snprintf(text, sizeof text, "0x%02x 0x%02x\n", vlanRegister, _switchRegisters[vlanRegister]);
     return std::string(text);
   };
   _nodes.push_back(std::move(smi));
-  Node identity{EEPROM_NODE, 0600, eeprom::factoryContents()};
+  Node identity{eepromNode, 0600, eeprom::factoryContents()};
   identity.binary = true;
   _nodes.push_back(std::move(identity));
 }
@@ -126,7 +126,7 @@ void Board::applyFaults() {
     const auto first = faults.firstTexts.find(node.path);
     if (first == faults.firstTexts.end()) continue;
     node.text = first->second;
-    if (node.binary) node.text.resize(eeprom::SIZE, '\0');
+    if (node.binary) node.text.resize(eeprom::size, '\0');
     if (node.take) (void)node.take(node.text); // a text without sense to the model is what the test wants to show
     if (node.show) node.shown = node.show();
   }
@@ -156,7 +156,7 @@ void Board::refresh() {
     _alert = !_alert;
     _log.add(_alert ? "alert on" : "alert off");
   }
-  if (((_switchRegisters[VLAN_REGISTER] & VLAN_MODE_BIT) != 0) != _vlanMode) {
+  if (((_switchRegisters[vlanRegister] & vlanModeBit) != 0) != _vlanMode) {
     _vlanMode = !_vlanMode;
     _log.add(_vlanMode ? "vlan mode on" : "vlan mode off");
   }
@@ -164,9 +164,9 @@ void Board::refresh() {
 
 // Plain files do not keep writes apart, so one text may hold several commands.
 int Board::takeSwitchCommands(std::string_view text) {
-  constexpr std::string_view VERB = "write ";
+  constexpr std::string_view verb = "write ";
   for (size_t at = 0; at < text.size();) {
-    const size_t next = std::min(text.find(VERB, at + 1), text.size());
+    const size_t next = std::min(text.find(verb, at + 1), text.size());
     const std::string command(text.substr(at, next - at));
     unsigned reg = 0;
     unsigned value = 0;
@@ -202,7 +202,7 @@ std::string_view Board::read(size_t index, size_t offset, size_t size) {
 
 ssize_t Board::write(size_t index, size_t offset, std::string_view bytes) {
   Node& node = _nodes[index];
-  bytes = bytes.substr(0, PAGE);
+  bytes = bytes.substr(0, pageSize);
   int error = 0;
   if (node.failWrite) {
     error = EIO;
@@ -235,7 +235,7 @@ std::string Board::runTool(std::string_view name, const std::vector<std::string>
     line += " " + quoted(argument);
   const auto fault = _setup.faults.tools.find(std::string(name));
   const char* outcome = "ok";
-  if (fault != _setup.faults.tools.end()) outcome = fault->second == ToolFault::FAIL ? "fail" : "silent";
+  if (fault != _setup.faults.tools.end()) outcome = fault->second == ToolFault::fail ? "fail" : "silent";
   if (fault != _setup.faults.tools.end()) line += std::string(" -> ") + outcome;
   _log.add(line);
   return outcome;
@@ -257,30 +257,30 @@ Reply Board::receive(const Message& message) {
   std::string told = message.task + " " + message.name.substr(0, message.name.rfind("ReqMsg")) + fields;
   if (!reply.fields.empty()) {
     reply.fault = faultOf(message.task);
-    if (reply.fault.kind == ServiceFault::FULL) reply.fault = {}; // somebody has let the task go on
-    if (reply.fault.kind == ServiceFault::NONE) reply.fault = _dice.roll();
-    const std::string fault = reply.fault.kind == ServiceFault::NONE ? "" : " -> " + reply.fault.text();
+    if (reply.fault.kind == ServiceFault::full) reply.fault = {}; // somebody has let the task go on
+    if (reply.fault.kind == ServiceFault::none) reply.fault = _dice.roll();
+    const std::string fault = reply.fault.kind == ServiceFault::none ? "" : " -> " + reply.fault.text();
     const std::string name = message.name.substr(0, message.name.rfind("Req")) + "RespMsg";
     _log.add("reply " + message.task + " " + name + textOf(reply.fields) + fault);
     traffic.lastStatus = std::to_string(reply.fields[0].value);
     told += " = " + traffic.lastStatus + fault;
   }
   _messages.push_front(timeOfDay().substr(0, 8) + " " + told);
-  if (_messages.size() > MESSAGES_KEPT) _messages.pop_back();
+  if (_messages.size() > messagesKept) _messages.pop_back();
   restart(_appliance.takeRestart());
   return reply;
 }
 
 void Board::restart(Restart kind) {
-  if (kind == Restart::NONE) return;
-  if (kind == Restart::CONFIGURATION) {
+  if (kind == Restart::none) return;
+  if (kind == Restart::configuration) {
     _log.add("configuration restored");
     _appliance.restoreDefaults();
-    _thermal.setFan(ThermalModel::DEFAULT_FAN);
-    _thermal.setSetPoint(ThermalModel::DEFAULT_SET_POINT);
+    _thermal.setFan(ThermalModel::defaultFan);
+    _thermal.setSetPoint(ThermalModel::defaultSetPoint);
     _switchRegisters = {};
   }
-  if (kind == Restart::FIRMWARE) _log.add(std::string("firmware ") + FIRMWARE_VERSION + " restored");
+  if (kind == Restart::firmware) _log.add(std::string("firmware ") + firmwareVersion + " restored");
   _appliance.stopStream();
   refresh();
   ++_restarts;

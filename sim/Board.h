@@ -19,10 +19,11 @@
 
 namespace sim {
 
-constexpr char TOOL_FOLDER[] = "/mnt/tev/sys/bin/";
-constexpr std::array<const char*, 4> TOOL_NAMES = {"eeprom-read-macs-arm-none", "eeprom-write-macs-arm-none",
-                                                   "eeprom-read-serialnum-arm-none", "eeprom-write-serialnum-arm-none"};
-constexpr char EEPROM_NODE[] = "/sys/bus/i2c/devices/1-0050/eeprom";
+inline constexpr char toolDirectory[] = "/mnt/tev/sys/bin/";
+inline constexpr std::array<const char*, 4> toolNames = {"eeprom-read-macs-arm-none", "eeprom-write-macs-arm-none",
+                                                         "eeprom-read-serialnum-arm-none",
+                                                         "eeprom-write-serialnum-arm-none"};
+inline constexpr char eepromNode[] = "/sys/bus/i2c/devices/1-0050/eeprom";
 
 /// The paths of all nodes and tools of the board.
 const std::vector<std::string>& boardPaths();
@@ -62,7 +63,7 @@ public:
     Faults faults;
     bool frozen = false; // the temperature stays where it is
     bool logReads = false;
-    std::string snapshotFolder = SNAPSHOT_FOLDER;
+    std::string snapshotFolder = snapshotPath;
   };
 
   /// `log` must outlive the board.

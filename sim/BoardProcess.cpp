@@ -25,8 +25,8 @@ namespace sim {
 
 namespace {
 
-constexpr char LOG_INSIDE[] = "/var/log/board.log";
-constexpr std::chrono::seconds LONGEST_END(3);
+constexpr char logOnBoard[] = "/var/log/board.log";
+constexpr std::chrono::seconds endTimeout(3);
 
 // All folders that the board has, empty and private.
 void layFolders(const Options& options) {
@@ -44,12 +44,12 @@ void layFolders(const Options& options) {
   layFolder("/mnt/tev", 0755);
   makeFolders("/mnt/tev/sys/bin");
   layFolder("/var/log", 0755);
-  if (options.tmp != Tmp::HOST)
-    coverTmp(std::filesystem::read_symlink("/proc/self/exe"), options.tmp == Tmp::READ_ONLY);
-  makeFolders(SNAPSHOT_FOLDER);
+  if (options.tmp != Tmp::shared)
+    coverTmp(std::filesystem::read_symlink("/proc/self/exe"), options.tmp == Tmp::readOnly);
+  makeFolders(snapshotPath);
   if (!snapshots) return;
   const std::string source = "/proc/self/fd/" + std::to_string(snapshots.get());
-  check(mount(source.c_str(), SNAPSHOT_FOLDER, nullptr, MS_BIND | MS_REC, nullptr), "--snapshots");
+  check(mount(source.c_str(), snapshotPath, nullptr, MS_BIND | MS_REC, nullptr), "--snapshots");
 }
 
 void installTools(const kr::Descriptor& program, const std::set<std::string>& missing) {
@@ -60,19 +60,19 @@ void installTools(const kr::Descriptor& program, const std::set<std::string>& mi
   for (off_t left = about.st_size; left > 0;) {
     left -= check(sendfile(copy.get(), program.get(), nullptr, static_cast<size_t>(left)), first);
   }
-  for (const char* name : TOOL_NAMES) {
-    const std::string path = std::string(TOOL_FOLDER) + name;
+  for (const char* name : toolNames) {
+    const std::string path = std::string(toolDirectory) + name;
     if (missing.count(path) == 0) check(link(first.c_str(), path.c_str()), path);
   }
 }
 
 std::unique_ptr<NodeServer> makeNodes(const Options& options, Board& board, BoardLog& log) {
   std::string reason = "--nodes";
-  if (options.nodes != NodeKind::FILES) {
+  if (options.nodes != NodeKind::files) {
     try {
       return makeFuseNodes(board);
     } catch (const std::runtime_error& error) {
-      if (options.nodes == NodeKind::FUSE) throw;
+      if (options.nodes == NodeKind::fuse) throw;
       reason = error.what();
     }
   }
@@ -165,7 +165,7 @@ int Session::run(pid_t command) {
   _nodes.serve(); // what the command did last
   // What it sent last is served too.
   _services.end();
-  const auto deadline = std::chrono::steady_clock::now() + LONGEST_END;
+  const auto deadline = std::chrono::steady_clock::now() + endTimeout;
   for (reap(); !_services.allEnded(); reap()) {
     if (std::chrono::steady_clock::now() > deadline) _services.kill();
     serve(100);
@@ -240,7 +240,7 @@ int runBoard(const Options& options, Surroundings surroundings) {
   layFolders(options);
   BoardLog log(options.logTimes);
   if (surroundings.log) log.addFile(std::move(surroundings.log));
-  log.addFile(kr::Descriptor(check(open(LOG_INSIDE, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644), LOG_INSIDE)));
+  log.addFile(kr::Descriptor(check(open(logOnBoard, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644), logOnBoard)));
   installTools(tool, options.board.faults.missing);
   Board board(options.board, log);
   // Before the nodes, which are not served while the first sign of life is awaited: an emulator looks into /sys at

@@ -13,20 +13,20 @@ namespace sim {
 
 namespace {
 
-constexpr size_t LONGEST = 64UL * 1024; // of a question or an answer
+constexpr size_t longestPacket = 64UL * 1024; // of a question or an answer
 
 struct Address {
   sockaddr_un name = {};
   socklen_t size = 0;
 };
 
-constexpr char NAME_BEGINS[] = "tev-sim-";
+constexpr char namePrefix[] = "tev-sim-";
 
 // The name that the board has which the caller is on.
 std::string ownName() {
   struct stat space = {};
   check(stat("/proc/self/ns/mnt", &space), "/proc/self/ns/mnt");
-  return NAME_BEGINS + std::to_string(space.st_ino);
+  return namePrefix + std::to_string(space.st_ino);
 }
 
 Address addressOf(const std::string& name) {
@@ -54,7 +54,7 @@ bool sendWords(int fd, const Words& words) {
 
 // The words of the next packet; none when it is too long, or when the other side is gone.
 Words receiveWords(int fd) {
-  std::string packet(LONGEST, '\0');
+  std::string packet(longestPacket, '\0');
   const ssize_t size = recv(fd, packet.data(), packet.size(), MSG_TRUNC);
   if (size <= 0 || static_cast<size_t>(size) > packet.size()) return {};
   packet.resize(static_cast<size_t>(size));
@@ -132,7 +132,7 @@ std::vector<RunningBoard> findBoards() {
   if (!sockets) throw std::runtime_error("/proc/net/unix cannot be read");
   std::set<std::string> names; // each connection has the name too
   for (std::string line; std::getline(sockets, line);) {
-    const size_t at = line.rfind(std::string(" @") + NAME_BEGINS);
+    const size_t at = line.rfind(std::string(" @") + namePrefix);
     if (at != line.npos) names.insert(line.substr(at + 2));
   }
   std::vector<RunningBoard> found;

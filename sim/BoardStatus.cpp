@@ -10,8 +10,8 @@ namespace sim {
 
 namespace {
 
-constexpr size_t SNAPSHOTS_SHOWN = 4;
-constexpr size_t WIDTH = 79; // some terminals begin a new line after the 80th character
+constexpr size_t snapshotsShown = 4;
+constexpr size_t tableWidth = 79; // some terminals begin a new line after the 80th character
 
 // One line of the table.
 [[gnu::format(printf, 1, 2)]] std::string row(const char* format, ...) {
@@ -22,11 +22,11 @@ constexpr size_t WIDTH = 79; // some terminals begin a new line after the 80th c
   va_end(arguments);
   std::string line = text;
   line.erase(line.find_last_not_of(' ') + 1);
-  if (line.size() > WIDTH) line.replace(WIDTH - 3, line.npos, "...");
+  if (line.size() > tableWidth) line.replace(tableWidth - 3, line.npos, "...");
   return line + "\n";
 }
 
-std::string rule() { return std::string(WIDTH, '-') + "\n"; }
+std::string rule() { return std::string(tableWidth, '-') + "\n"; }
 
 // A pair of settings side by side.
 std::string pair(const char* left, const std::string& value, const char* right, const std::string& other) {
@@ -36,9 +36,9 @@ std::string pair(const char* left, const std::string& value, const char* right, 
 } // namespace
 
 std::string Board::status() const {
-  const int set = _thermal.setPoint() + ThermalModel::RAW_OFFSET;
-  const int celsius = _thermal.temperature() + ThermalModel::RAW_OFFSET;
-  const std::string fan = std::to_string(_thermal.fan()) + " of " + std::to_string(ThermalModel::MAX_FAN) + ", " +
+  const int set = _thermal.setPoint() + ThermalModel::rawOffset;
+  const int celsius = _thermal.temperature() + ThermalModel::rawOffset;
+  const std::string fan = std::to_string(_thermal.fan()) + " of " + std::to_string(ThermalModel::maxFan) + ", " +
                           std::to_string(_thermal.rpm()) + " rpm";
   std::string text;
   text += pair("temperature", std::to_string(celsius) + " C", "stream", _appliance.streamText());
@@ -46,10 +46,10 @@ std::string Board::status() const {
                _appliance.format());
   text += pair("fan", fan, "resolution", _appliance.resolution().text());
   text += pair("vlan mode", _vlanMode ? "on" : "off", "audio", _appliance.audioSource());
-  text += pair("firmware", FIRMWARE_VERSION + std::string(", restarts: ") + std::to_string(_restarts), "logging",
+  text += pair("firmware", firmwareVersion + std::string(", restarts: ") + std::to_string(_restarts), "logging",
                _appliance.logging() ? "on" : "off");
   text += rule() + row("%-16s %9s %9s %12s  %s", "service", "queue", "messages", "last status", "fault");
-  for (const ServiceTask& task : SERVICE_TASKS) {
+  for (const ServiceTask& task : serviceTasks) {
     const auto found = _traffic.find(task.name);
     const Traffic traffic = found != _traffic.end() ? found->second : Traffic();
     std::string fault = faultOf(task.name).text();
@@ -59,7 +59,7 @@ std::string Board::status() const {
   }
   text += rule();
   const std::vector<Snapshot>& snapshots = _appliance.snapshots();
-  for (size_t i = 0; i < std::min(snapshots.size(), SNAPSHOTS_SHOWN); ++i)
+  for (size_t i = 0; i < std::min(snapshots.size(), snapshotsShown); ++i)
     text += row("%.8s snapshot slot %u %s", snapshots[i].time.c_str(), snapshots[i].slot, snapshots[i].size.c_str());
   if (snapshots.empty()) text += "no snapshots\n";
   text += rule();
@@ -68,7 +68,7 @@ std::string Board::status() const {
   if (_messages.empty()) text += "no messages\n";
   text += rule();
   for (const Node& node : _nodes)
-    text += row("%-42s %s", node.path.c_str(), quoted(node.text).substr(0, WIDTH).c_str());
+    text += row("%-42s %s", node.path.c_str(), quoted(node.text).substr(0, tableWidth).c_str());
   return text;
 }
 

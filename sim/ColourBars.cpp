@@ -14,9 +14,9 @@ namespace sim {
 
 namespace {
 
-constexpr std::array<std::array<JSAMPLE, 3>, 8> BARS = {
+constexpr std::array<std::array<JSAMPLE, 3>, 8> bars = {
     {{255, 255, 255}, {255, 255, 0}, {0, 255, 255}, {0, 255, 0}, {255, 0, 255}, {255, 0, 0}, {0, 0, 255}, {0, 0, 0}}};
-constexpr int QUALITY = 90;
+constexpr int quality = 90;
 
 struct Compression {
   jpeg_compress_struct jpeg = {};
@@ -41,7 +41,7 @@ bool compress(Compression& work, JSAMPLE* row, unsigned width, unsigned height) 
   work.jpeg.input_components = 3;
   work.jpeg.in_color_space = JCS_RGB;
   jpeg_set_defaults(&work.jpeg);
-  jpeg_set_quality(&work.jpeg, QUALITY, TRUE);
+  jpeg_set_quality(&work.jpeg, quality, TRUE);
   jpeg_start_compress(&work.jpeg, TRUE);
   while (work.jpeg.next_scanline < height)
     (void)jpeg_write_scanlines(&work.jpeg, &row, 1); // the count says what it wrote
@@ -66,7 +66,7 @@ int store(const std::string& path, const unsigned char* bytes, size_t size) {
 int storeColourBars(const std::string& path, unsigned width, unsigned height) {
   std::vector<JSAMPLE> row;
   for (unsigned x = 0; x < width; ++x) {
-    const auto& colour = BARS[size_t{x} * BARS.size() / width];
+    const auto& colour = bars[size_t{x} * bars.size() / width];
     row.insert(row.end(), colour.begin(), colour.end());
   }
   Compression work;

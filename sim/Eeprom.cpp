@@ -6,13 +6,13 @@
 namespace sim::eeprom {
 
 std::optional<Mac> parseMac(std::string_view text) {
-  constexpr std::string_view DIGITS = "0123456789abcdef0123456789ABCDEF";
+  constexpr std::string_view hexDigits = "0123456789abcdef0123456789ABCDEF";
   Mac mac;
   if (text.size() != mac.size() * 3 - 1) return std::nullopt;
   for (size_t i = 0; i < mac.size(); ++i) {
-    const size_t high = DIGITS.find(text[i * 3]);
-    const size_t low = DIGITS.find(text[i * 3 + 1]);
-    if (high == DIGITS.npos || low == DIGITS.npos) return std::nullopt;
+    const size_t high = hexDigits.find(text[i * 3]);
+    const size_t low = hexDigits.find(text[i * 3 + 1]);
+    if (high == hexDigits.npos || low == hexDigits.npos) return std::nullopt;
     if (i + 1 < mac.size() && text[i * 3 + 2] != ':') return std::nullopt;
     mac[i] = static_cast<uint8_t>((high % 16) * 16 + low % 16);
   }
@@ -37,21 +37,21 @@ Mac macAfter(const Mac& mac, unsigned steps) {
 }
 
 std::optional<std::string> serialField(std::string_view text) {
-  if (text.empty() || text.size() > SERIAL_SIZE) return std::nullopt;
+  if (text.empty() || text.size() > serialSize) return std::nullopt;
   if (!std::all_of(text.begin(), text.end(), [](char c) { return c >= ' ' && c <= '~'; })) return std::nullopt;
   std::string field(text);
-  field.resize(SERIAL_SIZE, '\0');
+  field.resize(serialSize, '\0');
   return field;
 }
 
 std::string factoryContents() {
-  std::string bytes(SIZE, '\xff');
-  bytes.replace(0, SERIAL_AT, std::string("TEV-ID\0\1", SERIAL_AT));
-  bytes.replace(SERIAL_AT, SERIAL_SIZE, *serialField("480213UNIT000001"));
+  std::string bytes(size, '\xff');
+  bytes.replace(0, serialOffset, std::string("TEV-ID\0\1", serialOffset));
+  bytes.replace(serialOffset, serialSize, *serialField("480213UNIT000001"));
   const Mac first = {0x02, 0x1A, 0x2B, 0x3C, 0x4D, 0x00};
-  for (unsigned port = 0; port < MAC_COUNT; ++port) {
+  for (unsigned port = 0; port < macCount; ++port) {
     const Mac mac = macAfter(first, port);
-    std::copy(mac.begin(), mac.end(), bytes.begin() + static_cast<ptrdiff_t>(MACS_AT + port * mac.size()));
+    std::copy(mac.begin(), mac.end(), bytes.begin() + static_cast<ptrdiff_t>(macsOffset + port * mac.size()));
   }
   return bytes;
 }

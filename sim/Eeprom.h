@@ -10,11 +10,11 @@
 
 namespace sim::eeprom {
 
-constexpr size_t SIZE = 256;
-constexpr size_t SERIAL_AT = 8;
-constexpr size_t SERIAL_SIZE = 16;
-constexpr size_t MACS_AT = 32; // one after another
-constexpr size_t MAC_COUNT = 2;
+constexpr size_t size = 256;
+constexpr size_t serialOffset = 8;
+constexpr size_t serialSize = 16;
+constexpr size_t macsOffset = 32; // one after another
+constexpr size_t macCount = 2;
 
 using Mac = std::array<uint8_t, 6>;
 
@@ -24,11 +24,11 @@ std::string formatMac(const Mac& mac);
 /// The address that is `steps` above `mac`, for the board's further ports.
 Mac macAfter(const Mac& mac, unsigned steps);
 
-/// The bytes of the serial number's field, filled up with zeros. Nothing if `text` is empty, has more than SERIAL_SIZE
+/// The bytes of the serial number's field, filled up with zeros. Nothing if `text` is empty, has more than serialSize
 /// characters or holds one that is not printable ASCII.
 std::optional<std::string> serialField(std::string_view text);
 
-/// All SIZE bytes as the factory leaves them.
+/// All size bytes as the factory leaves them.
 std::string factoryContents();
 
 } // namespace sim::eeprom

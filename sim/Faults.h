@@ -10,7 +10,7 @@
 
 namespace sim {
 
-enum class ToolFault { FAIL, SILENT };
+enum class ToolFault { fail, silent };
 
 /// All paths are full paths of nodes, in `missing` also of board tools.
 struct Faults {

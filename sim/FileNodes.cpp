@@ -22,7 +22,7 @@ namespace sim {
 
 namespace {
 
-constexpr size_t LONGEST = 8192; // of what a file may hold; the board takes no more than 4096 at once
+constexpr size_t longestText = 8192; // of what a file may hold; the board takes no more than 4096 at once
 
 class FileNodes : public NodeServer {
 public:
@@ -79,11 +79,11 @@ void FileNodes::waitFor(const kr::Descriptor& source) {
 // Puts a new leased file in a node's place.
 void FileNodes::lay(size_t index) {
   const Node& node = _board.nodes()[index];
-  constexpr char FRESH[] = "/sys/.fresh";
-  kr::Descriptor file(check(open(FRESH, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600), node.path));
+  constexpr char freshPath[] = "/sys/.fresh";
+  kr::Descriptor file(check(open(freshPath, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600), node.path));
   check(fchmod(file.get(), node.mode), node.path);
   check(fcntl(file.get(), F_SETLEASE, F_WRLCK), node.path + " (lease)");
-  check(rename(FRESH, node.path.c_str()), node.path);
+  check(rename(freshPath, node.path.c_str()), node.path);
   _leased[index] = std::move(file);
 }
 
@@ -139,7 +139,7 @@ void FileNodes::takeClosed() {
 // Tells the board what is different in a file that was given away.
 void FileNodes::compare(const Given& given) {
   const Node& node = _board.nodes()[given.node];
-  std::string now(LONGEST, '\0');
+  std::string now(longestText, '\0');
   now.resize(static_cast<size_t>(check(pread(given.file.get(), now.data(), now.size(), 0), node.path)));
   if (node.binary) now.resize(given.text.size(), '\0'); // a chip does not change its size
   if (now == given.text) return;

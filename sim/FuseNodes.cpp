@@ -16,8 +16,8 @@ namespace sim {
 
 namespace {
 
-constexpr double FOREVER = 1e9; // the tree does not change, so the kernel may remember it
-constexpr size_t PAGE = 4096;   // what sysfs says about the size of a text
+constexpr double cacheTimeout = 1e9; // the tree does not change, so the kernel may remember it
+constexpr size_t pageSize = 4096;    // what sysfs says about the size of a text
 
 // The folders and nodes in one list; the number of an entry in it, plus one, is its inode number.
 struct Entry {
@@ -113,7 +113,7 @@ struct stat FuseNodes::attributes(fuse_ino_t inode) const {
   } else {
     const Node& node = _board.nodes()[nodeOf(inode)];
     out.st_mode = S_IFREG | node.mode;
-    out.st_size = static_cast<off_t>(node.binary ? node.text.size() : PAGE);
+    out.st_size = static_cast<off_t>(node.binary ? node.text.size() : pageSize);
   }
   return out;
 }
@@ -145,18 +145,18 @@ fuse_lowlevel_ops FuseNodes::operations() {
   ops.lookup = [](fuse_req_t request, fuse_ino_t parent, const char* name) {
     fuse_entry_param found = {};
     found.ino = self(request).find(parent, name);
-    found.attr_timeout = found.entry_timeout = FOREVER;
+    found.attr_timeout = found.entry_timeout = cacheTimeout;
     if (found.ino != 0) found.attr = self(request).attributes(found.ino);
     fuse_reply_entry(request, &found); // number 0: there is no such name
   };
   ops.getattr = [](fuse_req_t request, fuse_ino_t inode, fuse_file_info*) {
     const struct stat about = self(request).attributes(inode);
-    fuse_reply_attr(request, &about, FOREVER);
+    fuse_reply_attr(request, &about, cacheTimeout);
   };
   // Truncating an attribute file, as a shell's > does, changes nothing.
   ops.setattr = [](fuse_req_t request, fuse_ino_t inode, struct stat*, int, fuse_file_info*) {
     const struct stat about = self(request).attributes(inode);
-    fuse_reply_attr(request, &about, FOREVER);
+    fuse_reply_attr(request, &about, cacheTimeout);
   };
   ops.open = [](fuse_req_t request, fuse_ino_t inode, fuse_file_info* file) {
     const int error = self(request)._board.open(self(request).nodeOf(inode), file->flags);

@@ -9,13 +9,13 @@ namespace sim {
 
 namespace {
 
-constexpr int OWN = CLONE_NEWIPC | CLONE_NEWPID;
-constexpr char REFUSED[] = "the kernel refuses this user a user namespace (see user.max_user_namespaces, "
-                           "kernel.unprivileged_userns_clone, kernel.apparmor_restrict_unprivileged_userns)";
+constexpr int newNamespaces = CLONE_NEWIPC | CLONE_NEWPID;
+constexpr char noUserNamespace[] = "the kernel refuses this user a user namespace (see user.max_user_namespaces, "
+                                   "kernel.unprivileged_userns_clone, kernel.apparmor_restrict_unprivileged_userns)";
 
 void writeFile(const char* path, const std::string& text) {
-  const kr::Descriptor file(check(open(path, O_WRONLY | O_CLOEXEC), REFUSED));
-  check(write(file.get(), text.data(), text.size()), REFUSED);
+  const kr::Descriptor file(check(open(path, O_WRONLY | O_CLOEXEC), noUserNamespace));
+  check(write(file.get(), text.data(), text.size()), noUserNamespace);
 }
 
 void mapSelfToRoot(uid_t user, gid_t group) {
@@ -29,9 +29,9 @@ void mapSelfToRoot(uid_t user, gid_t group) {
 void enterNamespaces() {
   const uid_t user = geteuid();
   const gid_t group = getegid();
-  if (unshare(OWN) == 0) return;
+  if (unshare(newNamespaces) == 0) return;
   if (errno != EPERM) throw failure("the kernel refuses new namespaces");
-  if (unshare(OWN | CLONE_NEWUSER) != 0) throw failure(REFUSED);
+  if (unshare(newNamespaces | CLONE_NEWUSER) != 0) throw failure(noUserNamespace);
   mapSelfToRoot(user, group);
 }
 

@@ -8,7 +8,7 @@
 
 namespace sim {
 
-const char* const HELP = R"(usage: tev-sim [options] [-- command ...]
+const char* const helpText = R"(usage: tev-sim [options] [-- command ...]
 
 Runs a command on a stand-in for the board: what the command finds under /sys, /mnt/tev, /opt/tev and /var/log is a
 small model of the board that exists for this command only. Without a command it runs the tev-cli of the build tree.
@@ -110,9 +110,9 @@ std::string setTool(Options& options, const std::string& value) {
   const size_t equals = value.find('=');
   const std::string name = value.substr(0, equals);
   const std::string fault = equals == value.npos ? "" : value.substr(equals + 1);
-  if (std::find(TOOL_NAMES.begin(), TOOL_NAMES.end(), name) == TOOL_NAMES.end()) return "there is no tool " + name;
+  if (std::find(toolNames.begin(), toolNames.end(), name) == toolNames.end()) return "there is no tool " + name;
   if (fault != "fail" && fault != "silent") return "--tool wants NAME=fail or NAME=silent";
-  options.board.faults.tools[name] = fault == "fail" ? ToolFault::FAIL : ToolFault::SILENT;
+  options.board.faults.tools[name] = fault == "fail" ? ToolFault::fail : ToolFault::silent;
   return "";
 }
 
@@ -121,7 +121,7 @@ std::string setService(Options& options, const std::string& value) {
   const std::string name = value.substr(0, equals);
   const std::string fault = equals == value.npos ? "" : value.substr(equals + 1);
   const auto isName = [&](const ServiceTask& task) { return name == task.name; };
-  if (std::none_of(SERVICE_TASKS.begin(), SERVICE_TASKS.end(), isName)) return "there is no service " + name;
+  if (std::none_of(serviceTasks.begin(), serviceTasks.end(), isName)) return "there is no service " + name;
   const std::optional<ServiceFault> parsed = ServiceFault::parse(fault);
   if (!parsed) return "--service wants NAME=silent, late:MS, short, split, garbage, dies, full or absent";
   options.board.faults.services[name] = *parsed;
@@ -133,7 +133,7 @@ std::string setServiceFaults(Options& options, const std::string& value) {
   unsigned percent = 0;
   int length = 0;
   const bool read = sscanf(value.c_str(), "%9u:%3u%n", &seed, &percent, &length) == 2;
-  if (!read || static_cast<size_t>(length) != value.size() || percent > FaultDice::ALWAYS) {
+  if (!read || static_cast<size_t>(length) != value.size() || percent > FaultDice::always) {
     return "--service-faults wants SEED:PERCENT";
   }
   options.board.faults.dice = FaultDice(seed, percent);
@@ -148,7 +148,7 @@ std::string setPid(Options& options, const std::string& value) {
 
 std::string setNodeKind(Options& options, const std::string& value) {
   if (value != "fuse" && value != "files") return "--nodes wants fuse or files";
-  options.nodes = value == "fuse" ? NodeKind::FUSE : NodeKind::FILES;
+  options.nodes = value == "fuse" ? NodeKind::fuse : NodeKind::files;
   return "";
 }
 
@@ -176,9 +176,9 @@ const std::vector<Option>& knownOptions() {
       flag("--log-reads", [](Options& o) { o.board.logReads = true; }),
       flag("--log-times", [](Options& o) { o.logTimes = true; }),
       flag("--frozen", [](Options& o) { o.board.frozen = true; }),
-      flag("--private-tmp", [](Options& o) { o.tmp = Tmp::PRIVATE; }),
-      flag("--shared-tmp", [](Options& o) { o.tmp = Tmp::HOST; }),
-      flag("--read-only-tmp", [](Options& o) { o.tmp = Tmp::READ_ONLY; }),
+      flag("--private-tmp", [](Options& o) { o.tmp = Tmp::own; }),
+      flag("--shared-tmp", [](Options& o) { o.tmp = Tmp::shared; }),
+      flag("--read-only-tmp", [](Options& o) { o.tmp = Tmp::readOnly; }),
       {"--pid", true, setPid},
       flag("--status", [](Options& o) { o.status = true; }),
       flag("--watch", [](Options& o) { o.status = o.watch = true; }),

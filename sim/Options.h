@@ -10,13 +10,13 @@
 
 namespace sim {
 
-enum class NodeKind { ANY, FUSE, FILES };
-enum class Tmp { HOST, PRIVATE, READ_ONLY };
+enum class NodeKind { any, fuse, files };
+enum class Tmp { shared, own, readOnly };
 
 struct Options {
   Board::Setup board;
-  NodeKind nodes = NodeKind::ANY;
-  Tmp tmp = Tmp::PRIVATE;
+  NodeKind nodes = NodeKind::any;
+  Tmp tmp = Tmp::own;
   std::string logFile; // empty: none
   std::string dumpFile;
   std::string snapshots; // empty: only the board's own
@@ -34,7 +34,7 @@ struct Options {
 std::variant<Options, std::string> parseOptions(const std::vector<std::string>& words);
 
 /// The text of --help.
-extern const char* const HELP;
+extern const char* const helpText;
 
 } // namespace sim
 

@@ -4,10 +4,10 @@ namespace sim {
 
 namespace {
 
-constexpr char ESCAPED[] = "\n\r\t\"\\";
-constexpr char LETTERS[] = "nrt\"\\";
-constexpr std::string_view OCTAL = "01234567";
-constexpr std::string_view HEX = "0123456789abcdef0123456789ABCDEF";
+constexpr char escapedCharacters[] = "\n\r\t\"\\";
+constexpr char escapeLetters[] = "nrt\"\\";
+constexpr std::string_view octalDigits = "01234567";
+constexpr std::string_view hexDigits = "0123456789abcdef0123456789ABCDEF";
 
 // Reads up to `most` digits of the base at the front of `text` and takes them off it; -1 without any.
 int takeDigits(std::string_view& text, std::string_view digits, int base, size_t most) {
@@ -27,13 +27,13 @@ std::string quoted(std::string_view bytes) {
   for (size_t i = 0; i < bytes.size(); ++i) {
     const char c = bytes[i];
     const auto code = static_cast<unsigned char>(c);
-    const size_t known = std::string_view(ESCAPED).find(c);
+    const size_t known = std::string_view(escapedCharacters).find(c);
     if (known != std::string_view::npos) {
-      out += {'\\', LETTERS[known]};
-    } else if (c == '\0' && (i + 1 == bytes.size() || OCTAL.find(bytes[i + 1]) == OCTAL.npos)) {
+      out += {'\\', escapeLetters[known]};
+    } else if (c == '\0' && (i + 1 == bytes.size() || octalDigits.find(bytes[i + 1]) == octalDigits.npos)) {
       out += "\\0";
     } else if (code < ' ' || code > '~') {
-      out += {'\\', OCTAL[code / 64U], OCTAL[code / 8U % 8U], OCTAL[code % 8U]};
+      out += {'\\', octalDigits[code / 64U], octalDigits[code / 8U % 8U], octalDigits[code % 8U]};
     } else {
       out += c;
     }
@@ -51,18 +51,18 @@ std::optional<std::string> unescaped(std::string_view text) {
       continue;
     }
     if (text.empty()) return std::nullopt;
-    const size_t letter = std::string_view(LETTERS).find(text.front());
+    const size_t letter = std::string_view(escapeLetters).find(text.front());
     if (letter != std::string_view::npos) {
-      out += ESCAPED[letter];
+      out += escapedCharacters[letter];
       text.remove_prefix(1);
       continue;
     }
     int value = -1;
     if (text.front() == 'x') {
       text.remove_prefix(1);
-      value = takeDigits(text, HEX, 16, 2);
+      value = takeDigits(text, hexDigits, 16, 2);
     } else {
-      value = takeDigits(text, OCTAL, 8, 3);
+      value = takeDigits(text, octalDigits, 8, 3);
     }
     if (value < 0 || value > 255) return std::nullopt;
     out += static_cast<char>(value);

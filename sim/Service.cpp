@@ -17,9 +17,9 @@ namespace sim {
 
 namespace {
 
-constexpr int SPLIT_CHECKS = 10000;  // of 0.3 ms: as long as users wait
-constexpr long SPLIT_PAUSE = 300000; // nanoseconds
-constexpr int GARBAGE_BYTE = 0xa5;
+constexpr int splitChecks = 10000;  // of 0.3 ms: as long as users wait
+constexpr long splitPause = 300000; // nanoseconds
+constexpr int garbageByte = 0xa5;
 
 // SIGTERM is blocked in a task. It ends a pause.
 void pauseFor(const timespec& time) {
@@ -38,16 +38,16 @@ public:
   void writeHalf() const { write(0, half()); }
   void writeRest() const { write(half(), _bytes.size()); }
   void writeGarbage() {
-    std::fill(_bytes.begin(), _bytes.end(), static_cast<char>(GARBAGE_BYTE));
+    std::fill(_bytes.begin(), _bytes.end(), static_cast<char>(garbageByte));
     write(0, _bytes.size());
   }
   // Until a moment after everything in the pipe has been read. The user has looked for more by then, and finds the rest
   // when he next cleans the pipe.
   void waitForReader() const {
     int unread = 1;
-    for (int i = 0; i < SPLIT_CHECKS && unread > 0; ++i) {
+    for (int i = 0; i < splitChecks && unread > 0; ++i) {
       if (ioctl(_pipe.get(), FIONREAD, &unread) != 0) return;
-      pauseFor({0, SPLIT_PAUSE});
+      pauseFor({0, splitPause});
     }
   }
 
@@ -71,7 +71,7 @@ public:
   int InvokeHandler(CommObj* receiver) override { return msgctl(receiver->GetMsgQId(), IPC_RMID, nullptr); }
   MsgObj* CreateResponse() override { return nullptr; }
 };
-const MsgLayout EndMsg::layout = {"EndMsg", END_MESSAGE, PipeForm::none, false, false, {}};
+const MsgLayout EndMsg::layout = {"EndMsg", endMessageId, PipeForm::none, false, false, {}};
 
 } // namespace
 
@@ -100,28 +100,28 @@ Service::Order Service::report(const MsgObj& message, const MsgLayout& layout) c
 }
 
 void Service::send(MsgObj* reply, const ServiceFault& fault) {
-  if (fault.kind == ServiceFault::LATE) pauseFor({fault.delay / 1000, fault.delay % 1000 * 1000000L});
-  if (fault.kind == ServiceFault::LATE || fault.kind == ServiceFault::NONE) {
+  if (fault.kind == ServiceFault::late) pauseFor({fault.delay / 1000, fault.delay % 1000 * 1000000L});
+  if (fault.kind == ServiceFault::late || fault.kind == ServiceFault::none) {
     (void)reply->Send(); // a reply has no reply
     return;
   }
   RawReply raw(*reply);
   delete reply;
   switch (fault.kind) {
-  case ServiceFault::SHORT:
+  case ServiceFault::truncated:
     raw.writeHalf();
     break;
-  case ServiceFault::SPLIT:
+  case ServiceFault::split:
     raw.writeHalf();
     raw.waitForReader();
     raw.writeRest();
     break;
-  case ServiceFault::GARBAGE:
+  case ServiceFault::garbage:
     raw.writeGarbage();
     break;
-  case ServiceFault::DIES:
+  case ServiceFault::dies:
     raw.writeHalf();
-    _exit(DIED_AS_TOLD);
+    _exit(injectedDeathStatus);
   default: // the others send nothing
     break;
   }

@@ -11,17 +11,17 @@ namespace sim {
 
 struct ServiceFault {
   enum Kind {
-    NONE,
-    SILENT,  // the reply is not sent
-    LATE,    // it is sent after `delay`
-    SHORT,   // its first half is sent
-    SPLIT,   // its second half comes a moment after the first
-    GARBAGE, // as many bytes as it has, but others
-    DIES,    // the task ends in mid-reply; the board starts it again
-    FULL,    // the task is stopped and its queue is full
-    ABSENT,  // neither the task nor its queue exist
+    none,
+    silent,    // the reply is not sent
+    late,      // it is sent after `delay`
+    truncated, // its first half is sent
+    split,     // its second half comes a moment after the first
+    garbage,   // as many bytes as it has, but others
+    dies,      // the task ends in mid-reply; the board starts it again
+    full,      // the task is stopped and its queue is full
+    absent,    // neither the task nor its queue exist
   };
-  Kind kind = NONE;
+  Kind kind = none;
   int delay = 0; // milliseconds
 
   /// The fault as the command line names it: "late:500"; "none" for no fault.
@@ -33,7 +33,7 @@ struct ServiceFault {
 /// Faults of single replies at random: the same seed always gives the same ones.
 class FaultDice {
 public:
-  static constexpr unsigned ALWAYS = 100;
+  static constexpr unsigned always = 100;
 
   FaultDice() = default; // no faults
   /// `percent` of all replies fail.

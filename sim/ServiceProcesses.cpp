@@ -12,7 +12,7 @@ namespace sim {
 
 namespace {
 
-constexpr int CRASHES_MAX = 3; // a task that ends by itself so often stays away
+constexpr int crashLimit = 3; // a task that ends by itself so often stays away
 
 struct QueueText {
   long type = 1;
@@ -21,10 +21,10 @@ struct QueueText {
 
 // In a fresh IPC namespace the kernel lets the id of the next queue be chosen.
 void makeQueue(const ServiceTask& task) {
-  constexpr char NEXT[] = "/proc/sys/kernel/msg_next_id";
+  constexpr char nextQueueId[] = "/proc/sys/kernel/msg_next_id";
   const std::string number = std::to_string(task.queueId);
-  const kr::Descriptor next(check(open(NEXT, O_WRONLY | O_CLOEXEC), NEXT));
-  check(write(next.get(), number.data(), number.size()), NEXT);
+  const kr::Descriptor next(check(open(nextQueueId, O_WRONLY | O_CLOEXEC), nextQueueId));
+  check(write(next.get(), number.data(), number.size()), nextQueueId);
   const int id = check(msgget(task.queueKey, IPC_CREAT | IPC_EXCL | 0660), task.name);
   if (id != task.queueId) throw std::runtime_error(task.name + std::string(": the queue has another id"));
 }
@@ -56,18 +56,18 @@ std::string lastWords(const ServiceTask& task) {
 
 ServiceProcesses::ServiceProcesses(Program program, const std::map<std::string, ServiceFault>& faults, BoardLog& log)
     : _program(std::move(program)), _log(log) {
-  for (const ServiceTask& task : SERVICE_TASKS) {
+  for (const ServiceTask& task : serviceTasks) {
     const auto found = faults.find(task.name);
-    const ServiceFault::Kind fault = found != faults.end() ? found->second.kind : ServiceFault::NONE;
+    const ServiceFault::Kind fault = found != faults.end() ? found->second.kind : ServiceFault::none;
     makeQueue(task);
-    if (fault == ServiceFault::ABSENT) {
+    if (fault == ServiceFault::absent) {
       // It has been there, so that the number 0, which stands for no task, goes to nobody else.
       check(msgctl(task.queueId, IPC_RMID, nullptr), task.name);
       continue;
     }
     _processes.push_back({&task});
     startFirst(_processes.back());
-    if (fault == ServiceFault::FULL) {
+    if (fault == ServiceFault::full) {
       check(::kill(_processes.back().pid, SIGSTOP), task.name);
       fill(task.queueId);
     }
@@ -105,22 +105,22 @@ void ServiceProcesses::childEnded(pid_t child, int status) {
   for (Process& process : _processes) {
     if (process.pid != child) continue;
     process.pid = -1;
-    const bool asTold = WIFEXITED(status) && WEXITSTATUS(status) == DIED_AS_TOLD;
+    const bool asTold = WIFEXITED(status) && WEXITSTATUS(status) == injectedDeathStatus;
     if (!asTold && !(_ending && status == 0)) {
       ++process.crashes;
       _log.add(std::string("service ") + process.task->name + " ended: " + howItEnded(status));
       (void)fprintf(stderr, "tev-sim: %s ended: %s\n%s", process.task->name, howItEnded(status).c_str(),
                     lastWords(*process.task).c_str());
     }
-    if (!_ending && process.crashes < CRASHES_MAX) start(process, STDOUT_FILENO);
+    if (!_ending && process.crashes < crashLimit) start(process, STDOUT_FILENO);
   }
 }
 
 void ServiceProcesses::end() {
   _ending = true;
   QueueText last;
-  last.text[0] = static_cast<char>(END_MESSAGE >> 8U);
-  last.text[1] = static_cast<char>(END_MESSAGE & 0xffU);
+  last.text[0] = static_cast<char>(endMessageId >> 8U);
+  last.text[1] = static_cast<char>(endMessageId & 0xffU);
   for (const Process& process : _processes) {
     if (process.pid < 0) continue;
     // One whose queue is full, or gone, would not see its end coming.

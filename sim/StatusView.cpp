@@ -14,11 +14,11 @@ namespace sim {
 
 namespace {
 
-constexpr timespec PAUSE = {0, 500000000};
-constexpr char HOME[] = "\033[H";
-constexpr char CLEAR_SCREEN[] = "\033[2J";
-constexpr char CLEAR_LINE[] = "\033[K";
-constexpr char CLEAR_BELOW[] = "\033[J";
+constexpr timespec watchInterval = {0, 500000000};
+constexpr char cursorHome[] = "\033[H";
+constexpr char clearScreen[] = "\033[2J";
+constexpr char clearLine[] = "\033[K";
+constexpr char clearBelow[] = "\033[J";
 
 // The tev-sim that a board belongs to is the parent of the board's process.
 pid_t launcherOf(pid_t board) {
@@ -51,19 +51,19 @@ std::vector<RunningBoard> choose(pid_t pid) {
 std::string onTerminal(const std::string& text) {
   winsize window = {};
   if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &window) != 0 || window.ws_row == 0) window.ws_row = 24;
-  std::string out = HOME;
+  std::string out = cursorHome;
   size_t at = 0;
   for (int line = 1; line < window.ws_row && at < text.size(); ++line) {
     const size_t end = text.find('\n', at);
-    out += text.substr(at, end - at) + CLEAR_LINE + "\n";
+    out += text.substr(at, end - at) + clearLine + "\n";
     at = end + 1;
   }
-  return out + CLEAR_BELOW;
+  return out + clearBelow;
 }
 
 int watchBoard(const RunningBoard& board, const std::string& title) {
   const bool terminal = isatty(STDOUT_FILENO) == 1;
-  if (terminal && fputs(CLEAR_SCREEN, stdout) < 0) return 1;
+  if (terminal && fputs(clearScreen, stdout) < 0) return 1;
   for (;;) {
     std::string text;
     try {
@@ -72,7 +72,7 @@ int watchBoard(const RunningBoard& board, const std::string& title) {
       return fputs("the board has ended\n", stdout) < 0 || fflush(stdout) != 0 ? 1 : 0;
     }
     if (fputs((terminal ? onTerminal(text) : text + "\n").c_str(), stdout) < 0 || fflush(stdout) != 0) return 1;
-    (void)nanosleep(&PAUSE, nullptr); // cut short, the next look comes earlier
+    (void)nanosleep(&watchInterval, nullptr); // cut short, the next look comes earlier
   }
 }
 

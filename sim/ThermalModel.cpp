@@ -7,31 +7,31 @@ namespace sim {
 
 namespace {
 
-constexpr double ROOM = 25.0; // degrees Celsius around the board
-constexpr double RISE_IN_STILL_AIR = 45.0;
-constexpr double HALVING_FAN = 15.0;   // the fan setting that halves the rise
-constexpr double TIME_CONSTANT = 20.0; // seconds until 63 % of a change has happened
-constexpr int TACH_TICKS = 2877120;    // clock ticks in a minute
-constexpr int RPM_PER_STEP = 100;      // of the fan setting
+constexpr double roomTemperature = 25.0; // degrees Celsius around the board
+constexpr double riseInStillAir = 45.0;
+constexpr double halvingFan = 15.0;   // the fan setting that halves the rise
+constexpr double timeConstant = 20.0; // seconds until 63 % of a change has happened
+constexpr int tachTicks = 2877120;    // clock ticks in a minute
+constexpr int rpmPerStep = 100;       // of the fan setting
 
 } // namespace
 
-void ThermalModel::setFan(int setting) { _fan = std::clamp(setting, 0, MAX_FAN); }
+void ThermalModel::setFan(int setting) { _fan = std::clamp(setting, 0, maxFan); }
 
 void ThermalModel::setSetPoint(int raw) { _setPoint = std::clamp(raw, -128, 127); }
 
-void ThermalModel::setTemperature(int raw) { _celsius = std::clamp(raw, -128, 127) + RAW_OFFSET + 0.5; }
+void ThermalModel::setTemperature(int raw) { _celsius = std::clamp(raw, -128, 127) + rawOffset + 0.5; }
 
-double ThermalModel::balance() const { return ROOM + RISE_IN_STILL_AIR / (1.0 + _fan / HALVING_FAN); }
+double ThermalModel::balance() const { return roomTemperature + riseInStillAir / (1.0 + _fan / halvingFan); }
 
 void ThermalModel::advance(double seconds) {
-  _celsius = balance() + (_celsius - balance()) * std::exp(-seconds / TIME_CONSTANT);
+  _celsius = balance() + (_celsius - balance()) * std::exp(-seconds / timeConstant);
 }
 
-int ThermalModel::temperature() const { return static_cast<int>(std::floor(_celsius)) - RAW_OFFSET; }
+int ThermalModel::temperature() const { return static_cast<int>(std::floor(_celsius)) - rawOffset; }
 
-int ThermalModel::rpm() const { return _fan * RPM_PER_STEP; }
+int ThermalModel::rpm() const { return _fan * rpmPerStep; }
 
-int ThermalModel::tachCount() const { return _fan == 0 ? 0 : TACH_TICKS / rpm(); }
+int ThermalModel::tachCount() const { return _fan == 0 ? 0 : tachTicks / rpm(); }
 
 } // namespace sim

@@ -6,15 +6,15 @@ namespace sim {
 
 /// The fan setting gives the speed at once. The temperature drifts towards a balance that lies lower the faster the fan
 /// turns, and the alert is on while the temperature is at or above the set-point. Temperatures are the chip's raw
-/// numbers: degrees Celsius less RAW_OFFSET.
+/// numbers: degrees Celsius less rawOffset.
 class ThermalModel {
 public:
-  static constexpr int RAW_OFFSET = 11;
-  static constexpr int MAX_FAN = 63;
-  static constexpr int DEFAULT_FAN = 15;
-  static constexpr int DEFAULT_SET_POINT = 60 - RAW_OFFSET;
+  static constexpr int rawOffset = 11;
+  static constexpr int maxFan = 63;
+  static constexpr int defaultFan = 15;
+  static constexpr int defaultSetPoint = 60 - rawOffset;
 
-  /// Fan setting 0 (off) to MAX_FAN; others are brought to the nearer end.
+  /// Fan setting 0 (off) to maxFan; others are brought to the nearer end.
   void setFan(int setting);
   /// One signed byte, like the chip's register; others are brought to the nearer end.
   void setSetPoint(int raw);
@@ -36,8 +36,8 @@ public:
 private:
   double balance() const;
 
-  int _fan = DEFAULT_FAN;
-  int _setPoint = DEFAULT_SET_POINT;
+  int _fan = defaultFan;
+  int _setPoint = defaultSetPoint;
   double _celsius = balance();
 };
 

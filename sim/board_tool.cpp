@@ -12,24 +12,23 @@ namespace sim {
 namespace {
 
 std::string readEeprom(size_t offset, size_t size) {
-  const kr::Descriptor node(check(open(EEPROM_NODE, O_RDONLY | O_CLOEXEC), EEPROM_NODE));
+  const kr::Descriptor node(check(open(eepromNode, O_RDONLY | O_CLOEXEC), eepromNode));
   std::string bytes(size, '\0');
   bytes.resize(
-      static_cast<size_t>(check(pread(node.get(), bytes.data(), size, static_cast<off_t>(offset)), EEPROM_NODE)));
-  if (bytes.size() != size) throw std::runtime_error(std::string(EEPROM_NODE) + ": too short");
+      static_cast<size_t>(check(pread(node.get(), bytes.data(), size, static_cast<off_t>(offset)), eepromNode)));
+  if (bytes.size() != size) throw std::runtime_error(std::string(eepromNode) + ": too short");
   return bytes;
 }
 
 void writeEeprom(size_t offset, const std::string& bytes) {
-  const kr::Descriptor node(check(open(EEPROM_NODE, O_RDWR | O_CLOEXEC), EEPROM_NODE));
-  const ssize_t written =
-      check(pwrite(node.get(), bytes.data(), bytes.size(), static_cast<off_t>(offset)), EEPROM_NODE);
-  if (static_cast<size_t>(written) != bytes.size()) throw std::runtime_error(std::string(EEPROM_NODE) + ": full");
+  const kr::Descriptor node(check(open(eepromNode, O_RDWR | O_CLOEXEC), eepromNode));
+  const ssize_t written = check(pwrite(node.get(), bytes.data(), bytes.size(), static_cast<off_t>(offset)), eepromNode);
+  if (static_cast<size_t>(written) != bytes.size()) throw std::runtime_error(std::string(eepromNode) + ": full");
 }
 
 void readMacs() {
-  const std::string bytes = readEeprom(eeprom::MACS_AT, eeprom::MAC_COUNT * sizeof(eeprom::Mac));
-  for (size_t port = 0; port < eeprom::MAC_COUNT; ++port) {
+  const std::string bytes = readEeprom(eeprom::macsOffset, eeprom::macCount * sizeof(eeprom::Mac));
+  for (size_t port = 0; port < eeprom::macCount; ++port) {
     eeprom::Mac mac;
     std::copy_n(bytes.begin() + static_cast<ptrdiff_t>(port * mac.size()), mac.size(), mac.begin());
     (void)printf("eth%zu %s\n", port, eeprom::formatMac(mac).c_str()); // main looks at the stream
@@ -40,22 +39,22 @@ void writeMacs(const std::string& text) {
   const std::optional<eeprom::Mac> first = eeprom::parseMac(text);
   if (!first) throw std::runtime_error("not a MAC address: " + text);
   std::string bytes;
-  for (unsigned port = 0; port < eeprom::MAC_COUNT; ++port) {
+  for (unsigned port = 0; port < eeprom::macCount; ++port) {
     const eeprom::Mac mac = eeprom::macAfter(*first, port);
     bytes.append(mac.begin(), mac.end());
   }
-  writeEeprom(eeprom::MACS_AT, bytes);
+  writeEeprom(eeprom::macsOffset, bytes);
 }
 
 void readSerial() {
-  const std::string field = readEeprom(eeprom::SERIAL_AT, eeprom::SERIAL_SIZE);
+  const std::string field = readEeprom(eeprom::serialOffset, eeprom::serialSize);
   (void)printf("%.*s\n", static_cast<int>(field.size()), field.c_str());
 }
 
 void writeSerial(const std::string& text) {
   const std::optional<std::string> field = eeprom::serialField(text);
   if (!field) throw std::runtime_error("not a serial number of 1 to 16 characters: " + text);
-  writeEeprom(eeprom::SERIAL_AT, *field);
+  writeEeprom(eeprom::serialOffset, *field);
 }
 
 void run(const std::string& name, const Words& arguments) {

@@ -14,7 +14,7 @@ namespace sim {
 
 namespace {
 
-constexpr int REFUSED = 125;
+constexpr int refusedStatus = 125;
 
 // Keeps our own files away from the numbers of the standard streams; true where one was closed.
 void holdStreams(bool (&closed)[3]) {
@@ -66,10 +66,10 @@ int main(int argc, char** argv) {
       return 2;
     }
     const auto& options = std::get<sim::Options>(parsed);
-    if (options.help) return fputs(sim::HELP, stdout) < 0 || fflush(stdout) != 0 ? 1 : 0;
+    if (options.help) return fputs(sim::helpText, stdout) < 0 || fflush(stdout) != 0 ? 1 : 0;
     return options.status ? sim::showStatus(options.pid, options.watch) : sim::launch(options);
   } catch (const std::exception& error) {
     (void)fprintf(stderr, "tev-sim: %s\n", error.what());
-    return sim::REFUSED;
+    return sim::refusedStatus;
   }
 }

@@ -36,7 +36,7 @@ int run(const ServiceTask& task) {
 } // namespace sim
 
 int main(int argc, char** argv) {
-  for (const sim::ServiceTask& task : sim::SERVICE_TASKS) {
+  for (const sim::ServiceTask& task : sim::serviceTasks) {
     if (argc == 2 && std::strcmp(argv[1], task.name) == 0) return sim::run(task);
   }
   (void)fprintf(stderr, "tev-service: wants the name of a service task\n");

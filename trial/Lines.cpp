@@ -81,8 +81,8 @@ void Lines::change(Setting& setting, int value) { _inDoubt ? setting.forget() : 
 void Lines::restart(bool defaults) {
   change(_stream, 0);
   if (!defaults) return;
-  change(_fan, sim::ThermalModel::DEFAULT_FAN);
-  change(_setPoint, sim::ThermalModel::DEFAULT_SET_POINT);
+  change(_fan, sim::ThermalModel::defaultFan);
+  change(_setPoint, sim::ThermalModel::defaultSetPoint);
   change(_format, 9);
   change(_resolution, 0);
 }
@@ -205,7 +205,7 @@ Line Lines::help() {
 }
 
 Line Lines::version() {
-  return exactly("shown", "version" + more(), std::string("firmware version: ") + sim::FIRMWARE_VERSION + "\n");
+  return exactly("shown", "version" + more(), std::string("firmware version: ") + sim::firmwareVersion + "\n");
 }
 
 Line Lines::temperature() {
@@ -214,7 +214,7 @@ Line Lines::temperature() {
     const std::string word = number();
     const std::string text = "temperature setpoint " + word + more();
     if (_thermal.is(State::gone)) return noNode(text, "/sys/bus/i2c/devices/1-004c/setpoint");
-    const std::string raw = std::to_string(numberIn(word) - static_cast<long long>(sim::ThermalModel::RAW_OFFSET));
+    const std::string raw = std::to_string(numberIn(word) - static_cast<long long>(sim::ThermalModel::rawOffset));
     const std::string written = raw.substr(0, 2);
     if (hasNumber(written)) change(_setPoint, numberIn(written));
     return exactly("written", text, "");
@@ -228,7 +228,7 @@ Line Lines::temperature() {
     model.setSetPoint(raw);
     const auto celsius = [](int value) {
       // Three bytes are read.
-      return std::to_string(numberIn(std::to_string(value).substr(0, 3)) + sim::ThermalModel::RAW_OFFSET) +
+      return std::to_string(numberIn(std::to_string(value).substr(0, 3)) + sim::ThermalModel::rawOffset) +
              " degrees Celsius\n";
     };
     return std::string("temperature alert status: *** ") + (model.alert() && !stuck ? "on" : "off") +
@@ -244,7 +244,7 @@ Line Lines::fan() {
     const std::string text = "fan speed " + word + more();
     if (_thermal.is(State::gone)) return noNode(text, "/sys/bus/i2c/devices/1-004c/speed");
     if (_thermal.is(State::present) && hasNumber(word)) {
-      change(_fan, std::clamp(numberIn(word), 0, sim::ThermalModel::MAX_FAN));
+      change(_fan, std::clamp(numberIn(word), 0, sim::ThermalModel::maxFan));
     }
     return exactly("written", text, "");
   }
@@ -281,7 +281,7 @@ Line Lines::tool(const std::string& text, const std::string& name, const char* o
     return {kindOf(text), text, judge, "sh: " + path + ": not found"};
   }
   if (_identity.is(State::gone) && expected.rfind(name, 0) != 0) { // the tool finds fault with words first
-    return exactly("no node", text, name + ": " + sim::EEPROM_NODE + ": No such file or directory\n");
+    return exactly("no node", text, name + ": " + sim::eepromNode + ": No such file or directory\n");
   }
   return exactly(outcome, text, expected);
 }

@@ -188,7 +188,7 @@ void Soak::settle() {
       long type = 1;
       char text[2] = {}; // a message that no service knows
     } probe;
-    for (const sim::ServiceTask& task : sim::SERVICE_TASKS)
+    for (const sim::ServiceTask& task : sim::serviceTasks)
       sim::check(msgsnd(task.queueId, &probe, sizeof probe.text, 0), task.name);
     _askedSinceProbe = false;
   }
@@ -202,7 +202,7 @@ void Soak::settle() {
 }
 
 bool Soak::isQuiet() const {
-  for (const sim::ServiceTask& task : sim::SERVICE_TASKS) {
+  for (const sim::ServiceTask& task : sim::serviceTasks) {
     msqid_ds queue = {};
     sim::check(msgctl(task.queueId, IPC_STAT, &queue), task.name);
     if (queue.msg_qnum != 0) return false;

@@ -31,10 +31,10 @@ TEST(ServiceFault, DiceRepeatThemselvesAndKeepTheirShare) {
     ++counts[fault.kind];
     EXPECT_EQ(fault.text(), same.roll().text());
     differ |= fault.text() != other.roll().text();
-    EXPECT_EQ(none.roll().kind, ServiceFault::NONE);
+    EXPECT_EQ(none.roll().kind, ServiceFault::none);
   }
   EXPECT_TRUE(differ);
-  EXPECT_NEAR(counts[ServiceFault::NONE], 9000, 200);
+  EXPECT_NEAR(counts[ServiceFault::none], 9000, 200);
   EXPECT_EQ(counts.size(), 7U) << "all but a full and an absent queue";
 }
 

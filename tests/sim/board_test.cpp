@@ -125,16 +125,16 @@ TEST_F(BoardTest, AlertComesAndGoesWithTheTemperature) {
 }
 
 TEST_F(BoardTest, EepromIsWrittenInPlace) {
-  EXPECT_EQ(write(EEPROM_NODE, "AB\0"s, 8), 3);
+  EXPECT_EQ(write(eepromNode, "AB\0"s, 8), 3);
   EXPECT_EQ(log(), "write /sys/bus/i2c/devices/1-0050/eeprom @8 \"AB\\0\"\n");
   std::string expected = eeprom::factoryContents();
   expected.replace(8, 3, "AB\0"s);
-  EXPECT_EQ(text(EEPROM_NODE), expected);
-  EXPECT_EQ(write(EEPROM_NODE, "xyz", 254), 2) << "the chip ends there";
-  EXPECT_EQ(write(EEPROM_NODE, "x", 256), -EFBIG);
-  EXPECT_EQ(text(EEPROM_NODE).size(), eeprom::SIZE);
-  EXPECT_EQ(board().read(index(EEPROM_NODE), 254, 100), "xy");
-  EXPECT_EQ(board().read(index(EEPROM_NODE), 300, 1), "");
+  EXPECT_EQ(text(eepromNode), expected);
+  EXPECT_EQ(write(eepromNode, "xyz", 254), 2) << "the chip ends there";
+  EXPECT_EQ(write(eepromNode, "x", 256), -EFBIG);
+  EXPECT_EQ(text(eepromNode).size(), eeprom::size);
+  EXPECT_EQ(board().read(index(eepromNode), 254, 100), "xy");
+  EXPECT_EQ(board().read(index(eepromNode), 300, 1), "");
 }
 
 TEST_F(BoardTest, FirstTextsCountForTheModelAndStandUntilItChanges) {
@@ -151,22 +151,22 @@ TEST_F(BoardTest, FirstTextsCountForTheModelAndStandUntilItChanges) {
 }
 
 TEST_F(BoardTest, Faults) {
-  _setup.faults.missing = {SMI, std::string(TOOL_FOLDER) + TOOL_NAMES[0]};
+  _setup.faults.missing = {SMI, std::string(toolDirectory) + toolNames[0]};
   _setup.faults.readOnly = {CHIP + "setpoint"};
   _setup.faults.failWrite = {CHIP + "speed"};
-  _setup.faults.tools = {{TOOL_NAMES[0], ToolFault::FAIL}, {TOOL_NAMES[1], ToolFault::SILENT}};
+  _setup.faults.tools = {{toolNames[0], ToolFault::fail}, {toolNames[1], ToolFault::silent}};
   _setup.logReads = true;
   EXPECT_THROW(index(SMI), std::out_of_range);
-  EXPECT_EQ(boardPaths().size(), board().nodes().size() + 1 + TOOL_NAMES.size());
+  EXPECT_EQ(boardPaths().size(), board().nodes().size() + 1 + toolNames.size());
   EXPECT_EQ(board().open(index(CHIP + "setpoint"), O_RDWR), EACCES);
   EXPECT_EQ(board().open(index(CHIP + "setpoint"), O_RDONLY), 0);
   EXPECT_EQ(board().open(index(ALERT), O_WRONLY | O_TRUNC), EACCES);
   EXPECT_EQ(board().open(index(CHIP + "speed"), O_WRONLY | O_TRUNC), 0);
   EXPECT_EQ(write(CHIP + "speed", "1"), -EIO);
   EXPECT_EQ(text(CHIP + "speed"), "15\n");
-  EXPECT_EQ(board().runTool(TOOL_NAMES[0], {}), "fail");
-  EXPECT_EQ(board().runTool(TOOL_NAMES[1], {"a b", ""}), "silent");
-  EXPECT_EQ(board().runTool(TOOL_NAMES[2], {"\n"}), "ok");
+  EXPECT_EQ(board().runTool(toolNames[0], {}), "fail");
+  EXPECT_EQ(board().runTool(toolNames[1], {"a b", ""}), "silent");
+  EXPECT_EQ(board().runTool(toolNames[2], {"\n"}), "ok");
   EXPECT_EQ(log(), "open " + CHIP + "setpoint O_RDWR -> EACCES\nopen " + CHIP + "setpoint O_RDONLY\nopen " + ALERT +
                        " O_WRONLY -> EACCES\nopen " + CHIP + "speed O_WRONLY\nwrite " + CHIP +
                        "speed \"1\" -> EIO\nread " + CHIP +
@@ -268,7 +268,7 @@ TEST_F(BoardTest, MessagesActOnTheApplianceAndAreAnswered) {
 }
 
 TEST_F(BoardTest, RepliesFailAsAsked) {
-  _setup.faults.services = {{"tStreamAppTask", {ServiceFault::LATE, 500}}};
+  _setup.faults.services = {{"tStreamAppTask", {ServiceFault::late, 500}}};
   _setup.faults.dice = FaultDice(1, 100);
   const Message stream = request("tStreamAppTask", "StreamControl", "", {{"control", 2}, {"type", 3}});
   EXPECT_EQ(board().receive(stream).fault.text(), "late:500");
@@ -278,12 +278,12 @@ TEST_F(BoardTest, RepliesFailAsAsked) {
   for (int i = 0; i < 20; ++i)
     EXPECT_EQ(board().receive(video).fault.text(), same.roll().text());
   const Message unanswered = request("tAdminAppTask", "SetLoggingMode", "", {});
-  EXPECT_EQ(board().receive(unanswered).fault.kind, ServiceFault::NONE);
+  EXPECT_EQ(board().receive(unanswered).fault.kind, ServiceFault::none);
 }
 
 TEST_F(BoardTest, StatusIsATable) {
   _setup.snapshotFolder = testing::TempDir();
-  _setup.faults.services = {{"tAdminAppTask", {ServiceFault::ABSENT, 0}}};
+  _setup.faults.services = {{"tAdminAppTask", {ServiceFault::absent, 0}}};
   _setup.faults.dice = FaultDice(1, 1);
   _setup.faults.firstTexts = {{SMI, std::string(200, 'x')}};
   board().receive(request("tStreamAppTask", "StreamControl", "sync", {{"control", 1}, {"type", 3}}));

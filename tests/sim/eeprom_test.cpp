@@ -27,6 +27,6 @@ TEST(Eeprom, SerialNumberFillsItsField) {
   for (const auto& bad : {""s, "480213UNIT6543210"s, "a\nb"s, "a\0b"s, "\x80"s})
     EXPECT_FALSE(eeprom::serialField(bad));
   const std::string bytes = eeprom::factoryContents();
-  ASSERT_EQ(bytes.size(), eeprom::SIZE);
+  ASSERT_EQ(bytes.size(), eeprom::size);
   EXPECT_EQ(bytes.substr(8, 16), "480213UNIT000001");
 }

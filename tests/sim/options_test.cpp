@@ -25,8 +25,8 @@ TEST(Options, WhatIsLeftOutStaysHarmless) {
   const Options none = parsed({});
   EXPECT_TRUE(none.command.empty() && none.logFile.empty() && none.dumpFile.empty());
   EXPECT_FALSE(none.board.frozen || none.board.logReads || none.logTimes || none.probe || none.help || none.status);
-  EXPECT_EQ(none.tmp, Tmp::PRIVATE);
-  EXPECT_EQ(none.nodes, NodeKind::ANY);
+  EXPECT_EQ(none.tmp, Tmp::own);
+  EXPECT_EQ(none.nodes, NodeKind::any);
 }
 
 TEST(Options, EachIsUnderstood) {
@@ -44,8 +44,8 @@ TEST(Options, EachIsUnderstood) {
               all.watch);
   EXPECT_EQ(all.logFile, "a b");
   EXPECT_EQ(all.dumpFile, "d=e");
-  EXPECT_EQ(all.nodes, NodeKind::FILES);
-  EXPECT_EQ(all.tmp, Tmp::READ_ONLY) << "the last word";
+  EXPECT_EQ(all.nodes, NodeKind::files);
+  EXPECT_EQ(all.tmp, Tmp::readOnly) << "the last word";
   EXPECT_EQ(all.snapshots + all.services, "/s/p");
   EXPECT_EQ(faults.firstTexts, (std::map<std::string, std::string>{{"/sys/bus/i2c/devices/1-004c/setpoint", "2\n"},
                                                                    {"/sys/bus/i2c/devices/1-004c/speed", ""}}));
@@ -53,11 +53,11 @@ TEST(Options, EachIsUnderstood) {
             (std::set<std::string>{"/sys/class/gpio/gpio27/value", "/mnt/tev/sys/bin/eeprom-read-macs-arm-none"}));
   EXPECT_EQ(faults.readOnly, std::set<std::string>{"/sys/class/gpio/gpio26/value"});
   EXPECT_EQ(faults.failWrite, std::set<std::string>{"/sys/module/ksz8864/drivers/smi"});
-  EXPECT_EQ(faults.tools, (std::map<std::string, ToolFault>{{"eeprom-read-macs-arm-none", ToolFault::FAIL},
-                                                            {"eeprom-write-macs-arm-none", ToolFault::SILENT}}));
+  EXPECT_EQ(faults.tools, (std::map<std::string, ToolFault>{{"eeprom-read-macs-arm-none", ToolFault::fail},
+                                                            {"eeprom-write-macs-arm-none", ToolFault::silent}}));
   EXPECT_EQ(all.pid, 77);
   ASSERT_EQ(faults.services.size(), 1U);
-  EXPECT_EQ(faults.services.at("tAdminAppTask").kind, ServiceFault::FULL) << "the last word";
+  EXPECT_EQ(faults.services.at("tAdminAppTask").kind, ServiceFault::full) << "the last word";
   EXPECT_EQ(faults.dice.percent(), 100U);
   EXPECT_EQ(all.command, (std::vector<std::string>{"sh", "-c", "--help"}));
 }

@@ -33,8 +33,8 @@ TEST(ThermalModel, TemperatureMovesSlowlyToItsBalance) {
     ASSERT_LE(model.temperature() - last, 2);
     last = model.temperature();
   }
-  EXPECT_NEAR(last, 70 - ThermalModel::RAW_OFFSET, 1);
-  model.setFan(ThermalModel::MAX_FAN);
+  EXPECT_NEAR(last, 70 - ThermalModel::rawOffset, 1);
+  model.setFan(ThermalModel::maxFan);
   model.advance(300);
   EXPECT_LT(model.temperature(), first);
 }
