@@ -9,5 +9,5 @@ void sim::registerAdminAppMessages() {
 }
 
 int AdminControlReqMsg::InvokeHandler(CommObj* receiver) { return sim::serve(*this, receiver); }
-int AdminControlRespMsg::InvokeHandler(CommObj* receiver) { return sim::take(*this, receiver); }
-int SetLoggingModeReqMsg::InvokeHandler(CommObj* receiver) { return sim::take(*this, receiver); }
+int AdminControlRespMsg::InvokeHandler(CommObj* receiver) { return sim::serveUnanswered(*this, receiver); }
+int SetLoggingModeReqMsg::InvokeHandler(CommObj* receiver) { return sim::serveUnanswered(*this, receiver); }

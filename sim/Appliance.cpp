@@ -41,44 +41,44 @@ const char* nameOf(unsigned value, const Named (&all)[N]) {
 
 bool isWithin(unsigned value, unsigned first, unsigned last) { return value >= first && value <= last; }
 
-unsigned valueOf(const Fields& fields, const char* name) {
-  const auto field = std::find_if(fields.begin(), fields.end(), [&](const Field& f) { return f.name == name; });
-  return field != fields.end() ? field->value : 0;
+unsigned valueOf(const Payload& payload, const char* name) {
+  const auto field = std::find_if(payload.begin(), payload.end(), [&](const PayloadWord& f) { return f.name == name; });
+  return field != payload.end() ? field->value : 0;
 }
 
 } // namespace
 
-std::string textOf(const Fields& fields) {
+std::string textOf(const Payload& payload) {
   std::string text;
-  for (const Field& field : fields)
+  for (const PayloadWord& field : payload)
     text += " " + field.name + "=" + std::to_string(field.value);
   return text;
 }
 
-std::string Resolution::text() const {
+std::string VideoResolution::text() const {
   return std::to_string(horizontal) + "x" + std::to_string(vertical) +
          (qualifier == protocol::qualifier::progressive ? "p@" : "i@") + std::to_string(hertz);
 }
 
-bool Resolution::isPossible() const {
+bool VideoResolution::isSupported() const {
   using namespace protocol::qualifier;
   return isWithin(horizontal, 1, 1920) && isWithin(vertical, 1, 1200) &&
          (qualifier == progressive || qualifier == interlaced) && isWithin(hertz, 1, 60);
 }
 
-unsigned Resolution::standard() const {
+unsigned VideoResolution::standard() const {
   if (horizontal != 720) return 0;
   return vertical == 480 || vertical == 488 ? 1 : vertical == 576 ? 2 : 0;
 }
 
-struct Appliance::Request {
+struct Appliance::Handler {
   uint16_t id;
   const char* task;
-  Status (Appliance::*serve)(const Fields&);
+  RequestStatus (Appliance::*serve)(const Payload&);
 };
 
-const std::vector<Appliance::Request>& Appliance::requests() {
-  static const std::vector<Request> all = {
+const std::vector<Appliance::Handler>& Appliance::handlers() {
+  static const std::vector<Handler> all = {
       {protocol::setVideoModeReq, protocol::videoTask, &Appliance::setVideoMode},
       {protocol::getVideoResolutionReq, protocol::videoTask, &Appliance::getVideoResolution},
       {protocol::setVideoResolutionReq, protocol::videoTask, &Appliance::setVideoResolution},
@@ -91,15 +91,15 @@ const std::vector<Appliance::Request>& Appliance::requests() {
   return all;
 }
 
-Fields Appliance::serve(const std::string& task, uint16_t id, const Fields& fields) {
-  const auto& known = requests();
-  const auto request = std::find_if(known.begin(), known.end(), [&](const Request& r) { return id == r.id; });
+Payload Appliance::serve(const std::string& task, uint16_t id, const Payload& payload) {
+  const auto& known = handlers();
+  const auto request = std::find_if(known.begin(), known.end(), [&](const Handler& r) { return id == r.id; });
   if (request == known.end()) return {}; // a reply that nobody has asked for
-  const Status status = task == request->task ? (this->*request->serve)(fields) : Status::notMine;
+  const RequestStatus status = task == request->task ? (this->*request->serve)(payload) : RequestStatus::notMine;
   if (id == protocol::setLoggingModeReq) return {};
-  Fields reply = {{"status", static_cast<unsigned>(status)}};
+  Payload reply = {{"status", static_cast<unsigned>(status)}};
   if (id == protocol::getVideoResolutionReq) {
-    const Resolution shown = status == Status::done ? _settings.resolution : Resolution{0, 0, 0, 0};
+    const VideoResolution shown = status == RequestStatus::done ? _settings.resolution : VideoResolution{0, 0, 0, 0};
     reply.insert(reply.end(), {{"horizontal", shown.horizontal},
                                {"vertical", shown.vertical},
                                {"qualifier", shown.qualifier},
@@ -126,92 +126,92 @@ const char* Appliance::audioSource() const { return nameOf(_settings.audioSource
 
 // ---- The video task
 
-Status Appliance::setVideoMode(const Fields& fields) {
+RequestStatus Appliance::setVideoMode(const Payload& payload) {
   Settings settings = _settings;
-  settings.format = valueOf(fields, "mode");
-  if (nameOf(settings.format, formats) == nullptr) return Status::refused;
+  settings.format = valueOf(payload, "mode");
+  if (nameOf(settings.format, formats) == nullptr) return RequestStatus::refused;
   change(settings);
-  return Status::done;
+  return RequestStatus::done;
 }
 
-Status Appliance::getVideoResolution(const Fields&) { return Status::done; }
+RequestStatus Appliance::getVideoResolution(const Payload&) { return RequestStatus::done; }
 
-Status Appliance::setVideoResolution(const Fields& fields) {
+RequestStatus Appliance::setVideoResolution(const Payload& payload) {
   Settings settings = _settings;
-  settings.resolution = {valueOf(fields, "horizontal"), valueOf(fields, "vertical"), valueOf(fields, "qualifier"),
-                         valueOf(fields, "hertz")};
-  if (!settings.resolution.isPossible()) return Status::refused;
+  settings.resolution = {valueOf(payload, "horizontal"), valueOf(payload, "vertical"), valueOf(payload, "qualifier"),
+                         valueOf(payload, "hertz")};
+  if (!settings.resolution.isSupported()) return RequestStatus::refused;
   change(settings);
-  return Status::done;
+  return RequestStatus::done;
 }
 
-Status Appliance::takeSnapshot(const Fields& fields) {
+RequestStatus Appliance::takeSnapshot(const Payload& payload) {
   using namespace protocol::snapshot;
-  const unsigned slot = valueOf(fields, "slot");
-  const unsigned scale = valueOf(fields, "scale");
-  if (!isWithin(slot, firstSlot, lastSlot) || !isWithin(scale, smallestScale, fullScale)) return Status::refused;
+  const unsigned slot = valueOf(payload, "slot");
+  const unsigned scale = valueOf(payload, "scale");
+  if (!isWithin(slot, firstSlot, lastSlot) || !isWithin(scale, smallestScale, fullScale)) return RequestStatus::refused;
   const unsigned width = std::max(1U, _settings.resolution.horizontal * scale / fullScale);
   const unsigned height = std::max(1U, _settings.resolution.vertical * scale / fullScale);
-  const std::string path = _folder + (slot < 10 ? "/slot0" : "/slot") + std::to_string(slot) + ".jpg";
+  const std::string path = _snapshotDirectory + (slot < 10 ? "/slot0" : "/slot") + std::to_string(slot) + ".jpg";
   if (const int error = storeColourBars(path, width, height); error != 0) {
     _log.add("snapshot slot " + std::to_string(slot) + " -> " + strerrorname_np(error));
-    return Status::failed;
+    return RequestStatus::failed;
   }
   const Snapshot taken{slot, std::to_string(width) + "x" + std::to_string(height), timeOfDay()};
   const auto same = [slot](const Snapshot& other) { return other.slot == slot; };
   _snapshots.erase(std::remove_if(_snapshots.begin(), _snapshots.end(), same), _snapshots.end());
   _snapshots.insert(_snapshots.begin(), taken);
   _log.add("snapshot slot " + std::to_string(slot) + " " + taken.size);
-  return Status::done;
+  return RequestStatus::done;
 }
 
-Status Appliance::setAudioSource(const Fields& fields) {
+RequestStatus Appliance::setAudioSource(const Payload& payload) {
   Settings settings = _settings;
-  settings.audioSource = valueOf(fields, "audiosrc");
-  if (nameOf(settings.audioSource, audioSources) == nullptr) return Status::refused;
+  settings.audioSource = valueOf(payload, "audiosrc");
+  if (nameOf(settings.audioSource, audioSources) == nullptr) return RequestStatus::refused;
   change(settings);
-  return Status::done;
+  return RequestStatus::done;
 }
 
 // ---- The stream task
 
-Status Appliance::controlStream(const Fields& fields) {
+RequestStatus Appliance::controlStream(const Payload& payload) {
   using namespace protocol::streamControl;
-  const unsigned control = valueOf(fields, "control");
-  const unsigned type = valueOf(fields, "type");
+  const unsigned control = valueOf(payload, "control");
+  const unsigned type = valueOf(payload, "type");
   if ((control != start && control != stop) || type == noStream || nameOf(type, streams) == nullptr) {
-    return Status::refused;
+    return RequestStatus::refused;
   }
   _stream = control == start ? _stream | type : _stream & ~type;
-  return Status::done;
+  return RequestStatus::done;
 }
 
 // ---- The administration task
 
-Status Appliance::controlAdmin(const Fields& fields) {
-  switch (valueOf(fields, "control")) {
+RequestStatus Appliance::controlAdmin(const Payload& payload) {
+  switch (valueOf(payload, "control")) {
   case protocol::adminControl::reboot:
     _restart = Restart::plain;
-    return Status::done;
+    return RequestStatus::done;
   case protocol::adminControl::factoryConfig:
     _restart = Restart::configuration;
-    return Status::done;
+    return RequestStatus::done;
   case protocol::adminControl::factoryFirmware:
     _restart = Restart::firmware;
-    return Status::done;
+    return RequestStatus::done;
   default:
-    return Status::refused;
+    return RequestStatus::refused;
   }
 }
 
-Status Appliance::setLogging(const Fields& fields) {
+RequestStatus Appliance::setLogging(const Payload& payload) {
   using namespace protocol::logging;
-  const unsigned mode = valueOf(fields, "onoff");
-  if ((mode != off && mode != on) || valueOf(fields, "component") != allComponents) return Status::refused;
+  const unsigned mode = valueOf(payload, "onoff");
+  if ((mode != off && mode != on) || valueOf(payload, "component") != allComponents) return RequestStatus::refused;
   Settings settings = _settings;
   settings.logging = mode == on;
   change(settings);
-  return Status::done;
+  return RequestStatus::done;
 }
 
 } // namespace sim

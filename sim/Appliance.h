@@ -30,26 +30,26 @@ inline constexpr char snapshotPath[] = "/opt/tev/user/snapshots";
 inline constexpr char firmwareVersion[] = "v" TEV_SIM_FIRMWARE;
 
 /// The payload of a message.
-struct Field {
+struct PayloadWord {
   std::string name;
   unsigned value;
 };
-using Fields = std::vector<Field>;
+using Payload = std::vector<PayloadWord>;
 
 /// " name=value" for each of them.
-std::string textOf(const Fields& fields);
+std::string textOf(const Payload& payload);
 
 /// The first field of a reply.
-enum class Status { done = 0, refused = 1, notMine = 2, failed = 3 };
+enum class RequestStatus { done = 0, refused = 1, notMine = 2, failed = 3 };
 
-struct Resolution {
+struct VideoResolution {
   unsigned horizontal = 1280;
   unsigned vertical = 720;
   unsigned qualifier = protocol::qualifier::progressive;
   unsigned hertz = 30;
 
   std::string text() const;
-  bool isPossible() const;
+  bool isSupported() const;
   /// The television standard that has so many lines: 1 NTSC, 2 PAL, 0 none.
   unsigned standard() const;
 };
@@ -64,12 +64,12 @@ enum class Restart { none, plain, configuration, firmware };
 
 class Appliance {
 public:
-  /// Tells what changes in `log`, which must outlive the appliance, and keeps snapshots in `folder`.
-  Appliance(BoardLog& log, std::string folder) : _log(log), _folder(std::move(folder)) {}
+  /// Tells what changes in `log`, which must outlive the appliance, and keeps snapshots in `directory`.
+  Appliance(BoardLog& log, std::string directory) : _log(log), _snapshotDirectory(std::move(directory)) {}
 
-  /// Acts on a message that reached a service task; `id` is its protocol::MessageId. Returns the fields of the reply,
+  /// Acts on a message that reached a service task; `id` is its protocol::MessageId. Returns the payload of the reply,
   /// none where nothing answers.
-  Fields serve(const std::string& task, uint16_t id, const Fields& fields);
+  Payload serve(const std::string& task, uint16_t id, const Payload& payload);
 
   /// The restart that the last request asked for. It is to happen once the reply is out.
   Restart takeRestart() { return std::exchange(_restart, Restart::none); }
@@ -84,7 +84,7 @@ public:
 
   const char* format() const;
   const char* audioSource() const;
-  const Resolution& resolution() const { return _settings.resolution; }
+  const VideoResolution& resolution() const { return _settings.resolution; }
   bool logging() const { return _settings.logging; }
   /// Those that can be looked at, the latest first.
   const std::vector<Snapshot>& snapshots() const { return _snapshots; }
@@ -92,25 +92,25 @@ public:
 private:
   struct Settings {
     unsigned format = protocol::videoMode::hdmi;
-    Resolution resolution;
+    VideoResolution resolution;
     unsigned audioSource = protocol::audioSource::digital;
     bool logging = true;
   };
-  struct Request;
-  static const std::vector<Request>& requests();
+  struct Handler;
+  static const std::vector<Handler>& handlers();
 
-  Status setVideoMode(const Fields& fields);
-  Status getVideoResolution(const Fields& fields);
-  Status setVideoResolution(const Fields& fields);
-  Status takeSnapshot(const Fields& fields);
-  Status setAudioSource(const Fields& fields);
-  Status controlStream(const Fields& fields);
-  Status controlAdmin(const Fields& fields);
-  Status setLogging(const Fields& fields);
+  RequestStatus setVideoMode(const Payload& payload);
+  RequestStatus getVideoResolution(const Payload& payload);
+  RequestStatus setVideoResolution(const Payload& payload);
+  RequestStatus takeSnapshot(const Payload& payload);
+  RequestStatus setAudioSource(const Payload& payload);
+  RequestStatus controlStream(const Payload& payload);
+  RequestStatus controlAdmin(const Payload& payload);
+  RequestStatus setLogging(const Payload& payload);
   void change(const Settings& settings);
 
   BoardLog& _log;
-  std::string _folder;
+  std::string _snapshotDirectory;
   Settings _settings;
   unsigned _stream = 0;
   Restart _restart = Restart::none;

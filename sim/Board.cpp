@@ -30,7 +30,7 @@ std::optional<int> numberIn(std::string_view text) {
 
 // Makes a driver's store operation out of a setter for numbers.
 template <class Setter>
-std::function<int(std::string_view)> takeNumber(Setter set) {
+std::function<int(std::string_view)> storeNumber(Setter set) {
   return [set](std::string_view text) {
     const std::optional<int> number = numberIn(text);
     if (!number) return EINVAL;
@@ -54,7 +54,7 @@ const std::vector<std::string>& boardPaths() {
     BoardLog unused;
     const Board board({}, unused);
     std::vector<std::string> all;
-    for (const Node& node : board.nodes())
+    for (const BoardNode& node : board.nodes())
       all.push_back(node.path);
     for (const char* tool : toolNames)
       all.push_back(std::string(toolDirectory) + tool);
@@ -64,10 +64,10 @@ const std::vector<std::string>& boardPaths() {
 }
 
 Board::Board(const Setup& setup, BoardLog& log)
-    : _setup(setup), _log(log), _appliance(log, setup.snapshotFolder), _dice(setup.faults.dice) {
+    : _setup(setup), _log(log), _appliance(log, setup.snapshotDirectory), _dice(setup.faults.dice) {
   addThermalNodes();
   addOtherNodes();
-  for (Node& node : _nodes) {
+  for (BoardNode& node : _nodes) {
     if (node.show) node.text = node.shown = node.show();
   }
   applyFaults();
@@ -75,46 +75,46 @@ Board::Board(const Setup& setup, BoardLog& log)
 
 void Board::addThermalNodes() {
   const std::string chip = "/sys/bus/i2c/devices/1-004c/";
-  Node temperature{chip + "temperature", 0444, ""};
-  temperature.take = takeNumber([this](int raw) { _thermal.setTemperature(raw); });
+  BoardNode temperature{chip + "temperature", 0444, ""};
+  temperature.store = storeNumber([this](int raw) { _thermal.setTemperature(raw); });
   temperature.show = [this] { return line(_thermal.temperature()); };
-  Node setPoint{chip + "setpoint", 0644, ""};
-  setPoint.take = takeNumber([this](int raw) { _thermal.setSetPoint(raw); });
+  BoardNode setPoint{chip + "setpoint", 0644, ""};
+  setPoint.store = storeNumber([this](int raw) { _thermal.setSetPoint(raw); });
   setPoint.show = [this] { return line(_thermal.setPoint()); };
-  Node speed{chip + "speed", 0644, ""};
-  speed.take = takeNumber([this](int setting) { _thermal.setFan(setting); });
+  BoardNode speed{chip + "speed", 0644, ""};
+  speed.store = storeNumber([this](int setting) { _thermal.setFan(setting); });
   speed.show = [this] { return line(_thermal.fan()); };
-  Node low{chip + "tachcount_lsb", 0444, ""};
+  BoardNode low{chip + "tachcount_lsb", 0444, ""};
   low.show = [this] { return hexByte(static_cast<unsigned>(_thermal.tachCount())); };
-  Node high{chip + "tachcount_msb", 0444, ""};
+  BoardNode high{chip + "tachcount_msb", 0444, ""};
   high.show = [this] { return hexByte(static_cast<unsigned>(_thermal.tachCount()) >> 8U); };
-  Node alert{"/sys/class/gpio/gpio27/value", 0444, ""};
+  BoardNode alert{"/sys/class/gpio/gpio27/value", 0444, ""};
   alert.show = [this] { return _thermal.alert() ? "0\n" : "1\n"; }; // active low
-  for (Node* node : {&temperature, &setPoint, &speed, &low, &high, &alert})
+  for (BoardNode* node : {&temperature, &setPoint, &speed, &low, &high, &alert})
     _nodes.push_back(std::move(*node));
 }
 
 void Board::addOtherNodes() {
-  Node streaming{"/sys/class/gpio/gpio26/value", 0644, ""};
-  streaming.take = [this](std::string_view text) {
+  BoardNode streaming{"/sys/class/gpio/gpio26/value", 0644, ""};
+  streaming.store = [this](std::string_view text) {
     if (text.empty() || (text[0] != '0' && text[0] != '1')) return EINVAL;
     _indicator = text[0] == '1';
     return 0;
   };
   streaming.show = [this] { return _indicator ? "1\n" : "0\n"; };
   _nodes.push_back(std::move(streaming));
-  Node format{"/sys/bus/i2c/devices/2-0020/format", 0444, ""};
+  BoardNode format{"/sys/bus/i2c/devices/2-0020/format", 0444, ""};
   format.show = [this] { return std::string(_appliance.format()) + "\n"; };
   _nodes.push_back(std::move(format));
-  Node smi{"/sys/module/ksz8864/drivers/smi", 0600, ""};
-  smi.take = [this](std::string_view text) { return takeSwitchCommands(text); };
+  BoardNode smi{"/sys/module/ksz8864/drivers/smi", 0600, ""};
+  smi.store = [this](std::string_view text) { return storeSwitchCommands(text); };
   smi.show = [this] {
     char text[32];
     (void)snprintf(text, sizeof text, "0x%02x 0x%02x\n", vlanRegister, _switchRegisters[vlanRegister]);
     return std::string(text);
   };
   _nodes.push_back(std::move(smi));
-  Node identity{eepromNode, 0600, eeprom::factoryContents()};
+  BoardNode identity{eepromNode, 0600, eeprom::factoryContents()};
   identity.binary = true;
   _nodes.push_back(std::move(identity));
 }
@@ -122,21 +122,21 @@ void Board::addOtherNodes() {
 // A first text counts for the model too where it makes sense there, and stands as it is until the model has another.
 void Board::applyFaults() {
   const Faults& faults = _setup.faults;
-  for (Node& node : _nodes) {
+  for (BoardNode& node : _nodes) {
     const auto first = faults.firstTexts.find(node.path);
     if (first == faults.firstTexts.end()) continue;
     node.text = first->second;
     if (node.binary) node.text.resize(eeprom::size, '\0');
-    if (node.take) (void)node.take(node.text); // a text without sense to the model is what the test wants to show
+    if (node.store) (void)node.store(node.text); // a text without sense to the model is what the test wants to show
     if (node.show) node.shown = node.show();
   }
   _alert = _thermal.alert();
   refresh();
-  for (Node& node : _nodes) {
+  for (BoardNode& node : _nodes) {
     if (faults.readOnly.count(node.path) > 0) node.mode &= ~mode_t{0222};
     node.failWrite = faults.failWrite.count(node.path) > 0;
   }
-  const auto missing = [&](const Node& node) { return faults.missing.count(node.path) > 0; };
+  const auto missing = [&](const BoardNode& node) { return faults.missing.count(node.path) > 0; };
   _nodes.erase(std::remove_if(_nodes.begin(), _nodes.end(), missing), _nodes.end());
 }
 
@@ -147,7 +147,7 @@ void Board::refresh() {
     _indicator = _stream != 0;
     _log.add(std::string("stream ") + _appliance.streamText());
   }
-  for (Node& node : _nodes) {
+  for (BoardNode& node : _nodes) {
     if (!node.show) continue;
     std::string text = node.show();
     if (text != node.shown) node.text = node.shown = std::move(text);
@@ -163,7 +163,7 @@ void Board::refresh() {
 }
 
 // Plain files do not keep writes apart, so one text may hold several commands.
-int Board::takeSwitchCommands(std::string_view text) {
+int Board::storeSwitchCommands(std::string_view text) {
   constexpr std::string_view verb = "write ";
   for (size_t at = 0; at < text.size();) {
     const size_t next = std::min(text.find(verb, at + 1), text.size());
@@ -182,7 +182,7 @@ int Board::takeSwitchCommands(std::string_view text) {
 }
 
 int Board::open(size_t index, int flags) {
-  const Node& node = _nodes[index];
+  const BoardNode& node = _nodes[index];
   const int access = flags & O_ACCMODE;
   // The superuser passes permission bits, but sysfs still refuses what the driver has no operation for.
   const bool refused = access != O_RDONLY && (node.mode & 0222U) == 0;
@@ -194,14 +194,14 @@ int Board::open(size_t index, int flags) {
 }
 
 std::string_view Board::read(size_t index, size_t offset, size_t size) {
-  const Node& node = _nodes[index];
+  const BoardNode& node = _nodes[index];
   const std::string_view text = std::string_view(node.text).substr(std::min(offset, node.text.size()), size);
   if (_setup.logReads && !text.empty()) _log.add("read " + node.path + " " + quoted(text));
   return text;
 }
 
 ssize_t Board::write(size_t index, size_t offset, std::string_view bytes) {
-  Node& node = _nodes[index];
+  BoardNode& node = _nodes[index];
   bytes = bytes.substr(0, pageSize);
   int error = 0;
   if (node.failWrite) {
@@ -218,8 +218,8 @@ ssize_t Board::write(size_t index, size_t offset, std::string_view bytes) {
   line += " " + quoted(bytes);
   if (error == 0 && node.binary) {
     node.text.replace(offset, bytes.size(), bytes);
-  } else if (error == 0 && node.take) {
-    error = node.take(bytes);
+  } else if (error == 0 && node.store) {
+    error = node.store(bytes);
   }
   if (error != 0) line += std::string(" -> ") + strerrorname_np(error);
   _log.add(line);
@@ -246,26 +246,26 @@ ServiceFault Board::faultOf(const std::string& task) const {
   return fault != _setup.faults.services.end() ? fault->second : ServiceFault();
 }
 
-Reply Board::receive(const Message& message) {
-  const std::string fields = textOf(message.fields);
+ServiceReply Board::receive(const ServiceMessage& message) {
+  const std::string payload = textOf(message.payload);
   _log.add("message " + message.task + " " + message.name + " from " + message.source +
-           (message.flags.empty() ? "" : " " + message.flags) + fields);
-  Reply reply{_appliance.serve(message.task, message.id, message.fields), {}, _appliance.logging()};
+           (message.flags.empty() ? "" : " " + message.flags) + payload);
+  ServiceReply reply{_appliance.serve(message.task, message.id, message.payload), {}, _appliance.logging()};
   refresh();
   Traffic& traffic = _traffic[message.task];
   ++traffic.messages;
-  std::string told = message.task + " " + message.name.substr(0, message.name.rfind("ReqMsg")) + fields;
-  if (!reply.fields.empty()) {
+  std::string summary = message.task + " " + message.name.substr(0, message.name.rfind("ReqMsg")) + payload;
+  if (!reply.payload.empty()) {
     reply.fault = faultOf(message.task);
     if (reply.fault.kind == ServiceFault::full) reply.fault = {}; // somebody has let the task go on
     if (reply.fault.kind == ServiceFault::none) reply.fault = _dice.roll();
     const std::string fault = reply.fault.kind == ServiceFault::none ? "" : " -> " + reply.fault.text();
     const std::string name = message.name.substr(0, message.name.rfind("Req")) + "RespMsg";
-    _log.add("reply " + message.task + " " + name + textOf(reply.fields) + fault);
-    traffic.lastStatus = std::to_string(reply.fields[0].value);
-    told += " = " + traffic.lastStatus + fault;
+    _log.add("reply " + message.task + " " + name + textOf(reply.payload) + fault);
+    traffic.lastStatus = std::to_string(reply.payload[0].value);
+    summary += " = " + traffic.lastStatus + fault;
   }
-  _messages.push_front(timeOfDay().substr(0, 8) + " " + told);
+  _messages.push_front(timeOfDay().substr(0, 8) + " " + summary);
   if (_messages.size() > messagesKept) _messages.pop_back();
   restart(_appliance.takeRestart());
   return reply;
@@ -295,7 +295,7 @@ void Board::advance(double seconds) {
 
 std::string Board::dump() const {
   std::string out;
-  for (const Node& node : _nodes)
+  for (const BoardNode& node : _nodes)
     out += node.path + " " + quoted(node.text) + "\n";
   return out;
 }

@@ -29,30 +29,30 @@ inline constexpr char eepromNode[] = "/sys/bus/i2c/devices/1-0050/eeprom";
 const std::vector<std::string>& boardPaths();
 
 /// One attribute file with the manners of sysfs.
-struct Node {
+struct BoardNode {
   std::string path;
   mode_t mode;            // permission bits; a node without write bits refuses to be opened for writing by anyone
   std::string text;       // what a read gives
   bool binary = false;    // fixed size, and the position in the file counts
   bool failWrite = false; // each write fails with EIO
-  std::function<int(std::string_view)> take = nullptr; // puts a text into what stands behind the node; 0 or errno
-  std::function<std::string()> show = nullptr;         // the driver's text; without it, `text` is all there is
-  std::string shown = {};                              // what `show` gave last
+  std::function<int(std::string_view)> store = nullptr; // puts a text into what stands behind the node; 0 or errno
+  std::function<std::string()> show = nullptr;          // the driver's text; without it, `text` is all there is
+  std::string shown = {};                               // what `show` gave last
 };
 
 /// A message that has reached a service task.
-struct Message {
+struct ServiceMessage {
   std::string task;
   uint16_t id;        // protocol::MessageId
   std::string name;   // of its class, for the log
   std::string source; // the task it comes from, or that one's number
   std::string flags;  // "sync remote", or less
-  Fields fields;
+  Payload payload;
 };
 
 /// What the service task has to do about it.
-struct Reply {
-  Fields fields; // of the reply; none if nothing answers
+struct ServiceReply {
+  Payload payload; // of the reply; none if nothing answers
   ServiceFault fault;
   bool logging; // whether it tells of this in its own log
 };
@@ -63,7 +63,7 @@ public:
     Faults faults;
     bool frozen = false; // the temperature stays where it is
     bool logReads = false;
-    std::string snapshotFolder = snapshotPath;
+    std::string snapshotDirectory = snapshotPath;
   };
 
   /// `log` must outlive the board.
@@ -72,7 +72,7 @@ public:
   Board& operator=(const Board&) = delete;
 
   /// The nodes that exist, in a fixed order. An index into them names a node in the calls below.
-  const std::vector<Node>& nodes() const { return _nodes; }
+  const std::vector<BoardNode>& nodes() const { return _nodes; }
 
   /// Opens a node with the access mode and flags of open(2): 0, or EACCES where the node's mode forbids it.
   int open(size_t node, int flags);
@@ -85,7 +85,7 @@ public:
   std::string runTool(std::string_view name, const std::vector<std::string>& arguments);
 
   /// A message has reached a service task, and its reply is about to leave.
-  Reply receive(const Message& message);
+  ServiceReply receive(const ServiceMessage& message);
 
   /// Lets time pass for the model.
   void advance(double seconds);
@@ -106,7 +106,7 @@ private:
   void addOtherNodes();
   void applyFaults();
   void refresh();
-  int takeSwitchCommands(std::string_view text);
+  int storeSwitchCommands(std::string_view text);
   ServiceFault faultOf(const std::string& task) const;
   void restart(Restart kind);
 
@@ -119,7 +119,7 @@ private:
   std::deque<std::string> _messages;       // the latest first
   unsigned _restarts = 0;
   std::array<unsigned, 256> _switchRegisters = {};
-  std::vector<Node> _nodes;
+  std::vector<BoardNode> _nodes;
   bool _indicator = false; // the streaming line
   unsigned _stream = 0;    // what the indicator last followed
   bool _alert = false;

@@ -1,10 +1,10 @@
 #include "sim/BoardProcess.h"
 #include "sim/BoardSocket.h"
-#include "sim/Failure.h"
 #include "sim/Launch.h"
 #include "sim/Layout.h"
 #include "sim/NodeServer.h"
 #include "sim/ServiceProcesses.h"
+#include "sim/SystemError.h"
 
 #include <chrono>
 #include <cstdio>
@@ -28,25 +28,25 @@ namespace {
 constexpr char logOnBoard[] = "/var/log/board.log";
 constexpr std::chrono::seconds endTimeout(3);
 
-// All folders that the board has, empty and private.
-void layFolders(const Options& options) {
+// All directories that the board has, empty and private.
+void mountDirectories(const Options& options) {
   check(unshare(CLONE_NEWNS), "mount namespace");
   check(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr), "mount namespace");
-  // Opened in this mount namespace, from which alone it can be bound, and before a folder of the board hides it.
+  // Opened in this mount namespace, from which alone it can be bound, and before a directory of the board hides it.
   kr::Descriptor snapshots;
-  if (const std::string& folder = options.snapshots; !folder.empty()) {
-    snapshots = kr::Descriptor(check(open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC), folder));
+  if (const std::string& directory = options.snapshots; !directory.empty()) {
+    snapshots = kr::Descriptor(check(open(directory.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC), directory));
   }
   // In a container the old /proc may have to stay. It does: only the process numbers in it are not the command's.
   (void)mount("proc", "/proc", "proc", MS_NOSUID | MS_NODEV | MS_NOEXEC, nullptr);
-  layFolder("/opt/tev", 0755);
-  makeFolders("/opt/tev/user");
-  layFolder("/mnt/tev", 0755);
-  makeFolders("/mnt/tev/sys/bin");
-  layFolder("/var/log", 0755);
+  mountPrivateDirectory("/opt/tev", 0755);
+  makeDirectories("/opt/tev/user");
+  mountPrivateDirectory("/mnt/tev", 0755);
+  makeDirectories("/mnt/tev/sys/bin");
+  mountPrivateDirectory("/var/log", 0755);
   if (options.tmp != Tmp::shared)
     coverTmp(std::filesystem::read_symlink("/proc/self/exe"), options.tmp == Tmp::readOnly);
-  makeFolders(snapshotPath);
+  makeDirectories(snapshotPath);
   if (!snapshots) return;
   const std::string source = "/proc/self/fd/" + std::to_string(snapshots.get());
   check(mount(source.c_str(), snapshotPath, nullptr, MS_BIND | MS_REC, nullptr), "--snapshots");
@@ -100,23 +100,23 @@ unsigned numberIn(const std::string& text) {
 
 // From a service task: {"message", task, message id, class, source, flags, field=value ...}. The answer: whether to
 // log, what to do wrong, the values of the reply.
-Words receive(Board& board, const Words& question) {
-  Message message{question[1], static_cast<uint16_t>(numberIn(question[2])),
-                  question[3], sourceName(numberIn(question[4])),
-                  question[5], {}};
+SocketMessage receive(Board& board, const SocketMessage& question) {
+  ServiceMessage message{question[1], static_cast<uint16_t>(numberIn(question[2])),
+                         question[3], sourceName(numberIn(question[4])),
+                         question[5], {}};
   for (size_t i = 6; i < question.size(); ++i) {
     const size_t equals = question[i].find('=');
     if (equals == std::string::npos) return {"unknown question"};
-    message.fields.push_back({question[i].substr(0, equals), numberIn(question[i].substr(equals + 1))});
+    message.payload.push_back({question[i].substr(0, equals), numberIn(question[i].substr(equals + 1))});
   }
-  const Reply reply = board.receive(message);
-  Words answer = {reply.logging ? "on" : "off", reply.fault.text()};
-  for (const Field& field : reply.fields)
+  const ServiceReply reply = board.receive(message);
+  SocketMessage answer = {reply.logging ? "on" : "off", reply.fault.text()};
+  for (const PayloadWord& field : reply.payload)
     answer.push_back(std::to_string(field.value));
   return answer;
 }
 
-Words answer(Board& board, const Words& question) {
+SocketMessage answer(Board& board, const SocketMessage& question) {
   if (question[0] == "tool" && question.size() >= 2) {
     return {board.runTool(question[1], {question.begin() + 2, question.end()})};
   }
@@ -126,9 +126,9 @@ Words answer(Board& board, const Words& question) {
 }
 
 // Everything that runs once the board is set up.
-class Session {
+class BoardLoop {
 public:
-  Session(Board& board, NodeServer& nodes, ServiceProcesses& services, const kr::Descriptor& channel);
+  BoardLoop(Board& board, NodeServer& nodes, ServiceProcesses& services, const kr::Descriptor& channel);
   /// Lives until the process `command` has ended; its exit status.
   int run(pid_t command);
 
@@ -149,16 +149,16 @@ private:
   std::chrono::steady_clock::time_point _last = std::chrono::steady_clock::now();
 };
 
-Session::Session(Board& board, NodeServer& nodes, ServiceProcesses& services, const kr::Descriptor& channel)
+BoardLoop::BoardLoop(Board& board, NodeServer& nodes, ServiceProcesses& services, const kr::Descriptor& channel)
     : _board(board), _nodes(nodes), _services(services),
-      _socket([&board](const Words& question) { return answer(board, question); }), _channel(channel) {
+      _socket([&board](const SocketMessage& question) { return answer(board, question); }), _channel(channel) {
   sigset_t child;
   (void)sigemptyset(&child); // cannot fail, like the next
   (void)sigaddset(&child, SIGCHLD);
   _children = kr::Descriptor(check(signalfd(-1, &child, SFD_CLOEXEC | SFD_NONBLOCK), "signalfd"));
 }
 
-int Session::run(pid_t command) {
+int BoardLoop::run(pid_t command) {
   _command = command;
   while (!reap())
     serve(500);
@@ -173,11 +173,11 @@ int Session::run(pid_t command) {
   return _status;
 }
 
-void Session::serve(int longest) {
+void BoardLoop::serve(int longest) {
   std::vector<pollfd> waits = {
       {_nodes.descriptor(), POLLIN, 0}, {_children.get(), POLLIN, 0}, {_channel.get(), POLLIN, 0}};
   _socket.addTo(waits);
-  if (poll(waits.data(), waits.size(), longest) < 0 && errno != EINTR) throw failure("poll");
+  if (poll(waits.data(), waits.size(), longest) < 0 && errno != EINTR) throw systemError("poll");
   signalfd_siginfo news = {};
   while (read(_children.get(), &news, sizeof news) > 0) {
   } // reap() looks for itself
@@ -187,7 +187,7 @@ void Session::serve(int longest) {
   _socket.serve(waits);
 }
 
-bool Session::reap() {
+bool BoardLoop::reap() {
   int status = 0;
   pid_t child = 0;
   while ((child = waitpid(-1, &status, WNOHANG | WUNTRACED)) > 0) {
@@ -204,7 +204,7 @@ bool Session::reap() {
   return _command < 0;
 }
 
-void Session::passSignals() {
+void BoardLoop::passSignals() {
   int number = 0;
   if (recv(_channel.get(), &number, sizeof number, 0) == sizeof number) {
     if (_command > 0) (void)kill(_command, number); // fails only when it has just ended
@@ -213,7 +213,7 @@ void Session::passSignals() {
   }
 }
 
-void Session::advance() {
+void BoardLoop::advance() {
   const auto now = std::chrono::steady_clock::now();
   _board.advance(std::chrono::duration<double>(now - _last).count());
   _last = now;
@@ -221,25 +221,26 @@ void Session::advance() {
 
 void writeDump(const Board& board, const kr::Descriptor& file) {
   const std::string text = board.dump();
-  if (write(file.get(), text.data(), text.size()) != static_cast<ssize_t>(text.size())) throw failure("--dump");
+  if (write(file.get(), text.data(), text.size()) != static_cast<ssize_t>(text.size())) throw systemError("--dump");
 }
 
 } // namespace
 
-int runBoard(const Options& options, Surroundings surroundings) {
+int runBoard(const Options& options, BoardInputs inputs) {
   // The namespaces end with this process; it must not outlive tev-sim, even when that is killed.
   check(prctl(PR_SET_PDEATHSIG, SIGKILL), "prctl");
-  const std::string folder = programFolder();
-  const kr::Descriptor tool(check(open((folder + "/tev-board-tool").c_str(), O_RDONLY | O_CLOEXEC), "tev-board-tool"));
+  const std::string directory = programDirectory();
+  const kr::Descriptor tool(
+      check(open((directory + "/tev-board-tool").c_str(), O_RDONLY | O_CLOEXEC), "tev-board-tool"));
   std::vector<std::string> words = options.command;
-  if (words.empty()) words = {folder + "/../shell/tev-cli"};
+  if (words.empty()) words = {directory + "/../shell/tev-cli"};
   const Program program = options.probe ? Program() : findProgram(words[0]);
-  Program service = findProgram(options.services.empty() ? folder + "/tev-service" : options.services);
-  const std::string workingFolder = currentFolder();
+  Program service = findProgram(options.services.empty() ? directory + "/tev-service" : options.services);
+  const std::string workingDirectory = currentDirectory();
 
-  layFolders(options);
+  mountDirectories(options);
   BoardLog log(options.logTimes);
-  if (surroundings.log) log.addFile(std::move(surroundings.log));
+  if (inputs.log) log.addFile(std::move(inputs.log));
   log.addFile(kr::Descriptor(check(open(logOnBoard, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644), logOnBoard)));
   installTools(tool, options.board.faults.missing);
   Board board(options.board, log);
@@ -247,21 +248,21 @@ int runBoard(const Options& options, Surroundings surroundings) {
   // once.
   ServiceProcesses services(std::move(service), options.board.faults.services, log);
   const std::unique_ptr<NodeServer> nodes = makeNodes(options, board, log);
-  Session session(board, *nodes, services, surroundings.channel);
+  BoardLoop session(board, *nodes, services, inputs.channel);
   if (options.probe) return 0;
 
   const pid_t command = check(fork(), "fork");
   if (command == 0) {
-    returnToFolder(workingFolder);
+    enterDirectory(workingDirectory);
     for (int fd = 0; fd < 3; ++fd) {
-      if (surroundings.closed[fd]) (void)close(fd); // it was only held open for us
+      if (inputs.closed[fd]) (void)close(fd); // it was only held open for us
     }
-    (void)pthread_sigmask(SIG_SETMASK, &surroundings.signalMask, nullptr); // fails only for an unknown first argument
+    (void)pthread_sigmask(SIG_SETMASK, &inputs.signalMask, nullptr); // fails only for an unknown first argument
     startProgram(program, words);
   }
-  leaveStreams();
+  detachStandardStreams();
   const int status = session.run(command);
-  if (surroundings.dump) writeDump(board, surroundings.dump);
+  if (inputs.dump) writeDump(board, inputs.dump);
   return status;
 }
 

@@ -10,7 +10,7 @@
 namespace sim {
 
 /// What the board process has from the one that made it.
-struct Surroundings {
+struct BoardInputs {
   kr::Descriptor channel;   // to waitForBoard()
   kr::Descriptor log;       // may be none
   kr::Descriptor dump;      // may be none
@@ -20,7 +20,7 @@ struct Surroundings {
 
 /// Sets the board up, runs the command on it and returns the exit status for tev-sim. The caller must be process 1 of
 /// a process namespace and have all signals blocked. Throws std::runtime_error when the set-up fails.
-int runBoard(const Options& options, Surroundings surroundings);
+int runBoard(const Options& options, BoardInputs inputs);
 
 } // namespace sim
 

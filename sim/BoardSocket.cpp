@@ -1,5 +1,5 @@
 #include "sim/BoardSocket.h"
-#include "sim/Failure.h"
+#include "sim/SystemError.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -45,7 +45,7 @@ kr::Descriptor connectTo(const std::string& name) {
 }
 
 // One packet holds all words, each with a zero byte after it.
-bool sendWords(int fd, const Words& words) {
+bool sendWords(int fd, const SocketMessage& words) {
   std::string packet;
   for (const std::string& word : words)
     packet += word + '\0';
@@ -53,12 +53,12 @@ bool sendWords(int fd, const Words& words) {
 }
 
 // The words of the next packet; none when it is too long, or when the other side is gone.
-Words receiveWords(int fd) {
+SocketMessage receiveWords(int fd) {
   std::string packet(longestPacket, '\0');
   const ssize_t size = recv(fd, packet.data(), packet.size(), MSG_TRUNC);
   if (size <= 0 || static_cast<size_t>(size) > packet.size()) return {};
   packet.resize(static_cast<size_t>(size));
-  Words words;
+  SocketMessage words;
   for (size_t at = 0; at < packet.size();) {
     const size_t end = std::min(packet.find('\0', at), packet.size());
     words.push_back(packet.substr(at, end - at));
@@ -106,14 +106,14 @@ void BoardSocket::acceptClient() {
 }
 
 bool BoardSocket::serveClient(int fd) {
-  const Words question = receiveWords(fd);
+  const SocketMessage question = receiveWords(fd);
   return !question.empty() && sendWords(fd, _answer(question));
 }
 
 namespace {
 
-Words ask(int board, const Words& question) {
-  Words answer;
+SocketMessage ask(int board, const SocketMessage& question) {
+  SocketMessage answer;
   if (sendWords(board, question)) answer = receiveWords(board);
   if (answer.empty()) throw std::runtime_error("the board does not answer");
   return answer;
@@ -121,9 +121,9 @@ Words ask(int board, const Words& question) {
 
 } // namespace
 
-Words askBoard(const Words& question) { return ask(connectTo(ownName()).get(), question); }
+SocketMessage askBoard(const SocketMessage& question) { return ask(connectTo(ownName()).get(), question); }
 
-Words askBoard(const RunningBoard& board, const Words& question) {
+SocketMessage askBoard(const RunningBoard& board, const SocketMessage& question) {
   return ask(connectTo(board.socket).get(), question);
 }
 

@@ -13,13 +13,13 @@
 namespace sim {
 
 /// A question or an answer: words, the first of which says what it is about.
-using Words = std::vector<std::string>;
+using SocketMessage = std::vector<std::string>;
 
 /// The board's end. The socket has an abstract name made from the number of the board's mount namespace: processes
 /// inside find it without being told, it leaves no file, and those outside see it in /proc/net/unix.
 class BoardSocket {
 public:
-  using Answer = std::function<Words(const Words& question)>;
+  using Answer = std::function<SocketMessage(const SocketMessage& question)>;
 
   /// Opens the socket of the mount namespace that the caller is in. Throws std::runtime_error.
   explicit BoardSocket(Answer answer);
@@ -39,7 +39,7 @@ private:
 };
 
 /// Asks the board whose mount namespace the caller is in. Throws std::runtime_error when there is no answer.
-Words askBoard(const Words& question);
+SocketMessage askBoard(const SocketMessage& question);
 
 /// A board of this user that runs somewhere on the machine.
 struct RunningBoard {
@@ -49,7 +49,7 @@ struct RunningBoard {
 /// All of them, by their numbers. Throws std::runtime_error.
 std::vector<RunningBoard> findBoards();
 /// Asks this board. Throws std::runtime_error when there is no answer, as when it has ended.
-Words askBoard(const RunningBoard& board, const Words& question);
+SocketMessage askBoard(const RunningBoard& board, const SocketMessage& question);
 
 } // namespace sim
 

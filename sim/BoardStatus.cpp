@@ -67,7 +67,7 @@ std::string Board::status() const {
     text += row("%s", message.c_str());
   if (_messages.empty()) text += "no messages\n";
   text += rule();
-  for (const Node& node : _nodes)
+  for (const BoardNode& node : _nodes)
     text += row("%-42s %s", node.path.c_str(), quoted(node.text).substr(0, tableWidth).c_str());
   return text;
 }

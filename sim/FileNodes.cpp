@@ -5,9 +5,9 @@
 // for whoever comes next, and only then lets the opener have the old one. When that is closed, what it holds is what
 // was written to the node.
 #include "platform/Descriptor.h"
-#include "sim/Failure.h"
 #include "sim/Layout.h"
 #include "sim/NodeServer.h"
+#include "sim/SystemError.h"
 
 #include <algorithm>
 #include <csignal>
@@ -32,24 +32,24 @@ public:
   void serve() override;
 
 private:
-  struct Given {
+  struct Released {
     kr::Descriptor file;
     size_t node;
-    std::string text; // what it held when it was given away
+    std::string text; // what it held when it was released away
   };
 
-  void waitFor(const kr::Descriptor& source);
-  void lay(size_t node);
-  void giveAway(size_t node, int wanted);
-  void takeClosed();
-  void compare(const Given& given);
+  void watch(const kr::Descriptor& source);
+  void placeFile(size_t node);
+  void releaseFile(size_t node, int wanted);
+  void handleClosed();
+  void applyChange(const Released& released);
 
   Board& _board;
   kr::Descriptor _events;  // readable when one of the next two is
   kr::Descriptor _opening; // SIGIO: somebody waits for a leased file
-  kr::Descriptor _closed;  // inotify: somebody closed a file that was given away
+  kr::Descriptor _closed;  // inotify: somebody closed a file that was released away
   std::vector<kr::Descriptor> _leased;
-  std::map<int, Given> _given; // by watch
+  std::map<int, Released> _released; // by watch
 };
 
 FileNodes::FileNodes(Board& board)
@@ -59,26 +59,26 @@ FileNodes::FileNodes(Board& board)
   (void)sigemptyset(&io); // cannot fail, like the next
   (void)sigaddset(&io, SIGIO);
   _opening = kr::Descriptor(check(signalfd(-1, &io, SFD_NONBLOCK | SFD_CLOEXEC), "signalfd"));
-  waitFor(_opening);
-  waitFor(_closed);
+  watch(_opening);
+  watch(_closed);
   mountMemory("/sys", 0755);
   _leased.resize(board.nodes().size());
   for (size_t i = 0; i < _leased.size(); ++i) {
     const std::string& path = board.nodes()[i].path;
-    makeFolders(path.substr(0, path.rfind('/')));
-    lay(i);
+    makeDirectories(path.substr(0, path.rfind('/')));
+    placeFile(i);
   }
 }
 
-void FileNodes::waitFor(const kr::Descriptor& source) {
+void FileNodes::watch(const kr::Descriptor& source) {
   epoll_event event = {};
   event.events = EPOLLIN;
   check(epoll_ctl(_events.get(), EPOLL_CTL_ADD, source.get(), &event), "epoll");
 }
 
 // Puts a new leased file in a node's place.
-void FileNodes::lay(size_t index) {
-  const Node& node = _board.nodes()[index];
+void FileNodes::placeFile(size_t index) {
+  const BoardNode& node = _board.nodes()[index];
   constexpr char freshPath[] = "/sys/.fresh";
   kr::Descriptor file(check(open(freshPath, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600), node.path));
   check(fchmod(file.get(), node.mode), node.path);
@@ -96,59 +96,59 @@ void FileNodes::serve() {
     const int wanted = fcntl(_leased[i].get(), F_GETLEASE);
     if (wanted != F_WRLCK) waiting.emplace_back(i, wanted);
   }
-  takeClosed(); // after looking who waits: whatever they closed before that is told by now
+  handleClosed(); // after looking who waits: whatever they closed before that is told by now
   for (const auto& [node, wanted] : waiting)
-    giveAway(node, wanted);
+    releaseFile(node, wanted);
 }
 
-void FileNodes::giveAway(size_t index, int wanted) {
+void FileNodes::releaseFile(size_t index, int wanted) {
   const bool toWrite = wanted == F_UNLCK;
-  const Node& node = _board.nodes()[index];
+  const BoardNode& node = _board.nodes()[index];
   (void)_board.open(index, toWrite ? O_RDWR : O_RDONLY); // only for the log: plain files cannot refuse the superuser
   // A text is replaced as a whole, so a writer gets an empty file. The bytes of a chip are written where they belong.
-  Given given{std::move(_leased[index]), index, toWrite && !node.binary ? "" : node.text};
-  const int fd = given.file.get();
-  lay(index);
-  const auto size = static_cast<ssize_t>(given.text.size());
-  if (pwrite(fd, given.text.data(), given.text.size(), 0) != size) throw failure(node.path);
+  Released released{std::move(_leased[index]), index, toWrite && !node.binary ? "" : node.text};
+  const int fd = released.file.get();
+  placeFile(index);
+  const auto size = static_cast<ssize_t>(released.text.size());
+  if (pwrite(fd, released.text.data(), released.text.size(), 0) != size) throw systemError(node.path);
   const std::string path = "/proc/self/fd/" + std::to_string(fd);
   const int watch = check(inotify_add_watch(_closed.get(), path.c_str(), IN_CLOSE), node.path);
-  _given.insert_or_assign(watch, std::move(given));
+  _released.insert_or_assign(watch, std::move(released));
   check(fcntl(fd, F_SETLEASE, F_UNLCK), node.path);
 }
 
-void FileNodes::takeClosed() {
+void FileNodes::handleClosed() {
   alignas(inotify_event) char events[4096];
   ssize_t size = 0;
   while ((size = read(_closed.get(), events, sizeof events)) > 0) {
     for (const char* at = events; at < events + size;) {
       const auto* event = reinterpret_cast<const inotify_event*>(at);
       at += sizeof *event + event->len;
-      const auto given = _given.find(event->wd);
-      if (given == _given.end()) continue;
-      if ((event->mask & IN_CLOSE_WRITE) != 0) compare(given->second);
+      const auto released = _released.find(event->wd);
+      if (released == _released.end()) continue;
+      if ((event->mask & IN_CLOSE_WRITE) != 0) applyChange(released->second);
       // A lease is to be had only if nobody else has the file open.
-      if (fcntl(given->second.file.get(), F_SETLEASE, F_WRLCK) == 0) {
+      if (fcntl(released->second.file.get(), F_SETLEASE, F_WRLCK) == 0) {
         (void)inotify_rm_watch(_closed.get(), event->wd); // goes with the file anyway
-        _given.erase(given);
+        _released.erase(released);
       }
     }
   }
 }
 
-// Tells the board what is different in a file that was given away.
-void FileNodes::compare(const Given& given) {
-  const Node& node = _board.nodes()[given.node];
+// Tells the board what is different in a file that was released away.
+void FileNodes::applyChange(const Released& released) {
+  const BoardNode& node = _board.nodes()[released.node];
   std::string now(longestText, '\0');
-  now.resize(static_cast<size_t>(check(pread(given.file.get(), now.data(), now.size(), 0), node.path)));
-  if (node.binary) now.resize(given.text.size(), '\0'); // a chip does not change its size
-  if (now == given.text) return;
+  now.resize(static_cast<size_t>(check(pread(released.file.get(), now.data(), now.size(), 0), node.path)));
+  if (node.binary) now.resize(released.text.size(), '\0'); // a chip does not change its size
+  if (now == released.text) return;
   size_t first = 0;
   if (node.binary) {
-    first = static_cast<size_t>(std::mismatch(now.begin(), now.end(), given.text.begin()).first - now.begin());
-    now.erase(std::mismatch(now.rbegin(), now.rend(), given.text.rbegin()).first.base(), now.end());
+    first = static_cast<size_t>(std::mismatch(now.begin(), now.end(), released.text.begin()).first - now.begin());
+    now.erase(std::mismatch(now.rbegin(), now.rend(), released.text.rbegin()).first.base(), now.end());
   }
-  (void)_board.write(given.node, first, std::string_view(now).substr(first)); // too late to tell the writer
+  (void)_board.write(released.node, first, std::string_view(now).substr(first)); // too late to tell the writer
 }
 
 } // namespace

@@ -1,8 +1,8 @@
 // The nodes as a file system of our own. The kernel hands over each open, read and write as it was made, so the board
 // sees exact bytes, and a node can refuse what its driver would refuse.
 #include "platform/Descriptor.h"
-#include "sim/Failure.h"
 #include "sim/NodeServer.h"
+#include "sim/SystemError.h"
 
 #define FUSE_USE_VERSION 35
 #include <fuse_lowlevel.h>
@@ -19,11 +19,11 @@ namespace {
 constexpr double cacheTimeout = 1e9; // the tree does not change, so the kernel may remember it
 constexpr size_t pageSize = 4096;    // what sysfs says about the size of a text
 
-// The folders and nodes in one list; the number of an entry in it, plus one, is its inode number.
+// The directories and nodes in one list; the number of an entry in it, plus one, is its inode number.
 struct Entry {
   std::string name;
   fuse_ino_t parent;
-  int node; // index of the board's node, -1 for a folder
+  int node; // index of the board's node, -1 for a directory
 };
 
 class FuseNodes : public NodeServer {
@@ -44,7 +44,7 @@ private:
   fuse_ino_t find(fuse_ino_t parent, const std::string& name) const;
   struct stat attributes(fuse_ino_t inode) const;
   size_t nodeOf(fuse_ino_t inode) const { return static_cast<size_t>(_entries[inode - 1].node); }
-  void list(fuse_req_t request, fuse_ino_t folder, size_t size, off_t offset) const;
+  void list(fuse_req_t request, fuse_ino_t directory, size_t size, off_t offset) const;
 
   Board& _board;
   std::vector<Entry> _entries = {{"/sys", FUSE_ROOT_ID, -1}};
@@ -111,17 +111,17 @@ struct stat FuseNodes::attributes(fuse_ino_t inode) const {
   if (_entries[inode - 1].node < 0) {
     out.st_mode = S_IFDIR | 0755;
   } else {
-    const Node& node = _board.nodes()[nodeOf(inode)];
+    const BoardNode& node = _board.nodes()[nodeOf(inode)];
     out.st_mode = S_IFREG | node.mode;
     out.st_size = static_cast<off_t>(node.binary ? node.text.size() : pageSize);
   }
   return out;
 }
 
-void FuseNodes::list(fuse_req_t request, fuse_ino_t folder, size_t size, off_t offset) const {
-  std::vector<fuse_ino_t> inodes = {folder, _entries[folder - 1].parent};
+void FuseNodes::list(fuse_req_t request, fuse_ino_t directory, size_t size, off_t offset) const {
+  std::vector<fuse_ino_t> inodes = {directory, _entries[directory - 1].parent};
   for (size_t i = 1; i < _entries.size(); ++i) {
-    if (_entries[i].parent == folder) inodes.push_back(i + 1);
+    if (_entries[i].parent == directory) inodes.push_back(i + 1);
   }
   std::vector<char> out(size);
   size_t used = 0;
@@ -174,8 +174,8 @@ fuse_lowlevel_ops FuseNodes::operations() {
     written < 0 ? fuse_reply_err(request, static_cast<int>(-written))
                 : fuse_reply_write(request, static_cast<size_t>(written));
   };
-  ops.readdir = [](fuse_req_t request, fuse_ino_t folder, size_t size, off_t offset, fuse_file_info*) {
-    self(request).list(request, folder, size, offset);
+  ops.readdir = [](fuse_req_t request, fuse_ino_t directory, size_t size, off_t offset, fuse_file_info*) {
+    self(request).list(request, directory, size, offset);
   };
   ops.create = [](fuse_req_t request, fuse_ino_t, const char*, mode_t, fuse_file_info*) {
     fuse_reply_err(request, EACCES);

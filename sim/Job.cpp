@@ -1,6 +1,6 @@
 #include "sim/Job.h"
 #include "platform/Descriptor.h"
-#include "sim/Failure.h"
+#include "sim/SystemError.h"
 
 #include <csignal>
 #include <fcntl.h>
@@ -14,7 +14,7 @@ namespace sim {
 namespace {
 
 // Stops this process as if the signal had been for it; returns when it has been continued.
-void stopBy(int number) {
+void stopWith(int number) {
   sigset_t one;
   (void)sigemptyset(&one); // these cannot fail: the sets and numbers are valid
   (void)sigaddset(&one, number);
@@ -45,7 +45,7 @@ int waitForBoard(pid_t board, int channel) {
       takeTerminalBack();
       return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
     }
-    if (poll(waits, 2, -1) < 0 && errno != EINTR) throw failure("poll");
+    if (poll(waits, 2, -1) < 0 && errno != EINTR) throw systemError("poll");
     signalfd_siginfo info = {};
     while (read(signals.get(), &info, sizeof info) == sizeof info) {
       const auto number = static_cast<int>(info.ssi_signo);
@@ -55,7 +55,7 @@ int waitForBoard(pid_t board, int channel) {
     int number = 0;
     if (waits[1].revents == 0) continue;
     if (recv(channel, &number, sizeof number, MSG_DONTWAIT) == sizeof number) {
-      stopBy(number);
+      stopWith(number);
     } else {
       waits[1].fd = -1; // the board is ending
     }

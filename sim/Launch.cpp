@@ -1,5 +1,5 @@
 #include "sim/Launch.h"
-#include "sim/Failure.h"
+#include "sim/SystemError.h"
 
 #include <climits>
 #include <cstdio>
@@ -28,10 +28,10 @@ Program findProgram(const std::string& name) {
     candidates.push_back(name);
   } else {
     const char* const variable = getenv("PATH"); // NOLINT(concurrency-mt-unsafe): there is one thread
-    const std::string folders = variable != nullptr ? variable : "/usr/bin:/bin";
-    for (size_t at = 0; at <= folders.size();) {
-      const size_t end = std::min(folders.find(':', at), folders.size());
-      candidates.push_back((end == at ? "." : folders.substr(at, end - at)) + "/" + name);
+    const std::string directories = variable != nullptr ? variable : "/usr/bin:/bin";
+    for (size_t at = 0; at <= directories.size();) {
+      const size_t end = std::min(directories.find(':', at), directories.size());
+      candidates.push_back((end == at ? "." : directories.substr(at, end - at)) + "/" + name);
       at = end + 1;
     }
   }
@@ -39,7 +39,7 @@ Program findProgram(const std::string& name) {
   for (const std::string& path : candidates) {
     struct stat about = {};
     if (stat(path.c_str(), &about) != 0) {
-      if (!search) program.error = errno; // a search goes past folders that cannot be entered
+      if (!search) program.error = errno; // a search goes past directories that cannot be entered
     } else if (!S_ISREG(about.st_mode) || access(path.c_str(), X_OK) != 0) {
       program.error = EACCES;
     } else {
@@ -76,23 +76,23 @@ void startProgram(const Program& program, const std::vector<std::string>& words)
   _exit(error == ENOENT ? 127 : 126);
 }
 
-std::string programFolder() {
+std::string programDirectory() {
   char path[PATH_MAX];
   const ssize_t size = check(readlink("/proc/self/exe", path, sizeof path), "/proc/self/exe");
   const std::string text(path, static_cast<size_t>(size));
   return text.substr(0, text.rfind('/'));
 }
 
-std::string currentFolder() {
+std::string currentDirectory() {
   char path[PATH_MAX];
   return getcwd(path, sizeof path) != nullptr ? path : "";
 }
 
-void returnToFolder(const std::string& path) {
+void enterDirectory(const std::string& path) {
   (void)chdir(path.c_str()); // otherwise it stays where it is
 }
 
-void leaveStreams() {
+void detachStandardStreams() {
   const kr::Descriptor nothing(open("/dev/null", O_RDWR | O_CLOEXEC));
   // Without /dev/null they stay open, which only a command that closes its own could notice.
   if (!nothing) return;

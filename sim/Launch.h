@@ -21,18 +21,18 @@ Program findProgram(const std::string& name);
 /// Becomes the program. Does not return: a failure is told and ends the process with status 126 or 127.
 [[noreturn]] void startProgram(const Program& program, const std::vector<std::string>& words);
 
-/// The folder of the running executable. Throws std::runtime_error.
-std::string programFolder();
+/// The directory of the running executable. Throws std::runtime_error.
+std::string programDirectory();
 
-/// The working folder's path, empty if it has none.
-std::string currentFolder();
+/// The working directory's path, empty if it has none.
+std::string currentDirectory();
 
-/// Enters the working folder by its path again, so that the process stands on the present mounts. Where they hide the
-/// path the process stays where it is, and relative names go on working.
-void returnToFolder(const std::string& path);
+/// Enters the working directory by its path again, so that the process stands on the present mounts. Where they hide
+/// the path the process stays where it is, and relative names go on working.
+void enterDirectory(const std::string& path);
 
 /// Gives up standard input and output, so that only the command holds them.
-void leaveStreams();
+void detachStandardStreams();
 
 } // namespace sim
 

@@ -1,6 +1,6 @@
 #include "sim/Layout.h"
 #include "platform/Descriptor.h"
-#include "sim/Failure.h"
+#include "sim/SystemError.h"
 
 #include <fcntl.h>
 #include <filesystem>
@@ -12,18 +12,18 @@ namespace sim {
 
 namespace {
 
-bool isFolder(const std::string& path) {
+bool isDirectory(const std::string& path) {
   struct stat about = {};
   return stat(path.c_str(), &about) == 0 && S_ISDIR(about.st_mode);
 }
 
 std::string parentOf(const std::string& path) { return path.substr(0, path.rfind('/')); }
 
-// Puts the entry `name` of the covered folder into `folder`, which now has the memory file system.
-void bindAgain(int covered, const std::string& folder, const std::string& name) {
+// Puts the entry `name` of the covered directory into `directory`, which now has the memory file system.
+void bindEntry(int covered, const std::string& directory, const std::string& name) {
   struct stat about = {};
-  check(fstatat(covered, name.c_str(), &about, AT_SYMLINK_NOFOLLOW), folder + "/" + name);
-  const std::string target = folder + "/" + name;
+  check(fstatat(covered, name.c_str(), &about, AT_SYMLINK_NOFOLLOW), directory + "/" + name);
+  const std::string target = directory + "/" + name;
   if (S_ISLNK(about.st_mode)) {
     std::string text(static_cast<size_t>(about.st_size) + 1, '\0');
     text.resize(static_cast<size_t>(check(readlinkat(covered, name.c_str(), text.data(), text.size()), target)));
@@ -39,26 +39,27 @@ void bindAgain(int covered, const std::string& folder, const std::string& name) 
   check(mount(source.c_str(), target.c_str(), nullptr, MS_BIND | MS_REC, nullptr), target);
 }
 
-std::vector<std::string> namesIn(const std::string& folder) {
+std::vector<std::string> namesIn(const std::string& directory) {
   std::vector<std::string> names;
   std::error_code error;
-  for (std::filesystem::directory_iterator entry(folder, error), end; !error && entry != end; entry.increment(error)) {
+  for (std::filesystem::directory_iterator entry(directory, error), end; !error && entry != end;
+       entry.increment(error)) {
     names.push_back(entry->path().filename());
   }
-  // A folder that may not be listed shows nothing beside the board's own entry.
-  if (error && error != std::errc::permission_denied) throw std::system_error(error, folder);
+  // A directory that may not be listed shows nothing beside the board's own entry.
+  if (error && error != std::errc::permission_denied) throw std::system_error(error, directory);
   return names;
 }
 
-void coverFolder(const std::string& folder) {
-  if (folder.empty()) throw std::runtime_error("the board's folders would need a new top folder of the machine");
-  const kr::Descriptor covered(check(open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC), folder));
-  const std::vector<std::string> names = namesIn(folder);
+void coverDirectory(const std::string& directory) {
+  if (directory.empty()) throw std::runtime_error("the board's folders would need a new top folder of the machine");
+  const kr::Descriptor covered(check(open(directory.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC), directory));
+  const std::vector<std::string> names = namesIn(directory);
   struct stat about = {};
-  check(fstat(covered.get(), &about), folder);
-  mountMemory(folder, about.st_mode & 07777U);
+  check(fstat(covered.get(), &about), directory);
+  mountMemory(directory, about.st_mode & 07777U);
   for (const std::string& name : names)
-    bindAgain(covered.get(), folder, name);
+    bindEntry(covered.get(), directory, name);
 }
 
 } // namespace
@@ -74,26 +75,26 @@ void coverTmp(const std::string& program, bool readOnly) {
   const size_t end = program.rfind(tmp + "/", 0) == 0 ? program.find('/', tmp.size() + 1) : program.npos;
   const kr::Descriptor covered(check(open(tmp.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC), tmp));
   mountMemory(tmp, 01777);
-  if (end != program.npos) bindAgain(covered.get(), tmp, program.substr(tmp.size() + 1, end - tmp.size() - 1));
+  if (end != program.npos) bindEntry(covered.get(), tmp, program.substr(tmp.size() + 1, end - tmp.size() - 1));
   if (!readOnly) return;
   check(mount(nullptr, tmp.c_str(), nullptr, MS_REMOUNT | MS_NODEV | MS_RDONLY, nullptr), tmp + " (read-only)");
 }
 
-void makeFolders(const std::string& path) {
+void makeDirectories(const std::string& path) {
   for (size_t end = path.find('/', 1); end != path.npos; end = path.find('/', end + 1)) {
-    const std::string folder = path.substr(0, end);
-    if (mkdir(folder.c_str(), 0755) != 0 && errno != EEXIST) throw failure(folder);
+    const std::string directory = path.substr(0, end);
+    if (mkdir(directory.c_str(), 0755) != 0 && errno != EEXIST) throw systemError(directory);
   }
-  if (mkdir(path.c_str(), 0755) != 0 && errno != EEXIST) throw failure(path);
+  if (mkdir(path.c_str(), 0755) != 0 && errno != EEXIST) throw systemError(path);
 }
 
-void layFolder(const std::string& path, unsigned mode) {
-  if (!isFolder(path)) {
+void mountPrivateDirectory(const std::string& path, unsigned mode) {
+  if (!isDirectory(path)) {
     std::string existing = parentOf(path);
-    while (!existing.empty() && !isFolder(existing))
+    while (!existing.empty() && !isDirectory(existing))
       existing = parentOf(existing);
-    coverFolder(existing);
-    makeFolders(path);
+    coverDirectory(existing);
+    makeDirectories(path);
   }
   mountMemory(path, mode);
 }

@@ -1,6 +1,6 @@
 #include "sim/Namespaces.h"
 #include "platform/Descriptor.h"
-#include "sim/Failure.h"
+#include "sim/SystemError.h"
 
 #include <fcntl.h>
 #include <sched.h>
@@ -30,8 +30,8 @@ void enterNamespaces() {
   const uid_t user = geteuid();
   const gid_t group = getegid();
   if (unshare(newNamespaces) == 0) return;
-  if (errno != EPERM) throw failure("the kernel refuses new namespaces");
-  if (unshare(newNamespaces | CLONE_NEWUSER) != 0) throw failure(noUserNamespace);
+  if (errno != EPERM) throw systemError("the kernel refuses new namespaces");
+  if (unshare(newNamespaces | CLONE_NEWUSER) != 0) throw systemError(noUserNamespace);
   mapSelfToRoot(user, group);
 }
 

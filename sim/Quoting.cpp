@@ -10,7 +10,7 @@ constexpr std::string_view octalDigits = "01234567";
 constexpr std::string_view hexDigits = "0123456789abcdef0123456789ABCDEF";
 
 // Reads up to `most` digits of the base at the front of `text` and takes them off it; -1 without any.
-int takeDigits(std::string_view& text, std::string_view digits, int base, size_t most) {
+int parseDigits(std::string_view& text, std::string_view digits, int base, size_t most) {
   int value = -1;
   for (; most > 0 && !text.empty(); --most, text.remove_prefix(1)) {
     const size_t digit = digits.find(text.front());
@@ -60,9 +60,9 @@ std::optional<std::string> unescaped(std::string_view text) {
     int value = -1;
     if (text.front() == 'x') {
       text.remove_prefix(1);
-      value = takeDigits(text, hexDigits, 16, 2);
+      value = parseDigits(text, hexDigits, 16, 2);
     } else {
-      value = takeDigits(text, octalDigits, 8, 3);
+      value = parseDigits(text, octalDigits, 8, 3);
     }
     if (value < 0 || value > 255) return std::nullopt;
     out += static_cast<char>(value);

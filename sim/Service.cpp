@@ -82,21 +82,21 @@ Service::Service(const char* name) : CommObj(name), _name(name) {
   registerMessages<EndMsg>();
 }
 
-Service::Order Service::report(const MsgObj& message, const MsgLayout& layout) const {
+Service::Instructions Service::report(const MsgObj& message, const MsgLayout& layout) const {
   std::string flags = message.IsSyncMsg() ? "sync" : "";
   if (message.IsRemoteMsg()) flags += flags.empty() ? "remote" : " remote";
-  Words question = {"message", _name, std::to_string(layout.id), layout.name, std::to_string(message.GetSrcTid()),
-                    flags};
+  SocketMessage question = {
+      "message", _name, std::to_string(layout.id), layout.name, std::to_string(message.GetSrcTid()), flags};
   const auto* image = static_cast<const MsgImage*>(message.image());
   for (size_t i = 0; i < layout.fieldCount(); ++i)
     question.push_back(std::string(layout.fields[i].name) + "=" + std::to_string(image->words[i]));
-  const Words answer = askBoard(question);
+  const SocketMessage answer = askBoard(question);
   if (answer.size() < 2) throw std::runtime_error("the board does not know messages");
   tev::log << (answer[0] == "on" ? tev::enable : tev::disable);
-  Order order{{}, ServiceFault::parse(answer[1]).value_or(ServiceFault())};
+  Instructions instructions{{}, ServiceFault::parse(answer[1]).value_or(ServiceFault())};
   for (size_t i = 2; i < answer.size(); ++i)
-    order.words.push_back(static_cast<uint16_t>(std::stoul(answer[i])));
-  return order;
+    instructions.words.push_back(static_cast<uint16_t>(std::stoul(answer[i])));
+  return instructions;
 }
 
 void Service::send(MsgObj* reply, const ServiceFault& fault) {

@@ -17,12 +17,12 @@ public:
   /// Makes all messages known, and the endpoint. `name` must stay.
   explicit Service(const char* name);
 
-  struct Order {
+  struct Instructions {
     std::vector<uint16_t> words; // of the reply's payload
     ServiceFault fault;
   };
   /// Tells the board of a message and returns what to do. Throws std::runtime_error when the board does not answer.
-  Order report(const MsgObj& message, const MsgLayout& layout) const;
+  Instructions report(const MsgObj& message, const MsgLayout& layout) const;
 
   /// Sends the reply, which goes with the call, as well or badly as `fault` says.
   static void send(MsgObj* reply, const ServiceFault& fault);
@@ -49,16 +49,16 @@ template <class Request>
 int serve(const Request& request, CommObj* receiver) {
   using Response = typename Request::Response;
   try {
-    const Service::Order order = static_cast<Service*>(receiver)->report(request, Request::layout);
+    const Service::Instructions instructions = static_cast<Service*>(receiver)->report(request, Request::layout);
     tev::log << request;
     auto* response = new Response(receiver->GetTaskId(), request.GetSrcTid());
     auto* image = static_cast<MsgImage*>(response->image());
-    for (size_t i = 0; i < std::min(order.words.size(), Response::layout.fieldCount()); ++i)
-      image->words[i] = order.words[i];
+    for (size_t i = 0; i < std::min(instructions.words.size(), Response::layout.fieldCount()); ++i)
+      image->words[i] = instructions.words[i];
     response->SetRemote();
     if (request.IsSyncMsg()) response->SetSync();
     tev::log << *response;
-    Service::send(response, order.fault);
+    Service::send(response, instructions.fault);
     return 0;
   } catch (const std::exception& error) {
     tev::log << "error: " << error.what() << tev::endl;
@@ -68,7 +68,7 @@ int serve(const Request& request, CommObj* receiver) {
 
 /// What the handler of a message does that nothing answers.
 template <class Message>
-int take(const Message& message, CommObj* receiver) {
+int serveUnanswered(const Message& message, CommObj* receiver) {
   try {
     (void)static_cast<Service*>(receiver)->report(message, Message::layout);
     tev::log << message;

@@ -1,5 +1,5 @@
 #include "sim/ServiceProcesses.h"
-#include "sim/Failure.h"
+#include "sim/SystemError.h"
 
 #include <algorithm>
 #include <csignal>
@@ -38,14 +38,14 @@ void fill(int queueId) {
   }
 }
 
-std::string howItEnded(int status) {
+std::string endText(int status) {
   if (WIFEXITED(status)) return "exit status " + std::to_string(WEXITSTATUS(status));
   return "signal " + std::to_string(WTERMSIG(status));
 }
 
 std::string errorFile(const ServiceTask& task) { return std::string("/var/log/") + task.name + ".err"; }
 
-std::string lastWords(const ServiceTask& task) {
+std::string errorOutput(const ServiceTask& task) {
   std::string text(4000, '\0');
   const kr::Descriptor errors(open(errorFile(task).c_str(), O_RDONLY | O_CLOEXEC));
   text.resize(static_cast<size_t>(std::max(ssize_t{0}, read(errors.get(), text.data(), text.size()))));
@@ -77,13 +77,13 @@ ServiceProcesses::ServiceProcesses(Program program, const std::map<std::string, 
 void ServiceProcesses::startFirst(Process& process) {
   int ends[2] = {-1, -1};
   check(pipe2(ends, O_CLOEXEC), "pipe");
-  const kr::Descriptor life(ends[0]);
+  const kr::Descriptor readySignal(ends[0]);
   kr::Descriptor ready(ends[1]);
   start(process, ready.get());
   (void)ready.close(); // nothing was written here: now the task alone can write
-  char sign = 0;
-  if (read(life.get(), &sign, 1) == 1) return;
-  throw std::runtime_error(process.task->name + std::string(" does not start: ") + lastWords(*process.task));
+  char byte = 0;
+  if (read(readySignal.get(), &byte, 1) == 1) return;
+  throw std::runtime_error(process.task->name + std::string(" does not start: ") + errorOutput(*process.task));
 }
 
 // `ready` becomes its standard output.
@@ -105,12 +105,12 @@ void ServiceProcesses::childEnded(pid_t child, int status) {
   for (Process& process : _processes) {
     if (process.pid != child) continue;
     process.pid = -1;
-    const bool asTold = WIFEXITED(status) && WEXITSTATUS(status) == injectedDeathStatus;
-    if (!asTold && !(_ending && status == 0)) {
+    const bool injected = WIFEXITED(status) && WEXITSTATUS(status) == injectedDeathStatus;
+    if (!injected && !(_ending && status == 0)) {
       ++process.crashes;
-      _log.add(std::string("service ") + process.task->name + " ended: " + howItEnded(status));
-      (void)fprintf(stderr, "tev-sim: %s ended: %s\n%s", process.task->name, howItEnded(status).c_str(),
-                    lastWords(*process.task).c_str());
+      _log.add(std::string("service ") + process.task->name + " ended: " + endText(status));
+      (void)fprintf(stderr, "tev-sim: %s ended: %s\n%s", process.task->name, endText(status).c_str(),
+                    errorOutput(*process.task).c_str());
     }
     if (!_ending && process.crashes < crashLimit) start(process, STDOUT_FILENO);
   }
@@ -124,8 +124,8 @@ void ServiceProcesses::end() {
   for (const Process& process : _processes) {
     if (process.pid < 0) continue;
     // One whose queue is full, or gone, would not see its end coming.
-    const bool told = msgsnd(process.task->queueId, &last, sizeof(uint16_t), IPC_NOWAIT) == 0;
-    (void)::kill(process.pid, told ? SIGTERM : SIGKILL); // SIGTERM ends a pause; fails only when it has just ended
+    const bool queued = msgsnd(process.task->queueId, &last, sizeof(uint16_t), IPC_NOWAIT) == 0;
+    (void)::kill(process.pid, queued ? SIGTERM : SIGKILL); // SIGTERM ends a pause; fails only when it has just ended
   }
 }
 

@@ -18,7 +18,7 @@ public:
   /// Makes the queues, starts `program` once for each task and returns when all are ready. Throws std::runtime_error.
   ServiceProcesses(Program program, const std::map<std::string, ServiceFault>& faults, BoardLog& log);
 
-  /// To be told of each child that has ended. Starts a task again that had no order to end.
+  /// To be queued of each child that has ended. Starts a task again that had no order to end.
   void childEnded(pid_t child, int status);
 
   /// Lets each task serve what it has been sent, and end.

@@ -40,7 +40,7 @@ std::string commandLine(pid_t pid) {
 }
 
 // The board to look at, alone; or all there are, when that is not clear.
-std::vector<RunningBoard> choose(pid_t pid) {
+std::vector<RunningBoard> matchingBoards(pid_t pid) {
   std::vector<RunningBoard> boards = findBoards();
   const auto isOther = [pid](const RunningBoard& b) { return b.pid != pid && launcherOf(b.pid) != pid; };
   if (pid != 0) boards.erase(std::remove_if(boards.begin(), boards.end(), isOther), boards.end());
@@ -48,7 +48,7 @@ std::vector<RunningBoard> choose(pid_t pid) {
 }
 
 // What fits on the terminal: its first lines, each with what was there before taken away.
-std::string onTerminal(const std::string& text) {
+std::string fitToTerminal(const std::string& text) {
   winsize window = {};
   if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &window) != 0 || window.ws_row == 0) window.ws_row = 24;
   std::string out = cursorHome;
@@ -71,7 +71,7 @@ int watchBoard(const RunningBoard& board, const std::string& title) {
     } catch (const std::exception&) {
       return fputs("the board has ended\n", stdout) < 0 || fflush(stdout) != 0 ? 1 : 0;
     }
-    if (fputs((terminal ? onTerminal(text) : text + "\n").c_str(), stdout) < 0 || fflush(stdout) != 0) return 1;
+    if (fputs((terminal ? fitToTerminal(text) : text + "\n").c_str(), stdout) < 0 || fflush(stdout) != 0) return 1;
     (void)nanosleep(&watchInterval, nullptr); // cut short, the next look comes earlier
   }
 }
@@ -79,7 +79,7 @@ int watchBoard(const RunningBoard& board, const std::string& title) {
 } // namespace
 
 int showStatus(pid_t pid, bool watch) {
-  const std::vector<RunningBoard> boards = choose(pid);
+  const std::vector<RunningBoard> boards = matchingBoards(pid);
   if (boards.empty()) {
     const std::string of = pid != 0 ? " of process " + std::to_string(pid) : std::string();
     (void)fprintf(stderr, "tev-sim: no board%s is running that belongs to this user\n", of.c_str());

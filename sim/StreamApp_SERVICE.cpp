@@ -6,4 +6,4 @@
 void sim::registerStreamAppMessages() { registerMessages<StreamControlReqMsg, StreamControlRespMsg>(); }
 
 int StreamControlReqMsg::InvokeHandler(CommObj* receiver) { return sim::serve(*this, receiver); }
-int StreamControlRespMsg::InvokeHandler(CommObj* receiver) { return sim::take(*this, receiver); }
+int StreamControlRespMsg::InvokeHandler(CommObj* receiver) { return sim::serveUnanswered(*this, receiver); }

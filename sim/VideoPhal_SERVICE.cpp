@@ -18,12 +18,12 @@ void sim::registerVideoPhalMessages() {
 }
 
 int SetVideoModeReqMsg::InvokeHandler(CommObj* receiver) { return sim::serve(*this, receiver); }
-int SetVideoModeRespMsg::InvokeHandler(CommObj* receiver) { return sim::take(*this, receiver); }
+int SetVideoModeRespMsg::InvokeHandler(CommObj* receiver) { return sim::serveUnanswered(*this, receiver); }
 int GetVideoResolutionReqMsg::InvokeHandler(CommObj* receiver) { return sim::serve(*this, receiver); }
-int GetVideoResolutionRespMsg::InvokeHandler(CommObj* receiver) { return sim::take(*this, receiver); }
+int GetVideoResolutionRespMsg::InvokeHandler(CommObj* receiver) { return sim::serveUnanswered(*this, receiver); }
 int SetVideoResolutionReqMsg::InvokeHandler(CommObj* receiver) { return sim::serve(*this, receiver); }
-int SetVideoResolutionRespMsg::InvokeHandler(CommObj* receiver) { return sim::take(*this, receiver); }
+int SetVideoResolutionRespMsg::InvokeHandler(CommObj* receiver) { return sim::serveUnanswered(*this, receiver); }
 int TakeSnapshotReqMsg::InvokeHandler(CommObj* receiver) { return sim::serve(*this, receiver); }
-int TakeSnapshotRespMsg::InvokeHandler(CommObj* receiver) { return sim::take(*this, receiver); }
+int TakeSnapshotRespMsg::InvokeHandler(CommObj* receiver) { return sim::serveUnanswered(*this, receiver); }
 int SetAudioSourceReqMsg::InvokeHandler(CommObj* receiver) { return sim::serve(*this, receiver); }
-int SetAudioSourceRespMsg::InvokeHandler(CommObj* receiver) { return sim::take(*this, receiver); }
+int SetAudioSourceRespMsg::InvokeHandler(CommObj* receiver) { return sim::serveUnanswered(*this, receiver); }

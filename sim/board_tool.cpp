@@ -2,7 +2,7 @@
 #include "sim/Board.h"
 #include "sim/BoardSocket.h"
 #include "sim/Eeprom.h"
-#include "sim/Failure.h"
+#include "sim/SystemError.h"
 
 #include <cstdio>
 #include <fcntl.h>
@@ -57,8 +57,8 @@ void writeSerial(const std::string& text) {
   writeEeprom(eeprom::serialOffset, *field);
 }
 
-void run(const std::string& name, const Words& arguments) {
-  Words question = {"tool", name};
+void run(const std::string& name, const SocketMessage& arguments) {
+  SocketMessage question = {"tool", name};
   question.insert(question.end(), arguments.begin(), arguments.end());
   const std::string order = askBoard(question)[0];
   if (order == "silent") return;
@@ -84,7 +84,7 @@ int main(int argc, char** argv) {
   const std::string name = path.substr(path.rfind('/') + 1);
   try {
     sim::run(name, {argv + (argc > 0 ? 1 : 0), argv + argc});
-    if (fflush(stdout) != 0) throw sim::failure("standard output");
+    if (fflush(stdout) != 0) throw sim::systemError("standard output");
     return 0;
   } catch (const std::exception& error) {
     (void)fprintf(stderr, "%s: %s\n", name.c_str(), error.what());

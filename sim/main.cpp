@@ -1,10 +1,10 @@
 // tev-sim: runs a command on a stand-in for the board. This process stays outside; its child becomes the board.
 #include "sim/BoardProcess.h"
-#include "sim/Failure.h"
 #include "sim/Job.h"
 #include "sim/Launch.h"
 #include "sim/Namespaces.h"
 #include "sim/StatusView.h"
+#include "sim/SystemError.h"
 
 #include <cstdio>
 #include <fcntl.h>
@@ -17,23 +17,23 @@ namespace {
 constexpr int refusedStatus = 125;
 
 // Keeps our own files away from the numbers of the standard streams; true where one was closed.
-void holdStreams(bool (&closed)[3]) {
+void reserveStandardStreams(bool (&closed)[3]) {
   for (int fd = 0; fd < 3; ++fd) {
     closed[fd] = fcntl(fd, F_GETFD) < 0;
     if (closed[fd]) check(open("/dev/null", O_RDWR), "/dev/null");
   }
 }
 
-kr::Descriptor openOutside(const std::string& path, int flags) {
+kr::Descriptor openOutput(const std::string& path, int flags) {
   if (path.empty()) return {};
   return kr::Descriptor(check(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | flags, 0644), path));
 }
 
 int launch(const Options& options) {
-  Surroundings inside;
-  holdStreams(inside.closed);
-  inside.log = openOutside(options.logFile, O_APPEND);
-  inside.dump = openOutside(options.dumpFile, 0);
+  BoardInputs inside;
+  reserveStandardStreams(inside.closed);
+  inside.log = openOutput(options.logFile, O_APPEND);
+  inside.dump = openOutput(options.dumpFile, 0);
   sigset_t all;
   (void)sigfillset(&all);                                     // cannot fail
   (void)pthread_sigmask(SIG_BLOCK, &all, &inside.signalMask); // fails only for an unknown first argument
@@ -47,8 +47,8 @@ int launch(const Options& options) {
     (void)channel.close(); // the end of the other process
     return runBoard(options, std::move(inside));
   }
-  inside = Surroundings();
-  leaveStreams();
+  inside = BoardInputs();
+  detachStandardStreams();
   // No clean-up after this: whatever starts a process for it (a leak checker does) would fail, because this process
   // can have children only in the board's namespaces, and those have gone.
   _exit(waitForBoard(board, channel.get()));

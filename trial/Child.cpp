@@ -1,6 +1,6 @@
 #include "trial/Child.h"
 
-#include "sim/Failure.h"
+#include "sim/SystemError.h"
 
 #include <csignal>
 #include <cstdlib>

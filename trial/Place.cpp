@@ -1,6 +1,6 @@
 #include "trial/Place.h"
 
-#include "sim/Failure.h"
+#include "sim/SystemError.h"
 
 #include <sys/mount.h>
 

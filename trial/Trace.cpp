@@ -1,6 +1,6 @@
 #include "trial/Trace.h"
 
-#include "sim/Failure.h"
+#include "sim/SystemError.h"
 
 #include <algorithm>
 #include <cstdlib>

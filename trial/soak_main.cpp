@@ -3,8 +3,8 @@
 //
 // tev-soak SHELL SEED minutes|requests NUMBER
 #include "sim/Appliance.h"
-#include "sim/Failure.h"
 #include "sim/Quoting.h"
+#include "sim/SystemError.h"
 #include "trial/Lines.h"
 #include "trial/Shell.h"
 #include "trial/Trace.h"
@@ -251,7 +251,7 @@ bool Soak::leaveBytes() {
   const bool many = _lines.below(50) == 0;
   const std::string bytes = _lines.word(many ? 5 * drainedAtOnce : 1 + _lines.below(drainedAtOnce));
   const kr::Descriptor pipe(sim::check(open(_pipe.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC), _pipe));
-  if (write(pipe.get(), bytes.data(), bytes.size()) < 0) throw sim::failure(_pipe);
+  if (write(pipe.get(), bytes.data(), bytes.size()) < 0) throw sim::systemError(_pipe);
   if (unread() > drainedAtOnce) _lines.setInDoubt(true);
   return !_lines.isInDoubt();
 }

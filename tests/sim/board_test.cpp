@@ -16,7 +16,8 @@ const std::string CHIP = "/sys/bus/i2c/devices/1-004c/";
 const std::string SMI = "/sys/module/ksz8864/drivers/smi";
 const std::string ALERT = "/sys/class/gpio/gpio27/value";
 
-Message request(const std::string& task, const std::string& name, const std::string& flags, const Fields& fields) {
+ServiceMessage request(const std::string& task, const std::string& name, const std::string& flags,
+                       const Payload& payload) {
   static const std::map<std::string, uint16_t> ids = {
       {"SetVideoMode", protocol::setVideoModeReq},
       {"GetVideoResolution", protocol::getVideoResolutionReq},
@@ -27,7 +28,7 @@ Message request(const std::string& task, const std::string& name, const std::str
       {"AdminControl", protocol::adminControlReq},
       {"SetLoggingMode", protocol::setLoggingModeReq},
   };
-  return {task, ids.at(name), name + "ReqMsg", "7", flags, fields};
+  return {task, ids.at(name), name + "ReqMsg", "7", flags, payload};
 }
 
 struct BoardTest : testing::Test {
@@ -178,17 +179,17 @@ TEST_F(BoardTest, Faults) {
 }
 
 TEST_F(BoardTest, MessagesActOnTheApplianceAndAreAnswered) {
-  _setup.snapshotFolder = testing::TempDir();
+  _setup.snapshotDirectory = testing::TempDir();
   const std::string video = "tVideoPhalTask", stream = "tStreamAppTask", admin = "tAdminAppTask";
   const auto resolution = [](unsigned h, unsigned v, unsigned q, unsigned r) {
-    return Fields{{"horizontal", h}, {"vertical", v}, {"qualifier", q}, {"hertz", r}};
+    return Payload{{"horizontal", h}, {"vertical", v}, {"qualifier", q}, {"hertz", r}};
   };
-  const auto control = [](unsigned what, unsigned type) { return Fields{{"control", what}, {"type", type}}; };
-  const auto snap = [](unsigned slot, unsigned scale) { return Fields{{"slot", slot}, {"scale", scale}}; };
-  const auto onOff = [](unsigned what, unsigned of) { return Fields{{"onoff", what}, {"component", of}}; };
+  const auto control = [](unsigned what, unsigned type) { return Payload{{"control", what}, {"type", type}}; };
+  const auto snap = [](unsigned slot, unsigned scale) { return Payload{{"slot", slot}, {"scale", scale}}; };
+  const auto onOff = [](unsigned what, unsigned of) { return Payload{{"onoff", what}, {"component", of}}; };
   const struct {
     std::string task, name;
-    Fields fields;
+    Payload payload;
     std::string effects; // lines between the message and its reply, or after it behind a |
     std::string reply;
   } cases[] = {
@@ -237,10 +238,10 @@ TEST_F(BoardTest, MessagesActOnTheApplianceAndAreAnswered) {
   write(SMI, "write 0x05 0x80");
   (void)log();
   for (const auto& c : cases) {
-    const Reply reply = board().receive(request(c.task, c.name, "sync remote", c.fields));
-    EXPECT_EQ(textOf(reply.fields), c.reply);
+    const ServiceReply reply = board().receive(request(c.task, c.name, "sync remote", c.payload));
+    EXPECT_EQ(textOf(reply.payload), c.reply);
     const size_t bar = std::min(c.effects.find('|'), c.effects.size());
-    EXPECT_EQ(log(), "message " + c.task + " " + c.name + "ReqMsg from 7 sync remote" + textOf(c.fields) + "\n" +
+    EXPECT_EQ(log(), "message " + c.task + " " + c.name + "ReqMsg from 7 sync remote" + textOf(c.payload) + "\n" +
                          c.effects.substr(0, bar) +
                          (c.reply.empty() ? "" : "reply " + c.task + " " + c.name + "RespMsg" + c.reply + "\n") +
                          c.effects.substr(std::min(bar + 1, c.effects.size())));
@@ -257,12 +258,12 @@ TEST_F(BoardTest, MessagesActOnTheApplianceAndAreAnswered) {
   EXPECT_EQ(text(CHIP + "setpoint"), "49\n");
   EXPECT_TRUE(board()
                   .receive({video, protocol::setVideoModeResp, "SetVideoModeRespMsg", "7", "", {{"status", 0}}})
-                  .fields.empty());
+                  .payload.empty());
   EXPECT_EQ(log(), "message tVideoPhalTask SetVideoModeRespMsg from 7 status=0\n");
 
-  _setup.snapshotFolder = "/nowhere";
+  _setup.snapshotDirectory = "/nowhere";
   Board without(_setup, _log);
-  EXPECT_EQ(textOf(without.receive(request(video, "TakeSnapshot", "", snap(1, 1))).fields), " status=3");
+  EXPECT_EQ(textOf(without.receive(request(video, "TakeSnapshot", "", snap(1, 1))).payload), " status=3");
   EXPECT_EQ(log(), "message tVideoPhalTask TakeSnapshotReqMsg from 7 slot=1 scale=1\nsnapshot slot 1 -> ENOENT\n"
                    "reply tVideoPhalTask TakeSnapshotRespMsg status=3\n");
 }
@@ -270,19 +271,19 @@ TEST_F(BoardTest, MessagesActOnTheApplianceAndAreAnswered) {
 TEST_F(BoardTest, RepliesFailAsAsked) {
   _setup.faults.services = {{"tStreamAppTask", {ServiceFault::late, 500}}};
   _setup.faults.dice = FaultDice(1, 100);
-  const Message stream = request("tStreamAppTask", "StreamControl", "", {{"control", 2}, {"type", 3}});
+  const ServiceMessage stream = request("tStreamAppTask", "StreamControl", "", {{"control", 2}, {"type", 3}});
   EXPECT_EQ(board().receive(stream).fault.text(), "late:500");
   EXPECT_NE(log().find("reply tStreamAppTask StreamControlRespMsg status=0 -> late:500\n"), std::string::npos);
-  const Message video = request("tVideoPhalTask", "GetVideoResolution", "", {});
+  const ServiceMessage video = request("tVideoPhalTask", "GetVideoResolution", "", {});
   FaultDice same(1, 100);
   for (int i = 0; i < 20; ++i)
     EXPECT_EQ(board().receive(video).fault.text(), same.roll().text());
-  const Message unanswered = request("tAdminAppTask", "SetLoggingMode", "", {});
+  const ServiceMessage unanswered = request("tAdminAppTask", "SetLoggingMode", "", {});
   EXPECT_EQ(board().receive(unanswered).fault.kind, ServiceFault::none);
 }
 
 TEST_F(BoardTest, StatusIsATable) {
-  _setup.snapshotFolder = testing::TempDir();
+  _setup.snapshotDirectory = testing::TempDir();
   _setup.faults.services = {{"tAdminAppTask", {ServiceFault::absent, 0}}};
   _setup.faults.dice = FaultDice(1, 1);
   _setup.faults.firstTexts = {{SMI, std::string(200, 'x')}};

@@ -1,6 +1,6 @@
 // What cannot be done on this machine.
-#ifndef TEV_SIM_FAILURE_H
-#define TEV_SIM_FAILURE_H
+#ifndef TEV_SIM_SYSTEMERROR_H
+#define TEV_SIM_SYSTEMERROR_H
 
 #include <cerrno>
 #include <string>
@@ -9,14 +9,14 @@
 namespace sim {
 
 /// An exception that says `what` and the reason in errno. Thrown while the board is set up, caught in main.
-inline std::system_error failure(const std::string& what) {
+inline std::system_error systemError(const std::string& what) {
   return std::system_error(errno, std::generic_category(), what);
 }
 
-/// `result` of a system call, unless it is negative: then the failure() of `what`.
+/// `result` of a system call, unless it is negative: then the systemError() of `what`.
 template <class Result>
 Result check(Result result, const std::string& what) {
-  if (result < 0) throw failure(what);
+  if (result < 0) throw systemError(what);
   return result;
 }
 
