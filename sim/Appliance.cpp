@@ -1,4 +1,5 @@
 #include "sim/Appliance.h"
+
 #include "sim/ColourBars.h"
 
 #include <algorithm>
@@ -41,7 +42,7 @@ const char* nameOf(unsigned value, const Named (&all)[N]) {
 
 bool isWithin(unsigned value, unsigned first, unsigned last) { return value >= first && value <= last; }
 
-unsigned valueOf(const Payload& payload, const char* name) {
+unsigned valueOf(const Payload& payload, std::string_view name) {
   const auto field = std::find_if(payload.begin(), payload.end(), [&](const PayloadWord& f) { return f.name == name; });
   return field != payload.end() ? field->value : 0;
 }
@@ -91,7 +92,7 @@ const std::vector<Appliance::Handler>& Appliance::handlers() {
   return all;
 }
 
-Payload Appliance::serve(const std::string& task, uint16_t id, const Payload& payload) {
+Payload Appliance::serve(std::string_view task, uint16_t id, const Payload& payload) {
   const auto& known = handlers();
   const auto request = std::find_if(known.begin(), known.end(), [&](const Handler& r) { return id == r.id; });
   if (request == known.end()) return {}; // a reply that nobody has asked for

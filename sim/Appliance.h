@@ -7,7 +7,10 @@
 #include "sim/BoardLog.h"
 
 #include <array>
+#include <cstdint>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 namespace sim {
@@ -69,10 +72,10 @@ public:
 
   /// Acts on a message that reached a service task; `id` is its protocol::MessageId. Returns the payload of the reply,
   /// none where nothing answers.
-  Payload serve(const std::string& task, uint16_t id, const Payload& payload);
+  Payload serve(std::string_view task, uint16_t id, const Payload& payload);
 
   /// The restart that the last request asked for. It is to happen once the reply is out.
-  Restart takeRestart() { return std::exchange(_restart, Restart::none); }
+  [[nodiscard]] Restart takeRestart() { return std::exchange(_restart, Restart::none); }
 
   /// Puts the settings back to what they were when the board was made.
   void restoreDefaults();

@@ -1,4 +1,5 @@
 #include "sim/Board.h"
+
 #include "sim/Eeprom.h"
 #include "sim/Quoting.h"
 
@@ -23,7 +24,7 @@ constexpr size_t messagesKept = 8;
 std::optional<int> numberIn(std::string_view text) {
   const std::string terminated(text);
   char* end = nullptr;
-  const long value = strtol(terminated.c_str(), &end, 10);
+  const long value = std::strtol(terminated.c_str(), &end, 10);
   if (end == terminated.c_str()) return std::nullopt;
   return static_cast<int>(std::clamp(value, -100000L, 100000L));
 }
@@ -43,7 +44,7 @@ std::string line(int number) { return std::to_string(number) + "\n"; }
 
 std::string hexByte(unsigned value) {
   char text[8];
-  (void)snprintf(text, sizeof text, "%02x\n", value & 0xffU);
+  (void)std::snprintf(text, sizeof text, "%02x\n", value & 0xffU);
   return text;
 }
 
@@ -110,7 +111,7 @@ void Board::addOtherNodes() {
   smi.store = [this](std::string_view text) { return storeSwitchCommands(text); };
   smi.show = [this] {
     char text[32];
-    (void)snprintf(text, sizeof text, "0x%02x 0x%02x\n", vlanRegister, _switchRegisters[vlanRegister]);
+    (void)std::snprintf(text, sizeof text, "0x%02x 0x%02x\n", vlanRegister, _switchRegisters[vlanRegister]);
     return std::string(text);
   };
   _nodes.push_back(std::move(smi));
@@ -171,9 +172,10 @@ int Board::storeSwitchCommands(std::string_view text) {
     unsigned reg = 0;
     unsigned value = 0;
     int entry[4] = {};
-    if (sscanf(command.c_str(), "write 0x%x 0x%x", &reg, &value) == 2 && reg < _switchRegisters.size()) {
+    if (std::sscanf(command.c_str(), "write 0x%x 0x%x", &reg, &value) == 2 && reg < _switchRegisters.size()) {
       _switchRegisters[reg] = value & 0xffU;
-    } else if (sscanf(command.c_str(), "write vlan %d %d %d %d", &entry[0], &entry[1], &entry[2], &entry[3]) != 4) {
+    } else if (std::sscanf(command.c_str(), "write vlan %d %d %d %d", &entry[0], &entry[1], &entry[2], &entry[3]) !=
+               4) {
       return EINVAL;
     }
     at = next;

@@ -75,11 +75,11 @@ public:
   const std::vector<BoardNode>& nodes() const { return _nodes; }
 
   /// Opens a node with the access mode and flags of open(2): 0, or EACCES where the node's mode forbids it.
-  int open(size_t node, int flags);
+  [[nodiscard]] int open(size_t node, int flags);
   /// At most `size` bytes from position `offset` on.
   std::string_view read(size_t node, size_t offset, size_t size);
   /// One write(2): what it returns, or a negative errno. The log line is complete when this returns.
-  ssize_t write(size_t node, size_t offset, std::string_view bytes);
+  [[nodiscard]] ssize_t write(size_t node, size_t offset, std::string_view bytes);
 
   /// A board tool starts with these arguments. What it has to do is told by the result: "ok", "fail", "silent".
   std::string runTool(std::string_view name, const std::vector<std::string>& arguments);

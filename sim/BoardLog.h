@@ -5,6 +5,7 @@
 #include "platform/Descriptor.h"
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace sim {
@@ -21,7 +22,7 @@ public:
   void addFile(kr::Descriptor file) { _files.push_back(std::move(file)); }
 
   /// Writes one line. It is complete in every file when the call returns.
-  void add(const std::string& line);
+  void add(std::string_view line);
 
 private:
   std::vector<kr::Descriptor> _files;

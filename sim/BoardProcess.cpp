@@ -1,4 +1,5 @@
 #include "sim/BoardProcess.h"
+
 #include "sim/BoardSocket.h"
 #include "sim/Launch.h"
 #include "sim/Layout.h"
@@ -87,15 +88,15 @@ std::unique_ptr<NodeServer> makeNodes(const Options& options, Board& board, Boar
 // The console is known by its pipe; other senders have no more than a number.
 std::string sourceName(unsigned taskId) {
   char pipe[32];
-  (void)snprintf(pipe, sizeof pipe, protocol::replyPipeFormat, protocol::consoleTask,
-                 static_cast<int>(taskId)); // 28 at most
+  (void)std::snprintf(pipe, sizeof pipe, protocol::replyPipeFormat, protocol::consoleTask,
+                      static_cast<int>(taskId)); // 28 at most
   struct stat about = {};
   const bool console = stat(pipe, &about) == 0 && S_ISFIFO(about.st_mode);
   return console ? protocol::consoleTask : std::to_string(taskId);
 }
 
 unsigned numberIn(const std::string& text) {
-  return static_cast<unsigned>(strtoul(text.c_str(), nullptr, 10)); // written by our own tasks
+  return static_cast<unsigned>(std::strtoul(text.c_str(), nullptr, 10)); // written by our own tasks
 }
 
 // From a service task: {"message", task, message id, class, source, flags, field=value ...}. The answer: whether to

@@ -20,7 +20,7 @@ struct BoardInputs {
 
 /// Sets the board up, runs the command on it and returns the exit status for tev-sim. The caller must be process 1 of
 /// a process namespace and have all signals blocked. Throws std::runtime_error when the set-up fails.
-int runBoard(const Options& options, BoardInputs inputs);
+[[nodiscard]] int runBoard(const Options& options, BoardInputs inputs);
 
 } // namespace sim
 

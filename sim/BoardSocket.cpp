@@ -1,4 +1,5 @@
 #include "sim/BoardSocket.h"
+
 #include "sim/SystemError.h"
 
 #include <algorithm>
@@ -29,7 +30,7 @@ std::string ownName() {
   return namePrefix + std::to_string(space.st_ino);
 }
 
-Address addressOf(const std::string& name) {
+Address addressOf(std::string_view name) {
   Address out;
   out.name.sun_family = AF_UNIX;
   name.copy(out.name.sun_path + 1, sizeof out.name.sun_path - 1); // after a zero byte: no file
@@ -37,7 +38,7 @@ Address addressOf(const std::string& name) {
   return out;
 }
 
-kr::Descriptor connectTo(const std::string& name) {
+kr::Descriptor connectTo(std::string_view name) {
   kr::Descriptor board(check(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0), "the board's socket"));
   const Address address = addressOf(name);
   check(connect(board.get(), reinterpret_cast<const sockaddr*>(&address.name), address.size), "no board here");

@@ -18,7 +18,7 @@ constexpr size_t tableWidth = 79; // some terminals begin a new line after the 8
   char text[512];
   va_list arguments;
   va_start(arguments, format);
-  (void)vsnprintf(text, sizeof text, format, arguments); // longer ones are cut below
+  (void)std::vsnprintf(text, sizeof text, format, arguments); // longer ones are cut below
   va_end(arguments);
   std::string line = text;
   line.erase(line.find_last_not_of(' ') + 1);

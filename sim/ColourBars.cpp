@@ -1,4 +1,5 @@
 #include "sim/ColourBars.h"
+
 #include "platform/Descriptor.h"
 
 #include <array>
@@ -56,7 +57,7 @@ int store(const std::string& path, const unsigned char* bytes, size_t size) {
   const ssize_t written = write(file.get(), bytes, size);
   int error = written < 0 ? errno : 0;
   if (written >= 0 && static_cast<size_t>(written) != size) error = ENOSPC;
-  if (error == 0 && rename(fresh.c_str(), path.c_str()) != 0) error = errno;
+  if (error == 0 && std::rename(fresh.c_str(), path.c_str()) != 0) error = errno;
   if (error != 0) (void)unlink(fresh.c_str()); // what failed is told, not this
   return error;
 }
@@ -72,7 +73,7 @@ int storeColourBars(const std::string& path, unsigned width, unsigned height) {
   Compression work;
   const int error = compress(work, row.data(), width, height) ? store(path, work.bytes, work.size) : ENOMEM;
   jpeg_destroy_compress(&work.jpeg);
-  free(work.bytes); // NOLINT: the library took it from malloc
+  std::free(work.bytes); // NOLINT: the library took it from malloc
   return error;
 }
 

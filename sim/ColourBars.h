@@ -7,7 +7,7 @@
 namespace sim {
 
 /// Stores the picture in this size as a JPEG file, which appears at `path` when it is complete. Returns 0 or an errno.
-int storeColourBars(const std::string& path, unsigned width, unsigned height);
+[[nodiscard]] int storeColourBars(const std::string& path, unsigned width, unsigned height);
 
 } // namespace sim
 

@@ -21,7 +21,8 @@ std::optional<Mac> parseMac(std::string_view text) {
 
 std::string formatMac(const Mac& mac) {
   char text[18];
-  (void)snprintf(text, sizeof text, "%02X:%02X:%02X:%02X:%02X:%02X", mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
+  (void)std::snprintf(text, sizeof text, "%02X:%02X:%02X:%02X:%02X:%02X", mac[0], mac[1], mac[2], mac[3], mac[4],
+                      mac[5]);
   return text;
 }
 

@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <cstdio>
 #include <fcntl.h>
 #include <map>
 #include <sys/epoll.h>
@@ -83,7 +84,7 @@ void FileNodes::placeFile(size_t index) {
   kr::Descriptor file(check(open(freshPath, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600), node.path));
   check(fchmod(file.get(), node.mode), node.path);
   check(fcntl(file.get(), F_SETLEASE, F_WRLCK), node.path + " (lease)");
-  check(rename(freshPath, node.path.c_str()), node.path);
+  check(std::rename(freshPath, node.path.c_str()), node.path);
   _leased[index] = std::move(file);
 }
 

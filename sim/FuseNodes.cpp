@@ -41,7 +41,7 @@ private:
   static fuse_lowlevel_ops operations();
 
   void addPath(const std::string& path, int node);
-  fuse_ino_t find(fuse_ino_t parent, const std::string& name) const;
+  fuse_ino_t find(fuse_ino_t parent, std::string_view name) const;
   struct stat attributes(fuse_ino_t inode) const;
   size_t nodeOf(fuse_ino_t inode) const { return static_cast<size_t>(_entries[inode - 1].node); }
   void list(fuse_req_t request, fuse_ino_t directory, size_t size, off_t offset) const;
@@ -79,7 +79,7 @@ FuseNodes::FuseNodes(Board& board) : _board(board) {
 FuseNodes::~FuseNodes() {
   fuse_session_unmount(_session);
   fuse_session_destroy(_session);
-  free(_buffer.mem);
+  std::free(_buffer.mem);
 }
 
 void FuseNodes::addPath(const std::string& path, int node) {
@@ -97,7 +97,7 @@ void FuseNodes::addPath(const std::string& path, int node) {
   }
 }
 
-fuse_ino_t FuseNodes::find(fuse_ino_t parent, const std::string& name) const {
+fuse_ino_t FuseNodes::find(fuse_ino_t parent, std::string_view name) const {
   for (size_t i = 1; i < _entries.size(); ++i) {
     if (_entries[i].parent == parent && _entries[i].name == name) return i + 1;
   }

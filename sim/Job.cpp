@@ -1,4 +1,5 @@
 #include "sim/Job.h"
+
 #include "platform/Descriptor.h"
 #include "sim/SystemError.h"
 

@@ -11,7 +11,7 @@ namespace sim {
 /// command; an int from the board tells that the command was stopped by that signal, and this process stops as well.
 /// What the terminal sends (Ctrl-C, Ctrl-Z) reaches the command by itself, for all of us are one process group. All
 /// signals must be blocked.
-int waitForBoard(pid_t board, int channel);
+[[nodiscard]] int waitForBoard(pid_t board, int channel);
 
 } // namespace sim
 

@@ -1,4 +1,5 @@
 #include "sim/Launch.h"
+
 #include "sim/SystemError.h"
 
 #include <climits>
@@ -27,7 +28,7 @@ Program findProgram(const std::string& name) {
   if (!search) {
     candidates.push_back(name);
   } else {
-    const char* const variable = getenv("PATH"); // NOLINT(concurrency-mt-unsafe): there is one thread
+    const char* const variable = std::getenv("PATH"); // NOLINT(concurrency-mt-unsafe): there is one thread
     const std::string directories = variable != nullptr ? variable : "/usr/bin:/bin";
     for (size_t at = 0; at <= directories.size();) {
       const size_t end = std::min(directories.find(':', at), directories.size());
@@ -72,7 +73,7 @@ void startProgram(const Program& program, const std::vector<std::string>& words)
     error = errno;
   }
   const std::string why = std::generic_category().message(error);
-  (void)fprintf(stderr, "tev-sim: cannot start %s: %s\n", words[0].c_str(), why.c_str());
+  (void)std::fprintf(stderr, "tev-sim: cannot start %s: %s\n", words[0].c_str(), why.c_str());
   _exit(error == ENOENT ? 127 : 126);
 }
 

@@ -16,7 +16,7 @@ struct Program {
 };
 
 /// Looks `name` up like a shell does: as a path if it has a slash, else in PATH.
-Program findProgram(const std::string& name);
+[[nodiscard]] Program findProgram(const std::string& name);
 
 /// Becomes the program. Does not return: a failure is told and ends the process with status 126 or 127.
 [[noreturn]] void startProgram(const Program& program, const std::vector<std::string>& words);

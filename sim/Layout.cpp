@@ -1,7 +1,9 @@
 #include "sim/Layout.h"
+
 #include "platform/Descriptor.h"
 #include "sim/SystemError.h"
 
+#include <cstdio>
 #include <fcntl.h>
 #include <filesystem>
 #include <sys/mount.h>
@@ -66,7 +68,7 @@ void coverDirectory(const std::string& directory) {
 
 void mountMemory(const std::string& path, unsigned mode) {
   char data[32];
-  (void)snprintf(data, sizeof data, "mode=%04o", mode);
+  (void)std::snprintf(data, sizeof data, "mode=%04o", mode);
   check(mount("tev-board", path.c_str(), "tmpfs", MS_NODEV, data), path + " (tmpfs)");
 }
 

@@ -1,4 +1,5 @@
 #include "sim/Namespaces.h"
+
 #include "platform/Descriptor.h"
 #include "sim/SystemError.h"
 
@@ -13,7 +14,7 @@ constexpr int newNamespaces = CLONE_NEWIPC | CLONE_NEWPID;
 constexpr char noUserNamespace[] = "the kernel refuses this user a user namespace (see user.max_user_namespaces, "
                                    "kernel.unprivileged_userns_clone, kernel.apparmor_restrict_unprivileged_userns)";
 
-void writeFile(const char* path, const std::string& text) {
+void writeFile(const char* path, std::string_view text) {
   const kr::Descriptor file(check(open(path, O_WRONLY | O_CLOEXEC), noUserNamespace));
   check(write(file.get(), text.data(), text.size()), noUserNamespace);
 }

@@ -1,4 +1,5 @@
 #include "sim/Options.h"
+
 #include "sim/Quoting.h"
 
 #include <algorithm>
@@ -57,7 +58,7 @@ Exit status of tev-sim itself: 2 wrong options, 125 the machine refuses what the
 
 namespace {
 
-bool endsWith(const std::string& text, const std::string& ending) {
+bool endsWith(std::string_view text, std::string_view ending) {
   return text.size() >= ending.size() && text.compare(text.size() - ending.size(), ending.size(), ending) == 0;
 }
 
@@ -132,7 +133,7 @@ std::string setServiceFaults(Options& options, const std::string& value) {
   unsigned seed = 0;
   unsigned percent = 0;
   int length = 0;
-  const bool read = sscanf(value.c_str(), "%9u:%3u%n", &seed, &percent, &length) == 2;
+  const bool read = std::sscanf(value.c_str(), "%9u:%3u%n", &seed, &percent, &length) == 2;
   if (!read || static_cast<size_t>(length) != value.size() || percent > FaultDice::always) {
     return "--service-faults wants SEED:PERCENT";
   }
@@ -142,7 +143,7 @@ std::string setServiceFaults(Options& options, const std::string& value) {
 
 std::string setPid(Options& options, const std::string& value) {
   int length = 0;
-  const bool read = sscanf(value.c_str(), "%9d%n", &options.pid, &length) == 1;
+  const bool read = std::sscanf(value.c_str(), "%9d%n", &options.pid, &length) == 1;
   return read && static_cast<size_t>(length) == value.size() && options.pid > 0 ? "" : "--pid wants a process number";
 }
 

@@ -31,7 +31,7 @@ struct Options {
 };
 
 /// The options in `words` (without the program's name), or a line that says what is wrong with them.
-std::variant<Options, std::string> parseOptions(const std::vector<std::string>& words);
+[[nodiscard]] std::variant<Options, std::string> parseOptions(const std::vector<std::string>& words);
 
 /// The text of --help.
 extern const char* const helpText;

@@ -14,7 +14,7 @@ std::string quoted(std::string_view bytes);
 
 /// The bytes that `text` (without quotes around it) stands for: \n \r \t \" \\, one to three octal digits, \x with one
 /// or two hexadecimal digits. Nothing for an escape that is none of these or is above 255.
-std::optional<std::string> unescaped(std::string_view text);
+[[nodiscard]] std::optional<std::string> unescaped(std::string_view text);
 
 } // namespace sim
 

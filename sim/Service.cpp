@@ -1,4 +1,5 @@
 #include "sim/Service.h"
+
 #include "messaging/MsgOf.h"
 #include "messaging/ReplyPipe.h"
 #include "platform/Descriptor.h"

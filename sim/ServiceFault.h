@@ -27,7 +27,7 @@ struct ServiceFault {
   /// The fault as the command line names it: "late:500"; "none" for no fault.
   std::string text() const;
   /// The fault that `text` names.
-  static std::optional<ServiceFault> parse(std::string_view text);
+  [[nodiscard]] static std::optional<ServiceFault> parse(std::string_view text);
 };
 
 /// Faults of single replies at random: the same seed always gives the same ones.

@@ -1,4 +1,5 @@
 #include "sim/ServiceProcesses.h"
+
 #include "sim/SystemError.h"
 
 #include <algorithm>
@@ -109,8 +110,8 @@ void ServiceProcesses::childEnded(pid_t child, int status) {
     if (!injected && !(_ending && status == 0)) {
       ++process.crashes;
       _log.add(std::string("service ") + process.task->name + " ended: " + endText(status));
-      (void)fprintf(stderr, "tev-sim: %s ended: %s\n%s", process.task->name, endText(status).c_str(),
-                    errorOutput(*process.task).c_str());
+      (void)std::fprintf(stderr, "tev-sim: %s ended: %s\n%s", process.task->name, endText(status).c_str(),
+                         errorOutput(*process.task).c_str());
     }
     if (!_ending && process.crashes < crashLimit) start(process, STDOUT_FILENO);
   }

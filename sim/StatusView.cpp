@@ -1,4 +1,5 @@
 #include "sim/StatusView.h"
+
 #include "sim/BoardLog.h"
 #include "sim/BoardSocket.h"
 
@@ -27,7 +28,7 @@ pid_t launcherOf(pid_t board) {
   std::getline(about, text, '\0');
   pid_t parent = 0;
   const size_t end = text.rfind(')'); // of the program's name, which may hold anything
-  if (end == text.npos || sscanf(text.c_str() + end, ") %*c %d", &parent) != 1) return board;
+  if (end == text.npos || std::sscanf(text.c_str() + end, ") %*c %d", &parent) != 1) return board;
   return parent;
 }
 
@@ -48,14 +49,14 @@ std::vector<RunningBoard> matchingBoards(pid_t pid) {
 }
 
 // What fits on the terminal: its first lines, each with what was there before taken away.
-std::string fitToTerminal(const std::string& text) {
+std::string fitToTerminal(std::string_view text) {
   winsize window = {};
   if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &window) != 0 || window.ws_row == 0) window.ws_row = 24;
   std::string out = cursorHome;
   size_t at = 0;
   for (int line = 1; line < window.ws_row && at < text.size(); ++line) {
     const size_t end = text.find('\n', at);
-    out += text.substr(at, end - at) + clearLine + "\n";
+    out.append(text.substr(at, end - at)).append(clearLine) += '\n';
     at = end + 1;
   }
   return out + clearBelow;
@@ -63,15 +64,16 @@ std::string fitToTerminal(const std::string& text) {
 
 int watchBoard(const RunningBoard& board, const std::string& title) {
   const bool terminal = isatty(STDOUT_FILENO) == 1;
-  if (terminal && fputs(clearScreen, stdout) < 0) return 1;
+  if (terminal && std::fputs(clearScreen, stdout) < 0) return 1;
   for (;;) {
     std::string text;
     try {
       text = title + timeOfDay().substr(0, 8) + "\n" + askBoard(board, {"status"}).at(1);
     } catch (const std::exception&) {
-      return fputs("the board has ended\n", stdout) < 0 || fflush(stdout) != 0 ? 1 : 0;
+      return std::fputs("the board has ended\n", stdout) < 0 || std::fflush(stdout) != 0 ? 1 : 0;
     }
-    if (fputs((terminal ? fitToTerminal(text) : text + "\n").c_str(), stdout) < 0 || fflush(stdout) != 0) return 1;
+    if (std::fputs((terminal ? fitToTerminal(text) : text + "\n").c_str(), stdout) < 0 || std::fflush(stdout) != 0)
+      return 1;
     (void)nanosleep(&watchInterval, nullptr); // cut short, the next look comes earlier
   }
 }
@@ -82,22 +84,22 @@ int showStatus(pid_t pid, bool watch) {
   const std::vector<RunningBoard> boards = matchingBoards(pid);
   if (boards.empty()) {
     const std::string of = pid != 0 ? " of process " + std::to_string(pid) : std::string();
-    (void)fprintf(stderr, "tev-sim: no board%s is running that belongs to this user\n", of.c_str());
+    (void)std::fprintf(stderr, "tev-sim: no board%s is running that belongs to this user\n", of.c_str());
     return 1;
   }
   if (boards.size() > 1) {
-    (void)fputs("tev-sim: several boards are running; choose one with --pid:\n", stderr);
+    (void)std::fputs("tev-sim: several boards are running; choose one with --pid:\n", stderr);
     for (const RunningBoard& board : boards) {
       const pid_t launcher = launcherOf(board.pid);
-      (void)fprintf(stderr, "%8d  %s\n", launcher, commandLine(launcher).c_str());
+      (void)std::fprintf(stderr, "%8d  %s\n", launcher, commandLine(launcher).c_str());
     }
     return 1;
   }
   char title[80];
-  (void)snprintf(title, sizeof title, "board of tev-sim %-54d", launcherOf(boards[0].pid));
+  (void)std::snprintf(title, sizeof title, "board of tev-sim %-54d", launcherOf(boards[0].pid));
   if (watch) return watchBoard(boards[0], title);
   const std::string text = title + timeOfDay().substr(0, 8) + "\n" + askBoard(boards[0], {"status"}).at(1);
-  return fputs(text.c_str(), stdout) < 0 || fflush(stdout) != 0 ? 1 : 0;
+  return std::fputs(text.c_str(), stdout) < 0 || std::fflush(stdout) != 0 ? 1 : 0;
 }
 
 } // namespace sim

@@ -20,7 +20,7 @@ std::string readEeprom(size_t offset, size_t size) {
   return bytes;
 }
 
-void writeEeprom(size_t offset, const std::string& bytes) {
+void writeEeprom(size_t offset, std::string_view bytes) {
   const kr::Descriptor node(check(open(eepromNode, O_RDWR | O_CLOEXEC), eepromNode));
   const ssize_t written = check(pwrite(node.get(), bytes.data(), bytes.size(), static_cast<off_t>(offset)), eepromNode);
   if (static_cast<size_t>(written) != bytes.size()) throw std::runtime_error(std::string(eepromNode) + ": full");
@@ -31,7 +31,7 @@ void readMacs() {
   for (size_t port = 0; port < eeprom::macCount; ++port) {
     eeprom::Mac mac;
     std::copy_n(bytes.begin() + static_cast<ptrdiff_t>(port * mac.size()), mac.size(), mac.begin());
-    (void)printf("eth%zu %s\n", port, eeprom::formatMac(mac).c_str()); // main looks at the stream
+    (void)std::printf("eth%zu %s\n", port, eeprom::formatMac(mac).c_str()); // main looks at the stream
   }
 }
 
@@ -48,7 +48,7 @@ void writeMacs(const std::string& text) {
 
 void readSerial() {
   const std::string field = readEeprom(eeprom::serialOffset, eeprom::serialSize);
-  (void)printf("%.*s\n", static_cast<int>(field.size()), field.c_str());
+  (void)std::printf("%.*s\n", static_cast<int>(field.size()), field.c_str());
 }
 
 void writeSerial(const std::string& text) {
@@ -84,10 +84,10 @@ int main(int argc, char** argv) {
   const std::string name = path.substr(path.rfind('/') + 1);
   try {
     sim::run(name, {argv + (argc > 0 ? 1 : 0), argv + argc});
-    if (fflush(stdout) != 0) throw sim::systemError("standard output");
+    if (std::fflush(stdout) != 0) throw sim::systemError("standard output");
     return 0;
   } catch (const std::exception& error) {
-    (void)fprintf(stderr, "%s: %s\n", name.c_str(), error.what());
+    (void)std::fprintf(stderr, "%s: %s\n", name.c_str(), error.what());
     return 1;
   }
 }

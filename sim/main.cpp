@@ -62,14 +62,14 @@ int main(int argc, char** argv) {
   try {
     const auto parsed = sim::parseOptions({argv + 1, argv + argc});
     if (const std::string* error = std::get_if<std::string>(&parsed)) {
-      (void)fprintf(stderr, "tev-sim: %s\nTry tev-sim --help.\n", error->c_str());
+      (void)std::fprintf(stderr, "tev-sim: %s\nTry tev-sim --help.\n", error->c_str());
       return 2;
     }
     const auto& options = std::get<sim::Options>(parsed);
-    if (options.help) return fputs(sim::helpText, stdout) < 0 || fflush(stdout) != 0 ? 1 : 0;
+    if (options.help) return std::fputs(sim::helpText, stdout) < 0 || std::fflush(stdout) != 0 ? 1 : 0;
     return options.status ? sim::showStatus(options.pid, options.watch) : sim::launch(options);
   } catch (const std::exception& error) {
-    (void)fprintf(stderr, "tev-sim: %s\n", error.what());
+    (void)std::fprintf(stderr, "tev-sim: %s\n", error.what());
     return sim::refusedStatus;
   }
 }

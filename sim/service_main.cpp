@@ -12,7 +12,7 @@ namespace {
 
 int serve(Service& service, const ServiceTask& task) {
   if (service.GetMsgQId() != task.queueId) {
-    (void)fprintf(stderr, "%s: has queue %d instead of %d\n", task.name, service.GetMsgQId(), task.queueId);
+    (void)std::fprintf(stderr, "%s: has queue %d instead of %d\n", task.name, service.GetMsgQId(), task.queueId);
     return 1;
   }
   // Standard output is where the board waits for a sign of life, and for nothing more.
@@ -39,6 +39,6 @@ int main(int argc, char** argv) {
   for (const sim::ServiceTask& task : sim::serviceTasks) {
     if (argc == 2 && std::strcmp(argv[1], task.name) == 0) return sim::run(task);
   }
-  (void)fprintf(stderr, "tev-service: wants the name of a service task\n");
+  (void)std::fprintf(stderr, "tev-service: wants the name of a service task\n");
   return 2;
 }
