@@ -1,4 +1,4 @@
-// What the messages of the administration service are to the services: in place of the console's units.
+// The handlers of the administration messages in a service task. They replace the console's _CLIENT units.
 #include "messaging/AdminControlReqMsg.h"
 #include "messaging/AdminControlRespMsg.h"
 #include "messaging/SetLoggingModeReqMsg.h"

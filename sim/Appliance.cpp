@@ -9,7 +9,7 @@ namespace sim {
 
 namespace {
 
-// A value of a payload word, and its name on the board.
+// A value of a payload word and its name in the board's log and nodes.
 struct Named {
   unsigned value;
   const char* name;
@@ -33,7 +33,7 @@ constexpr Named streams[] = {
     {protocol::streamType::both, "both"},
 };
 
-// The name of `value`; null if it has none.
+// Returns the name of `value`, or null if it has none.
 template <size_t N>
 const char* nameOf(unsigned value, const Named (&all)[N]) {
   const auto* const found = std::find_if(all, all + N, [&](const Named& named) { return named.value == value; });
@@ -95,7 +95,7 @@ const std::vector<Appliance::Handler>& Appliance::handlers() {
 Payload Appliance::serve(std::string_view task, uint16_t id, const Payload& payload) {
   const auto& known = handlers();
   const auto request = std::find_if(known.begin(), known.end(), [&](const Handler& r) { return id == r.id; });
-  if (request == known.end()) return {}; // a reply that nobody has asked for
+  if (request == known.end()) return {}; // a response, which needs no reply
   const RequestStatus status = task == request->task ? (this->*request->serve)(payload) : RequestStatus::notMine;
   if (id == protocol::setLoggingModeReq) return {};
   Payload reply = {{"status", static_cast<unsigned>(status)}};
@@ -110,7 +110,7 @@ Payload Appliance::serve(std::string_view task, uint16_t id, const Payload& payl
   return reply;
 }
 
-// Tells only what is different.
+// Logs only what has changed.
 void Appliance::change(const Settings& settings) {
   const Settings before = std::exchange(_settings, settings);
   if (settings.format != before.format) _log.add(std::string("format ") + format());

@@ -1,5 +1,5 @@
-// What the service tasks of the board do: video input, snapshots, stream, administration. The tasks themselves only
-// carry the messages here and the answers back.
+// What requests to the service tasks do: video input, snapshots, stream, administration. The tasks themselves only
+// forward messages to this class and send its replies.
 #ifndef TEV_SIM_APPLIANCE_H
 #define TEV_SIM_APPLIANCE_H
 
@@ -17,32 +17,32 @@ namespace sim {
 
 struct ServiceTask {
   const char* name;
-  int queueId; // the number that its users know
+  int queueId; // fixed, and known to all senders
   int queueKey;
 };
 inline constexpr std::array<ServiceTask, 3> serviceTasks = {{{protocol::videoTask, protocol::videoQueueId, 153001},
                                                              {protocol::streamTask, protocol::streamQueueId, 153002},
                                                              {protocol::adminTask, protocol::adminQueueId, 153003}}};
 
-/// The exit status of a task that a ServiceFault::dies has ended.
+/// The exit status of a task that ends because of ServiceFault::dies.
 constexpr int injectedDeathStatus = 42;
-/// The id of the message that ends a task: what was sent to it before has been served by then.
+/// The id of the message that ends a task. Queues keep the order, so the task first serves what was sent before.
 constexpr unsigned short endMessageId = 65534;
 
 inline constexpr char snapshotPath[] = "/opt/tev/user/snapshots";
 inline constexpr char firmwareVersion[] = "v" TEV_SIM_FIRMWARE;
 
-/// The payload of a message.
+/// One word of a message's payload.
 struct PayloadWord {
   std::string name;
   unsigned value;
 };
 using Payload = std::vector<PayloadWord>;
 
-/// " name=value" for each of them.
+/// Returns " name=value" for each word.
 std::string textOf(const Payload& payload);
 
-/// The first field of a reply.
+/// The first word of a reply.
 enum class RequestStatus { done = 0, refused = 1, notMine = 2, failed = 3 };
 
 struct VideoResolution {
@@ -53,7 +53,7 @@ struct VideoResolution {
 
   std::string text() const;
   bool isSupported() const;
-  /// The television standard that has so many lines: 1 NTSC, 2 PAL, 0 none.
+  /// The television standard with this many lines: 1 NTSC, 2 PAL, 0 none.
   unsigned standard() const;
 };
 
@@ -67,17 +67,18 @@ enum class Restart { none, plain, configuration, firmware };
 
 class Appliance {
 public:
-  /// Tells what changes in `log`, which must outlive the appliance, and keeps snapshots in `directory`.
+  /// Logs changes to `log`, which must outlive the appliance, and stores snapshots in `directory`.
   Appliance(BoardLog& log, std::string directory) : _log(log), _snapshotDirectory(std::move(directory)) {}
 
-  /// Acts on a message that reached a service task; `id` is its protocol::MessageId. Returns the payload of the reply,
-  /// none where nothing answers.
+  /// Handles a message that a service task received; `id` is its protocol::MessageId. Returns the payload of the reply,
+  /// which is empty for a message without a reply.
   Payload serve(std::string_view task, uint16_t id, const Payload& payload);
 
-  /// The restart that the last request asked for. It is to happen once the reply is out.
+  /// Returns the restart that the last request asked for, and forgets it. The caller restarts after it has
+  /// logged the reply.
   [[nodiscard]] Restart takeRestart() { return std::exchange(_restart, Restart::none); }
 
-  /// Puts the settings back to what they were when the board was made.
+  /// Sets all settings to their defaults.
   void restoreDefaults();
 
   /// The bits of protocol::streamType.
@@ -89,7 +90,7 @@ public:
   const char* audioSource() const;
   const VideoResolution& resolution() const { return _settings.resolution; }
   bool logging() const { return _settings.logging; }
-  /// Those that can be looked at, the latest first.
+  /// The stored snapshots, latest first; one per slot.
   const std::vector<Snapshot>& snapshots() const { return _snapshots; }
 
 private:

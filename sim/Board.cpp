@@ -15,12 +15,12 @@ namespace sim {
 
 namespace {
 
-constexpr size_t pageSize = 4096; // sysfs takes no more in one write
+constexpr size_t pageSize = 4096; // the most that sysfs accepts in one write
 constexpr unsigned vlanRegister = 0x05;
 constexpr unsigned vlanModeBit = 0x80;
 constexpr size_t messagesKept = 8;
 
-// The number at the front of a text, as drivers read it.
+// Returns the number at the start of a text, as drivers parse it.
 std::optional<int> numberIn(std::string_view text) {
   const std::string terminated(text);
   char* end = nullptr;
@@ -29,7 +29,7 @@ std::optional<int> numberIn(std::string_view text) {
   return static_cast<int>(std::clamp(value, -100000L, 100000L));
 }
 
-// Makes a driver's store operation out of a setter for numbers.
+// Returns a driver's store operation that passes a number to `set`.
 template <class Setter>
 std::function<int(std::string_view)> storeNumber(Setter set) {
   return [set](std::string_view text) {
@@ -120,7 +120,8 @@ void Board::addOtherNodes() {
   _nodes.push_back(std::move(identity));
 }
 
-// A first text counts for the model too where it makes sense there, and stands as it is until the model has another.
+// An initial text also sets the model if the model accepts it. Reads return it unchanged until the model's text
+// changes.
 void Board::applyFaults() {
   const Faults& faults = _setup.faults;
   for (BoardNode& node : _nodes) {
@@ -128,7 +129,7 @@ void Board::applyFaults() {
     if (first == faults.firstTexts.end()) continue;
     node.text = first->second;
     if (node.binary) node.text.resize(eeprom::size, '\0');
-    if (node.store) (void)node.store(node.text); // a text without sense to the model is what the test wants to show
+    if (node.store) (void)node.store(node.text); // a test may want a text that the model rejects
     if (node.show) node.shown = node.show();
   }
   _alert = _thermal.alert();
@@ -141,7 +142,7 @@ void Board::applyFaults() {
   _nodes.erase(std::remove_if(_nodes.begin(), _nodes.end(), missing), _nodes.end());
 }
 
-// Brings the shown texts up to date with the model.
+// Updates the nodes' texts from the model and logs what has changed.
 void Board::refresh() {
   if (_appliance.stream() != _stream) {
     _stream = _appliance.stream();
@@ -163,7 +164,7 @@ void Board::refresh() {
   }
 }
 
-// Plain files do not keep writes apart, so one text may hold several commands.
+// With plain files several writes arrive as one, so a text may hold several commands.
 int Board::storeSwitchCommands(std::string_view text) {
   constexpr std::string_view verb = "write ";
   for (size_t at = 0; at < text.size();) {
@@ -186,7 +187,7 @@ int Board::storeSwitchCommands(std::string_view text) {
 int Board::open(size_t index, int flags) {
   const BoardNode& node = _nodes[index];
   const int access = flags & O_ACCMODE;
-  // The superuser passes permission bits, but sysfs still refuses what the driver has no operation for.
+  // Permission bits do not stop root, but sysfs still refuses an access for which the driver has no operation.
   const bool refused = access != O_RDONLY && (node.mode & 0222U) == 0;
   if (_setup.logReads || refused) {
     const char* names[] = {"O_RDONLY", "O_WRONLY", "O_RDWR"};
@@ -209,7 +210,7 @@ ssize_t Board::write(size_t index, size_t offset, std::string_view bytes) {
   if (node.failWrite) {
     error = EIO;
   } else if ((node.mode & 0222U) == 0) {
-    error = EACCES; // plain files let the superuser come this far
+    error = EACCES; // with plain files root could open it for writing
   } else if (node.binary && offset >= node.text.size()) {
     error = EFBIG;
   } else if (node.binary) {
@@ -259,7 +260,7 @@ ServiceReply Board::receive(const ServiceMessage& message) {
   std::string summary = message.task + " " + message.name.substr(0, message.name.rfind("ReqMsg")) + payload;
   if (!reply.payload.empty()) {
     reply.fault = faultOf(message.task);
-    if (reply.fault.kind == ServiceFault::full) reply.fault = {}; // somebody has let the task go on
+    if (reply.fault.kind == ServiceFault::full) reply.fault = {}; // the task was continued, so it replies
     if (reply.fault.kind == ServiceFault::none) reply.fault = _dice.roll();
     const std::string fault = reply.fault.kind == ServiceFault::none ? "" : " -> " + reply.fault.text();
     const std::string name = message.name.substr(0, message.name.rfind("Req")) + "RespMsg";

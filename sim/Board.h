@@ -1,5 +1,4 @@
-// The board: its nodes, what stands behind them, and what its log tells. How the nodes come to be files is the business
-// of a NodeServer.
+// The board: its nodes, the model behind them, and the events in its log. A NodeServer makes the nodes appear as files.
 #ifndef TEV_SIM_BOARD_H
 #define TEV_SIM_BOARD_H
 
@@ -28,72 +27,73 @@ inline constexpr char eepromNode[] = "/sys/bus/i2c/devices/1-0050/eeprom";
 /// The paths of all nodes and tools of the board.
 const std::vector<std::string>& boardPaths();
 
-/// One attribute file with the manners of sysfs.
+/// One attribute file that behaves as in sysfs.
 struct BoardNode {
   std::string path;
-  mode_t mode;            // permission bits; a node without write bits refuses to be opened for writing by anyone
-  std::string text;       // what a read gives
-  bool binary = false;    // fixed size, and the position in the file counts
+  mode_t mode;            // permission bits; without write bits not even root can open the node for writing
+  std::string text;       // what a read returns
+  bool binary = false;    // fixed size; writes go to their file offset
   bool failWrite = false; // each write fails with EIO
-  std::function<int(std::string_view)> store = nullptr; // puts a text into what stands behind the node; 0 or errno
-  std::function<std::string()> show = nullptr;          // the driver's text; without it, `text` is all there is
-  std::string shown = {};                               // what `show` gave last
+  std::function<int(std::string_view)> store = nullptr; // passes a written text to the model; returns 0 or errno
+  std::function<std::string()> show = nullptr;          // returns the driver's text; null: only writes change `text`
+  std::string shown = {};                               // what `show` returned last
 };
 
-/// A message that has reached a service task.
+/// A message that a service task received.
 struct ServiceMessage {
   std::string task;
   uint16_t id;        // protocol::MessageId
   std::string name;   // of its class, for the log
-  std::string source; // the task it comes from, or that one's number
-  std::string flags;  // "sync remote", or less
+  std::string source; // the sending task's name, or its id
+  std::string flags;  // "sync remote", either of them, or empty
   Payload payload;
 };
 
-/// What the service task has to do about it.
+/// How the service task must handle it.
 struct ServiceReply {
-  Payload payload; // of the reply; none if nothing answers
+  Payload payload; // of the reply; empty: send no reply
   ServiceFault fault;
-  bool logging; // whether it tells of this in its own log
+  bool logging; // whether the task writes to its own log
 };
 
 class Board {
 public:
   struct Setup {
     Faults faults;
-    bool frozen = false; // the temperature stays where it is
+    bool frozen = false; // the temperature does not change
     bool logReads = false;
     std::string snapshotDirectory = snapshotPath;
   };
 
   /// `log` must outlive the board.
   Board(const Setup& setup, BoardLog& log);
-  Board(const Board&) = delete; // the nodes' operations point to the board
+  Board(const Board&) = delete; // the nodes' operations hold a pointer to the board
   Board& operator=(const Board&) = delete;
 
-  /// The nodes that exist, in a fixed order. An index into them names a node in the calls below.
+  /// The existing nodes in a fixed order. The calls below take an index into them.
   const std::vector<BoardNode>& nodes() const { return _nodes; }
 
-  /// Opens a node with the access mode and flags of open(2): 0, or EACCES where the node's mode forbids it.
+  /// Opens a node with the access mode and flags of open(2). Returns 0, or EACCES if the node's mode forbids it.
   [[nodiscard]] int open(size_t node, int flags);
-  /// At most `size` bytes from position `offset` on.
+  /// Returns up to `size` bytes from `offset`. Valid until the next call.
   std::string_view read(size_t node, size_t offset, size_t size);
-  /// One write(2): what it returns, or a negative errno. The log line is complete when this returns.
+  /// Acts as one write(2). Returns the number of bytes accepted, or a negative errno. The log line is
+  /// complete when it returns.
   [[nodiscard]] ssize_t write(size_t node, size_t offset, std::string_view bytes);
 
-  /// A board tool starts with these arguments. What it has to do is told by the result: "ok", "fail", "silent".
+  /// Logs that a board tool starts with these arguments. Returns what it must do: "ok", "fail" or "silent".
   std::string runTool(std::string_view name, const std::vector<std::string>& arguments);
 
-  /// A message has reached a service task, and its reply is about to leave.
+  /// Handles and logs a message to a service task, and its reply.
   ServiceReply receive(const ServiceMessage& message);
 
-  /// Lets time pass for the model.
+  /// Advances the model by `seconds`.
   void advance(double seconds);
 
-  /// One line `PATH "text"` per node.
+  /// Returns one line `PATH "text"` per node.
   std::string dump() const;
 
-  /// The board as a table of lines of at most 79 characters: what is set, snapshots, messages, nodes.
+  /// Returns a table with lines of at most 79 characters: settings, services, snapshots, messages, nodes.
   std::string status() const;
 
 private:
@@ -116,12 +116,12 @@ private:
   Appliance _appliance;
   FaultDice _dice;
   std::map<std::string, Traffic> _traffic; // by the task's name
-  std::deque<std::string> _messages;       // the latest first
+  std::deque<std::string> _messages;       // latest first
   unsigned _restarts = 0;
   std::array<unsigned, 256> _switchRegisters = {};
   std::vector<BoardNode> _nodes;
-  bool _indicator = false; // the streaming line
-  unsigned _stream = 0;    // what the indicator last followed
+  bool _indicator = false; // the streaming indicator's GPIO line
+  unsigned _stream = 0;    // the appliance's stream when the indicator was last set
   bool _alert = false;
   bool _vlanMode = false;
 };

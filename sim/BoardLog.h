@@ -1,4 +1,4 @@
-// The board's log: one line for each event that reached the board.
+// The board's log: one line per event.
 #ifndef TEV_SIM_BOARDLOG_H
 #define TEV_SIM_BOARDLOG_H
 
@@ -10,18 +10,18 @@
 
 namespace sim {
 
-/// "HH:MM:SS.mmm", local time; empty if there is none.
+/// Returns "HH:MM:SS.mmm" in local time, or an empty string if local time is unknown.
 std::string timeOfDay();
 
 class BoardLog {
 public:
   explicit BoardLog(bool withTimes = false) : _withTimes(withTimes) {}
 
-  /// From now on lines also go to `file`, which must have been opened for appending. The first failure to write is
-  /// told on standard error; the log then goes on without that file.
+  /// Also writes later lines to `file`, which must be open for appending. After the first failed write, which is
+  /// reported on standard error, the log no longer uses that file.
   void addFile(kr::Descriptor file) { _files.push_back(std::move(file)); }
 
-  /// Writes one line. It is complete in every file when the call returns.
+  /// Writes one line to every file before it returns.
   void add(std::string_view line);
 
 private:

@@ -29,16 +29,16 @@ namespace {
 constexpr char logOnBoard[] = "/var/log/board.log";
 constexpr std::chrono::seconds endTimeout(3);
 
-// All directories that the board has, empty and private.
+// Mounts the board's directories, empty and private.
 void mountDirectories(const Options& options) {
   check(unshare(CLONE_NEWNS), "mount namespace");
   check(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr), "mount namespace");
-  // Opened in this mount namespace, from which alone it can be bound, and before a directory of the board hides it.
+  // Only a directory opened in this mount namespace can be bound. Open it before a mount of the board hides it.
   kr::Descriptor snapshots;
   if (const std::string& directory = options.snapshots; !directory.empty()) {
     snapshots = kr::Descriptor(check(open(directory.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC), directory));
   }
-  // In a container the old /proc may have to stay. It does: only the process numbers in it are not the command's.
+  // A container may forbid this. Then the old /proc stays, which shows other process ids than the command has.
   (void)mount("proc", "/proc", "proc", MS_NOSUID | MS_NODEV | MS_NOEXEC, nullptr);
   mountPrivateDirectory("/opt/tev", 0755);
   makeDirectories("/opt/tev/user");
@@ -85,7 +85,7 @@ std::unique_ptr<NodeServer> makeNodes(const Options& options, Board& board, Boar
   return makeFileNodes(board);
 }
 
-// The console is known by its pipe; other senders have no more than a number.
+// Returns the console's name for a task with a console's reply pipe, otherwise the id as text.
 std::string sourceName(unsigned taskId) {
   char pipe[32];
   (void)std::snprintf(pipe, sizeof pipe, protocol::replyPipeFormat, protocol::consoleTask,
@@ -96,15 +96,15 @@ std::string sourceName(unsigned taskId) {
 }
 
 unsigned numberIn(const std::string& text) {
-  return static_cast<unsigned>(std::strtoul(text.c_str(), nullptr, 10)); // written by our own tasks
+  return static_cast<unsigned>(
+      std::strtoul(text.c_str(), nullptr, 10)); // the sender is a service task, which sends decimal numbers
 }
 
-// From a service task: {"message", task, message id, class, source, flags, field=value ...}. The answer: whether to
-// log, what to do wrong, the values of the reply.
+// The question of a service task: {"message", task, message id, class, source, flags, field=value ...}. The answer:
+// {"on" or "off" for the task's log, fault, values of the reply ...}.
 SocketMessage receive(Board& board, const SocketMessage& question) {
-  ServiceMessage message{question[1], static_cast<uint16_t>(numberIn(question[2])),
-                         question[3], sourceName(numberIn(question[4])),
-                         question[5], {}};
+  const auto id = static_cast<uint16_t>(numberIn(question[2]));
+  ServiceMessage message{question[1], id, question[3], sourceName(numberIn(question[4])), question[5], {}};
   for (size_t i = 6; i < question.size(); ++i) {
     const size_t equals = question[i].find('=');
     if (equals == std::string::npos) return {"unknown question"};
@@ -126,16 +126,16 @@ SocketMessage answer(Board& board, const SocketMessage& question) {
   return {"unknown question"};
 }
 
-// Everything that runs once the board is set up.
+// Serves the board while the command runs.
 class BoardLoop {
 public:
   BoardLoop(Board& board, NodeServer& nodes, ServiceProcesses& services, const kr::Descriptor& channel);
-  /// Lives until the process `command` has ended; its exit status.
+  /// Returns the exit status of the process `command` after it and all service tasks have ended.
   int run(pid_t command);
 
 private:
-  bool reap();             // true when the command has ended
-  void serve(int longest); // what happens next; waits for it for so many milliseconds
+  bool reap();             // returns whether the command has ended
+  void serve(int longest); // waits up to `longest` milliseconds for events and handles them
   void passSignals();
   void advance();
 
@@ -154,7 +154,7 @@ BoardLoop::BoardLoop(Board& board, NodeServer& nodes, ServiceProcesses& services
     : _board(board), _nodes(nodes), _services(services),
       _socket([&board](const SocketMessage& question) { return answer(board, question); }), _channel(channel) {
   sigset_t child;
-  (void)sigemptyset(&child); // cannot fail, like the next
+  (void)sigemptyset(&child); // neither this nor the next can fail
   (void)sigaddset(&child, SIGCHLD);
   _children = kr::Descriptor(check(signalfd(-1, &child, SFD_CLOEXEC | SFD_NONBLOCK), "signalfd"));
 }
@@ -163,9 +163,8 @@ int BoardLoop::run(pid_t command) {
   _command = command;
   while (!reap())
     serve(500);
-  _nodes.serve(); // what the command did last
-  // What it sent last is served too.
-  _services.end();
+  _nodes.serve();  // the command's last accesses
+  _services.end(); // after its last messages
   const auto deadline = std::chrono::steady_clock::now() + endTimeout;
   for (reap(); !_services.allEnded(); reap()) {
     if (std::chrono::steady_clock::now() > deadline) _services.kill();
@@ -181,7 +180,7 @@ void BoardLoop::serve(int longest) {
   if (poll(waits.data(), waits.size(), longest) < 0 && errno != EINTR) throw systemError("poll");
   signalfd_siginfo news = {};
   while (read(_children.get(), &news, sizeof news) > 0) {
-  } // reap() looks for itself
+  } // only wakes the loop: reap() asks the kernel
   advance();
   if (waits[0].revents != 0) _nodes.serve();
   if (waits[2].revents != 0) passSignals();
@@ -196,7 +195,8 @@ bool BoardLoop::reap() {
       if (!WIFSTOPPED(status)) _services.childEnded(child, status);
     } else if (WIFSTOPPED(status)) {
       const int number = WSTOPSIG(status);
-      (void)send(_channel.get(), &number, sizeof number, MSG_NOSIGNAL); // fails only when tev-sim is gone, see below
+      (void)send(_channel.get(), &number, sizeof number,
+                 MSG_NOSIGNAL); // fails only if tev-sim has ended, see passSignals()
     } else {
       _status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
       _command = -1;
@@ -208,9 +208,9 @@ bool BoardLoop::reap() {
 void BoardLoop::passSignals() {
   int number = 0;
   if (recv(_channel.get(), &number, sizeof number, 0) == sizeof number) {
-    if (_command > 0) (void)kill(_command, number); // fails only when it has just ended
+    if (_command > 0) (void)kill(_command, number); // fails only if it has just ended
   } else {
-    _exit(128 + SIGKILL); // tev-sim was killed; everything here goes with process 1
+    _exit(128 + SIGKILL); // tev-sim was killed; the end of process 1 ends the whole namespace
   }
 }
 
@@ -228,7 +228,7 @@ void writeDump(const Board& board, const kr::Descriptor& file) {
 } // namespace
 
 int runBoard(const Options& options, BoardInputs inputs) {
-  // The namespaces end with this process; it must not outlive tev-sim, even when that is killed.
+  // The namespaces end with this process. It must end with tev-sim, also if that is killed.
   check(prctl(PR_SET_PDEATHSIG, SIGKILL), "prctl");
   const std::string directory = programDirectory();
   const kr::Descriptor tool(
@@ -245,8 +245,8 @@ int runBoard(const Options& options, BoardInputs inputs) {
   log.addFile(kr::Descriptor(check(open(logOnBoard, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644), logOnBoard)));
   installTools(tool, options.board.faults.missing);
   Board board(options.board, log);
-  // Before the nodes, which are not served while the first sign of life is awaited: an emulator looks into /sys at
-  // once.
+  // Before the nodes: the constructor waits for the tasks, nodes are not served meanwhile, and an emulator reads
+  // /sys when it starts.
   ServiceProcesses services(std::move(service), options.board.faults.services, log);
   const std::unique_ptr<NodeServer> nodes = makeNodes(options, board, log);
   BoardLoop session(board, *nodes, services, inputs.channel);
@@ -256,7 +256,7 @@ int runBoard(const Options& options, BoardInputs inputs) {
   if (command == 0) {
     enterDirectory(workingDirectory);
     for (int fd = 0; fd < 3; ++fd) {
-      if (inputs.closed[fd]) (void)close(fd); // it was only held open for us
+      if (inputs.closed[fd]) (void)close(fd); // see reserveStandardStreams()
     }
     (void)pthread_sigmask(SIG_SETMASK, &inputs.signalMask, nullptr); // fails only for an unknown first argument
     startProgram(program, words);

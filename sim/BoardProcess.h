@@ -1,4 +1,4 @@
-// The process that is the board: the first one in its own namespaces.
+// The board's process: process 1 of its namespaces.
 #ifndef TEV_SIM_BOARDPROCESS_H
 #define TEV_SIM_BOARDPROCESS_H
 
@@ -9,17 +9,17 @@
 
 namespace sim {
 
-/// What the board process has from the one that made it.
+/// What the board's process gets from tev-sim's process.
 struct BoardInputs {
-  kr::Descriptor channel;   // to waitForBoard()
-  kr::Descriptor log;       // may be none
-  kr::Descriptor dump;      // may be none
+  kr::Descriptor channel;   // the other end is in waitForBoard()
+  kr::Descriptor log;       // optional
+  kr::Descriptor dump;      // optional
   sigset_t signalMask = {}; // for the command
-  bool closed[3] = {};      // which of the command's standard streams were closed
+  bool closed[3] = {};      // the command's standard streams that are closed
 };
 
-/// Sets the board up, runs the command on it and returns the exit status for tev-sim. The caller must be process 1 of
-/// a process namespace and have all signals blocked. Throws std::runtime_error when the set-up fails.
+/// Sets up the board, runs the command on it and returns the exit status for tev-sim. The caller must be process 1 of
+/// a process namespace and block all signals. Throws std::runtime_error if the set-up fails.
 [[nodiscard]] int runBoard(const Options& options, BoardInputs inputs);
 
 } // namespace sim

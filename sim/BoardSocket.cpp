@@ -14,7 +14,7 @@ namespace sim {
 
 namespace {
 
-constexpr size_t longestPacket = 64UL * 1024; // of a question or an answer
+constexpr size_t longestPacket = 64UL * 1024; // bytes of a question or an answer
 
 struct Address {
   sockaddr_un name = {};
@@ -23,7 +23,7 @@ struct Address {
 
 constexpr char namePrefix[] = "tev-sim-";
 
-// The name that the board has which the caller is on.
+// Returns the socket name of the caller's board.
 std::string ownName() {
   struct stat space = {};
   check(stat("/proc/self/ns/mnt", &space), "/proc/self/ns/mnt");
@@ -33,7 +33,7 @@ std::string ownName() {
 Address addressOf(std::string_view name) {
   Address out;
   out.name.sun_family = AF_UNIX;
-  name.copy(out.name.sun_path + 1, sizeof out.name.sun_path - 1); // after a zero byte: no file
+  name.copy(out.name.sun_path + 1, sizeof out.name.sun_path - 1); // the leading zero byte makes the name abstract
   out.size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name.size());
   return out;
 }
@@ -45,7 +45,7 @@ kr::Descriptor connectTo(std::string_view name) {
   return board;
 }
 
-// One packet holds all words, each with a zero byte after it.
+// Sends all words in one packet, each followed by a zero byte.
 bool sendWords(int fd, const SocketMessage& words) {
   std::string packet;
   for (const std::string& word : words)
@@ -53,7 +53,7 @@ bool sendWords(int fd, const SocketMessage& words) {
   return send(fd, packet.data(), packet.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(packet.size());
 }
 
-// The words of the next packet; none when it is too long, or when the other side is gone.
+// Returns the words of the next packet; none if it is too long or the peer has closed the connection.
 SocketMessage receiveWords(int fd) {
   std::string packet(longestPacket, '\0');
   const ssize_t size = recv(fd, packet.data(), packet.size(), MSG_TRUNC);
@@ -101,7 +101,7 @@ void BoardSocket::acceptClient() {
   kr::Descriptor client(accept4(_listener.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
   ucred peer = {};
   socklen_t size = sizeof peer;
-  if (!client) return; // it has gone away again
+  if (!client) return; // the client has closed the connection already
   if (getsockopt(client.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0 || peer.uid != geteuid()) return;
   _clients.push_back(std::move(client));
 }
@@ -131,7 +131,7 @@ SocketMessage askBoard(const RunningBoard& board, const SocketMessage& question)
 std::vector<RunningBoard> findBoards() {
   std::ifstream sockets("/proc/net/unix");
   if (!sockets) throw std::runtime_error("/proc/net/unix cannot be read");
-  std::set<std::string> names; // each connection has the name too
+  std::set<std::string> names; // a set, because each connection is listed under the name too
   for (std::string line; std::getline(sockets, line);) {
     const size_t at = line.rfind(std::string(" @") + namePrefix);
     if (at != line.npos) names.insert(line.substr(at + 2));
@@ -143,10 +143,10 @@ std::vector<RunningBoard> findBoards() {
       ucred peer = {};
       socklen_t size = sizeof peer;
       check(getsockopt(board.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size), name);
-      // Boards of other users do not answer.
+      // Boards of other users close the connection without an answer.
       if (ask(board.get(), {"status"})[0] == "status") found.push_back({name, peer.pid});
     } catch (const std::runtime_error&) {
-      continue; // it is not ours, or has just ended
+      continue; // another user's board, or one that has just ended
     }
   }
   return found;

@@ -11,14 +11,14 @@ namespace sim {
 namespace {
 
 constexpr size_t snapshotsShown = 4;
-constexpr size_t tableWidth = 79; // some terminals begin a new line after the 80th character
+constexpr size_t tableWidth = 79; // some terminals wrap after the 80th character
 
 // One line of the table.
 [[gnu::format(printf, 1, 2)]] std::string row(const char* format, ...) {
   char text[512];
   va_list arguments;
   va_start(arguments, format);
-  (void)std::vsnprintf(text, sizeof text, format, arguments); // longer ones are cut below
+  (void)std::vsnprintf(text, sizeof text, format, arguments); // longer lines are cut below
   va_end(arguments);
   std::string line = text;
   line.erase(line.find_last_not_of(' ') + 1);
@@ -28,7 +28,7 @@ constexpr size_t tableWidth = 79; // some terminals begin a new line after the 8
 
 std::string rule() { return std::string(tableWidth, '-') + "\n"; }
 
-// A pair of settings side by side.
+// One line with two settings.
 std::string pair(const char* left, const std::string& value, const char* right, const std::string& other) {
   return row("%-13s %-30s %-12s %s", left, value.c_str(), right, other.c_str());
 }

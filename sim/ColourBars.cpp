@@ -29,12 +29,12 @@ struct Compression {
 
 void fail(j_common_ptr jpeg) { longjmp(static_cast<Compression*>(jpeg->client_data)->failed, 1); }
 
-// Nothing in this frame has a destructor: a failure of the library jumps out of its middle.
+// No object here has a destructor, because the library reports a failure with longjmp.
 bool compress(Compression& work, JSAMPLE* row, unsigned width, unsigned height) {
   work.jpeg.err = jpeg_std_error(&work.errors);
   work.errors.error_exit = fail;
   work.jpeg.client_data = &work;
-  if (setjmp(work.failed) != 0) return false; // NOLINT: the library's way to tell of a failure
+  if (setjmp(work.failed) != 0) return false; // NOLINT: how the library reports a failure
   jpeg_create_compress(&work.jpeg);
   jpeg_mem_dest(&work.jpeg, &work.bytes, &work.size);
   work.jpeg.image_width = width;
@@ -45,7 +45,7 @@ bool compress(Compression& work, JSAMPLE* row, unsigned width, unsigned height) 
   jpeg_set_quality(&work.jpeg, quality, TRUE);
   jpeg_start_compress(&work.jpeg, TRUE);
   while (work.jpeg.next_scanline < height)
-    (void)jpeg_write_scanlines(&work.jpeg, &row, 1); // the count says what it wrote
+    (void)jpeg_write_scanlines(&work.jpeg, &row, 1); // next_scanline counts them
   jpeg_finish_compress(&work.jpeg);
   return true;
 }
@@ -58,7 +58,7 @@ int store(const std::string& path, const unsigned char* bytes, size_t size) {
   int error = written < 0 ? errno : 0;
   if (written >= 0 && static_cast<size_t>(written) != size) error = ENOSPC;
   if (error == 0 && std::rename(fresh.c_str(), path.c_str()) != 0) error = errno;
-  if (error != 0) (void)unlink(fresh.c_str()); // what failed is told, not this
+  if (error != 0) (void)unlink(fresh.c_str()); // `error` is the failure to report
   return error;
 }
 
@@ -73,7 +73,7 @@ int storeColourBars(const std::string& path, unsigned width, unsigned height) {
   Compression work;
   const int error = compress(work, row.data(), width, height) ? store(path, work.bytes, work.size) : ENOMEM;
   jpeg_destroy_compress(&work.jpeg);
-  std::free(work.bytes); // NOLINT: the library took it from malloc
+  std::free(work.bytes); // NOLINT: the library allocated it with malloc
   return error;
 }
 

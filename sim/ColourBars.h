@@ -1,4 +1,4 @@
-// The picture that the board's video input always shows.
+// The picture at the board's video input: colour bars.
 #ifndef TEV_SIM_COLOURBARS_H
 #define TEV_SIM_COLOURBARS_H
 
@@ -6,7 +6,8 @@
 
 namespace sim {
 
-/// Stores the picture in this size as a JPEG file, which appears at `path` when it is complete. Returns 0 or an errno.
+/// Stores the picture as a JPEG file of this size in pixels. The file appears at `path` when complete. Returns 0 or an
+/// errno.
 [[nodiscard]] int storeColourBars(const std::string& path, unsigned width, unsigned height);
 
 } // namespace sim

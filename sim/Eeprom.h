@@ -1,4 +1,4 @@
-// The layout of the identity EEPROM, shared by the board's first contents and the board tools.
+// The layout of the identity EEPROM, for its factory contents and for the board tools.
 #ifndef TEV_SIM_EEPROM_H
 #define TEV_SIM_EEPROM_H
 
@@ -13,22 +13,22 @@ namespace sim::eeprom {
 constexpr size_t size = 256;
 constexpr size_t serialOffset = 8;
 constexpr size_t serialSize = 16;
-constexpr size_t macsOffset = 32; // one after another
+constexpr size_t macsOffset = 32; // macCount addresses without gaps
 constexpr size_t macCount = 2;
 
 using Mac = std::array<uint8_t, 6>;
 
-/// Six two-digit hexadecimal numbers with colons between them; nothing for any other text.
+/// Parses six two-digit hexadecimal numbers separated by colons. Returns nothing for any other text.
 [[nodiscard]] std::optional<Mac> parseMac(std::string_view text);
 std::string formatMac(const Mac& mac);
-/// The address that is `steps` above `mac`, for the board's further ports.
+/// Returns `mac` plus `steps`, the address of a further port.
 Mac macAfter(const Mac& mac, unsigned steps);
 
-/// The bytes of the serial number's field, filled up with zeros. Nothing if `text` is empty, has more than serialSize
-/// characters or holds one that is not printable ASCII.
+/// Returns the bytes of the serial number's field, padded with zeros. Returns nothing if `text` is empty, is longer
+/// than serialSize or has a character that is not printable ASCII.
 [[nodiscard]] std::optional<std::string> serialField(std::string_view text);
 
-/// All size bytes as the factory leaves them.
+/// Returns the contents as delivered, `size` bytes.
 std::string factoryContents();
 
 } // namespace sim::eeprom

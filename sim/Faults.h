@@ -1,4 +1,4 @@
-// What a test asks to be different about the board.
+// The deviations from a working board that the options ask for.
 #ifndef TEV_SIM_FAULTS_H
 #define TEV_SIM_FAULTS_H
 
@@ -12,7 +12,7 @@ namespace sim {
 
 enum class ToolFault { fail, silent };
 
-/// All paths are full paths of nodes, in `missing` also of board tools.
+/// All paths are full paths of nodes; in `missing` also of board tools.
 struct Faults {
   std::map<std::string, std::string> firstTexts;
   std::set<std::string> missing;

@@ -1,9 +1,9 @@
-// The nodes as plain files, where the machine keeps us from a file system of our own.
+// The nodes as plain files, for machines that refuse a FUSE mount.
 //
-// The board holds a write lease on each file: who opens one waits in the kernel until the board has let go of it. So
-// the board first takes in what was written to others, brings the file up to date, puts a new leased file in its place
-// for whoever comes next, and only then lets the opener have the old one. When that is closed, what it holds is what
-// was written to the node.
+// The board holds a write lease on each file, so the kernel blocks an open(2) until the board releases the lease.
+// Before that, the board handles what was written to files released earlier, writes the node's present text to the file
+// and puts a new leased file in its place for the next open. When the opener closes the released file, its contents are
+// what was written to the node.
 #include "platform/Descriptor.h"
 #include "sim/Layout.h"
 #include "sim/NodeServer.h"
@@ -23,7 +23,7 @@ namespace sim {
 
 namespace {
 
-constexpr size_t longestText = 8192; // of what a file may hold; the board takes no more than 4096 at once
+constexpr size_t longestText = 8192; // bytes read from a file; Board::write accepts 4096 at most
 
 class FileNodes : public NodeServer {
 public:
@@ -36,7 +36,7 @@ private:
   struct Released {
     kr::Descriptor file;
     size_t node;
-    std::string text; // what it held when it was released away
+    std::string text; // its contents when it was released
   };
 
   void watch(const kr::Descriptor& source);
@@ -46,18 +46,18 @@ private:
   void applyChange(const Released& released);
 
   Board& _board;
-  kr::Descriptor _events;  // readable when one of the next two is
-  kr::Descriptor _opening; // SIGIO: somebody waits for a leased file
-  kr::Descriptor _closed;  // inotify: somebody closed a file that was released away
+  kr::Descriptor _events;  // readable if one of the next two is
+  kr::Descriptor _opening; // SIGIO: an open of a leased file is blocked
+  kr::Descriptor _closed;  // inotify: a released file was closed
   std::vector<kr::Descriptor> _leased;
-  std::map<int, Released> _released; // by watch
+  std::map<int, Released> _released; // by inotify watch
 };
 
 FileNodes::FileNodes(Board& board)
     : _board(board), _events(check(epoll_create1(EPOLL_CLOEXEC), "epoll")),
       _closed(check(inotify_init1(IN_NONBLOCK | IN_CLOEXEC), "inotify")) {
   sigset_t io;
-  (void)sigemptyset(&io); // cannot fail, like the next
+  (void)sigemptyset(&io); // neither this nor the next can fail
   (void)sigaddset(&io, SIGIO);
   _opening = kr::Descriptor(check(signalfd(-1, &io, SFD_NONBLOCK | SFD_CLOEXEC), "signalfd"));
   watch(_opening);
@@ -77,7 +77,7 @@ void FileNodes::watch(const kr::Descriptor& source) {
   check(epoll_ctl(_events.get(), EPOLL_CTL_ADD, source.get(), &event), "epoll");
 }
 
-// Puts a new leased file in a node's place.
+// Replaces a node's file by a new leased one.
 void FileNodes::placeFile(size_t index) {
   const BoardNode& node = _board.nodes()[index];
   constexpr char freshPath[] = "/sys/.fresh";
@@ -91,13 +91,13 @@ void FileNodes::placeFile(size_t index) {
 void FileNodes::serve() {
   signalfd_siginfo news = {};
   while (read(_opening.get(), &news, sizeof news) > 0) {
-  } // the leases themselves tell which
+  } // F_GETLEASE below shows which files
   std::vector<std::pair<size_t, int>> waiting;
   for (size_t i = 0; i < _leased.size(); ++i) {
     const int wanted = fcntl(_leased[i].get(), F_GETLEASE);
     if (wanted != F_WRLCK) waiting.emplace_back(i, wanted);
   }
-  handleClosed(); // after looking who waits: whatever they closed before that is told by now
+  handleClosed(); // after the query: what a blocked process closed before is in the queue by now
   for (const auto& [node, wanted] : waiting)
     releaseFile(node, wanted);
 }
@@ -105,16 +105,16 @@ void FileNodes::serve() {
 void FileNodes::releaseFile(size_t index, int wanted) {
   const bool toWrite = wanted == F_UNLCK;
   const BoardNode& node = _board.nodes()[index];
-  (void)_board.open(index, toWrite ? O_RDWR : O_RDONLY); // only for the log: plain files cannot refuse the superuser
-  // A text is replaced as a whole, so a writer gets an empty file. The bytes of a chip are written where they belong.
+  (void)_board.open(index, toWrite ? O_RDWR : O_RDONLY); // only for the log: permission bits cannot refuse root
+  // A write replaces a whole text, so a writer gets an empty file. In a binary node it replaces bytes in place.
   Released released{std::move(_leased[index]), index, toWrite && !node.binary ? "" : node.text};
   const int fd = released.file.get();
   placeFile(index);
   const auto size = static_cast<ssize_t>(released.text.size());
   if (pwrite(fd, released.text.data(), released.text.size(), 0) != size) throw systemError(node.path);
   const std::string path = "/proc/self/fd/" + std::to_string(fd);
-  const int watch = check(inotify_add_watch(_closed.get(), path.c_str(), IN_CLOSE), node.path);
-  _released.insert_or_assign(watch, std::move(released));
+  const int watchNumber = check(inotify_add_watch(_closed.get(), path.c_str(), IN_CLOSE), node.path);
+  _released.insert_or_assign(watchNumber, std::move(released));
   check(fcntl(fd, F_SETLEASE, F_UNLCK), node.path);
 }
 
@@ -128,28 +128,29 @@ void FileNodes::handleClosed() {
       const auto released = _released.find(event->wd);
       if (released == _released.end()) continue;
       if ((event->mask & IN_CLOSE_WRITE) != 0) applyChange(released->second);
-      // A lease is to be had only if nobody else has the file open.
+      // The lease is granted only if no other process has the file open.
       if (fcntl(released->second.file.get(), F_SETLEASE, F_WRLCK) == 0) {
-        (void)inotify_rm_watch(_closed.get(), event->wd); // goes with the file anyway
+        (void)inotify_rm_watch(_closed.get(), event->wd); // if it fails, the watch ends with the file
         _released.erase(released);
       }
     }
   }
 }
 
-// Tells the board what is different in a file that was released away.
+// Passes what has changed in a released file to the board.
 void FileNodes::applyChange(const Released& released) {
   const BoardNode& node = _board.nodes()[released.node];
   std::string now(longestText, '\0');
   now.resize(static_cast<size_t>(check(pread(released.file.get(), now.data(), now.size(), 0), node.path)));
-  if (node.binary) now.resize(released.text.size(), '\0'); // a chip does not change its size
+  if (node.binary) now.resize(released.text.size(), '\0'); // the size is fixed
   if (now == released.text) return;
   size_t first = 0;
   if (node.binary) {
     first = static_cast<size_t>(std::mismatch(now.begin(), now.end(), released.text.begin()).first - now.begin());
     now.erase(std::mismatch(now.rbegin(), now.rend(), released.text.rbegin()).first.base(), now.end());
   }
-  (void)_board.write(released.node, first, std::string_view(now).substr(first)); // too late to tell the writer
+  (void)_board.write(released.node, first,
+                     std::string_view(now).substr(first)); // the writer has closed the file and cannot get an error
 }
 
 } // namespace

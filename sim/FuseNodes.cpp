@@ -1,5 +1,5 @@
-// The nodes as a file system of our own. The kernel hands over each open, read and write as it was made, so the board
-// sees exact bytes, and a node can refuse what its driver would refuse.
+// The nodes as a FUSE file system. The kernel passes on each open, read and write separately, so the board sees the
+// exact bytes, and a node can refuse what its driver would refuse.
 #include "platform/Descriptor.h"
 #include "sim/NodeServer.h"
 #include "sim/SystemError.h"
@@ -16,10 +16,10 @@ namespace sim {
 
 namespace {
 
-constexpr double cacheTimeout = 1e9; // the tree does not change, so the kernel may remember it
-constexpr size_t pageSize = 4096;    // what sysfs says about the size of a text
+constexpr double cacheTimeout = 1e9; // seconds: the tree does not change, so the kernel may cache it
+constexpr size_t pageSize = 4096;    // the size that sysfs reports for a text
 
-// The directories and nodes in one list; the number of an entry in it, plus one, is its inode number.
+// A directory or node. The inode number is the index in the list of entries plus one.
 struct Entry {
   std::string name;
   fuse_ino_t parent;
@@ -68,7 +68,7 @@ FuseNodes::FuseNodes(Board& board) : _board(board) {
   _session = fuse_session_new(&args, &known, sizeof known, this);
   fuse_opt_free_args(&args);
   if (_session == nullptr) throw std::runtime_error("/sys (fuse): the library makes no session");
-  // With this form of the name the library takes over a device that is mounted already.
+  // With a name of this form the library uses a device that is mounted already.
   if (fuse_session_mount(_session, ("/dev/fd/" + number).c_str()) != 0) {
     fuse_session_destroy(_session);
     throw std::runtime_error("/sys (fuse): the library does not take the device");
@@ -136,31 +136,31 @@ void FuseNodes::list(fuse_req_t request, fuse_ino_t directory, size_t size, off_
   fuse_reply_buf(request, out.data(), used);
 }
 
-// A reply fails only when its caller was killed meanwhile, so nothing is done about that.
+// A reply fails only if the calling process was killed, so the results are not checked.
 fuse_lowlevel_ops FuseNodes::operations() {
   fuse_lowlevel_ops ops = {};
   ops.init = [](void*, fuse_conn_info* connection) {
-    connection->want &= ~static_cast<unsigned>(FUSE_CAP_SPLICE_READ); // texts are short: no pipes between
+    connection->want &= ~static_cast<unsigned>(FUSE_CAP_SPLICE_READ); // no pipes: texts are short
   };
   ops.lookup = [](fuse_req_t request, fuse_ino_t parent, const char* name) {
     fuse_entry_param found = {};
     found.ino = self(request).find(parent, name);
     found.attr_timeout = found.entry_timeout = cacheTimeout;
     if (found.ino != 0) found.attr = self(request).attributes(found.ino);
-    fuse_reply_entry(request, &found); // number 0: there is no such name
+    fuse_reply_entry(request, &found); // inode 0: no such name
   };
   ops.getattr = [](fuse_req_t request, fuse_ino_t inode, fuse_file_info*) {
     const struct stat about = self(request).attributes(inode);
     fuse_reply_attr(request, &about, cacheTimeout);
   };
-  // Truncating an attribute file, as a shell's > does, changes nothing.
+  // Truncating an attribute file, as > in a shell does, has no effect.
   ops.setattr = [](fuse_req_t request, fuse_ino_t inode, struct stat*, int, fuse_file_info*) {
     const struct stat about = self(request).attributes(inode);
     fuse_reply_attr(request, &about, cacheTimeout);
   };
   ops.open = [](fuse_req_t request, fuse_ino_t inode, fuse_file_info* file) {
     const int error = self(request)._board.open(self(request).nodeOf(inode), file->flags);
-    file->direct_io = 1; // each read and write comes through as it is
+    file->direct_io = 1; // no page cache: each read and write arrives unchanged
     error == 0 ? fuse_reply_open(request, file) : fuse_reply_err(request, error);
   };
   ops.read = [](fuse_req_t request, fuse_ino_t inode, size_t size, off_t offset, fuse_file_info*) {
@@ -187,7 +187,7 @@ void FuseNodes::serve() {
   for (;;) {
     const int size = fuse_session_receive_buf(_session, &_buffer);
     if (size == -EINTR) continue;
-    if (size <= 0) return; // -EAGAIN: nothing is waiting; otherwise the mount is gone, and with it all callers
+    if (size <= 0) return; // -EAGAIN: no request is pending; otherwise the mount has ended
     fuse_session_process_buf(_session, &_buffer);
   }
 }

@@ -14,18 +14,18 @@ namespace sim {
 
 namespace {
 
-// Stops this process as if the signal had been for it; returns when it has been continued.
+// Stops this process with the signal. Returns after it is continued.
 void stopWith(int number) {
   sigset_t one;
-  (void)sigemptyset(&one); // these cannot fail: the sets and numbers are valid
+  (void)sigemptyset(&one); // none of these can fail: the sets and numbers are valid
   (void)sigaddset(&one, number);
   (void)raise(number);
   (void)pthread_sigmask(SIG_UNBLOCK, &one, nullptr);
   (void)pthread_sigmask(SIG_BLOCK, &one, nullptr);
 }
 
-// A command that manages jobs of its own cannot name our process group, which is not in its namespace, and so cannot
-// give the terminal back to it.
+// Makes this process group the terminal's foreground group again if the present one has ended. A command with job
+// control cannot do that itself: this group has no number in its namespace.
 void takeTerminalBack() {
   const kr::Descriptor terminal(open("/dev/tty", O_RDWR | O_CLOEXEC));
   if (!terminal) return;
@@ -51,7 +51,7 @@ int waitForBoard(pid_t board, int channel) {
     while (read(signals.get(), &info, sizeof info) == sizeof info) {
       const auto number = static_cast<int>(info.ssi_signo);
       if (number == SIGCHLD || info.ssi_code == SI_KERNEL) continue;
-      (void)send(channel, &number, sizeof number, MSG_NOSIGNAL); // fails only when the board has ended
+      (void)send(channel, &number, sizeof number, MSG_NOSIGNAL); // fails only if the board has ended
     }
     int number = 0;
     if (waits[1].revents == 0) continue;

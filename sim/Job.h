@@ -1,4 +1,4 @@
-// tev-sim's process as the shell that started it sees it: it stops, goes on and ends when the command does.
+// tev-sim's process as a job of the calling shell: it stops, continues and ends with the command.
 #ifndef TEV_SIM_JOB_H
 #define TEV_SIM_JOB_H
 
@@ -6,11 +6,11 @@
 
 namespace sim {
 
-/// Waits for the board process `board` to end and returns its exit status (128 + n if signal n killed it). Meanwhile
-/// signals that were sent to this process go to the board over `channel` as one int each, which passes them on to the
-/// command; an int from the board tells that the command was stopped by that signal, and this process stops as well.
-/// What the terminal sends (Ctrl-C, Ctrl-Z) reaches the command by itself, for all of us are one process group. All
-/// signals must be blocked.
+/// Waits until the board's process `board` ends and returns its exit status (128 + n if signal n killed it). Meanwhile
+/// it forwards each signal to this process over `channel`, as one int; the board sends it to the command. An int from
+/// the board is the signal that stopped the command; this process then stops, too. The terminal's own signals (Ctrl-C,
+/// Ctrl-Z) are not forwarded: the command is in the same process group and gets them directly. The caller must block
+/// all signals. Throws std::runtime_error.
 [[nodiscard]] int waitForBoard(pid_t board, int channel);
 
 } // namespace sim

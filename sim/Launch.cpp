@@ -40,7 +40,7 @@ Program findProgram(const std::string& name) {
   for (const std::string& path : candidates) {
     struct stat about = {};
     if (stat(path.c_str(), &about) != 0) {
-      if (!search) program.error = errno; // a search goes past directories that cannot be entered
+      if (!search) program.error = errno; // a search skips directories that cannot be entered
     } else if (!S_ISREG(about.st_mode) || access(path.c_str(), X_OK) != 0) {
       program.error = EACCES;
     } else {
@@ -56,7 +56,7 @@ void startProgram(const Program& program, const std::vector<std::string>& words)
   std::vector<char*> arguments;
   arguments.reserve(words.size() + 1);
   for (const std::string& word : words)
-    arguments.push_back(const_cast<char*>(word.c_str())); // exec leaves them alone
+    arguments.push_back(const_cast<char*>(word.c_str())); // exec does not change them
   arguments.push_back(nullptr);
   int error = program.error;
   if (program.file) {
@@ -65,7 +65,7 @@ void startProgram(const Program& program, const std::vector<std::string>& words)
       (void)execv(program.path.c_str(), arguments.data());
     } else {
       (void)execveat(fd, "", arguments.data(), environ, AT_EMPTY_PATH);
-      // A script's interpreter opens the script by the descriptor's number.
+      // A script's interpreter opens the script through the descriptor.
       if (errno == ENOENT && fcntl(fd, F_SETFD, 0) == 0) {
         (void)execveat(fd, "", arguments.data(), environ, AT_EMPTY_PATH);
       }
@@ -90,12 +90,12 @@ std::string currentDirectory() {
 }
 
 void enterDirectory(const std::string& path) {
-  (void)chdir(path.c_str()); // otherwise it stays where it is
+  (void)chdir(path.c_str()); // on failure the process keeps its working directory
 }
 
 void detachStandardStreams() {
   const kr::Descriptor nothing(open("/dev/null", O_RDWR | O_CLOEXEC));
-  // Without /dev/null they stay open, which only a command that closes its own could notice.
+  // Without /dev/null they stay open. Only a command that closes its own would notice.
   if (!nothing) return;
   (void)dup2(nothing.get(), STDIN_FILENO);
   (void)dup2(nothing.get(), STDOUT_FILENO);

@@ -1,4 +1,4 @@
-// Finding and starting the command, also when a mount of the board hides it.
+// Finding and starting programs, also one that a mount of the board hides.
 #ifndef TEV_SIM_LAUNCH_H
 #define TEV_SIM_LAUNCH_H
 
@@ -11,27 +11,28 @@ namespace sim {
 
 struct Program {
   std::string path;
-  kr::Descriptor file; // stays valid when `path` does not
-  int error = 0;       // why there is no file
+  kr::Descriptor file; // stays valid if a mount hides `path`
+  int error = 0;       // errno if there is no file
 };
 
-/// Looks `name` up like a shell does: as a path if it has a slash, else in PATH.
+/// Looks up `name` as a shell does: as a path if it has a slash, otherwise in PATH.
 [[nodiscard]] Program findProgram(const std::string& name);
 
-/// Becomes the program. Does not return: a failure is told and ends the process with status 126 or 127.
+/// Replaces this process by the program. A failure is reported on standard error and ends the process with status 126
+/// or 127.
 [[noreturn]] void startProgram(const Program& program, const std::vector<std::string>& words);
 
-/// The directory of the running executable. Throws std::runtime_error.
+/// Returns the directory of the running executable. Throws std::runtime_error.
 std::string programDirectory();
 
-/// The working directory's path, empty if it has none.
+/// Returns the path of the working directory, or an empty string if it has none.
 std::string currentDirectory();
 
-/// Enters the working directory by its path again, so that the process stands on the present mounts. Where they hide
-/// the path the process stays where it is, and relative names go on working.
+/// Changes to the directory `path`, so that the process sees present mounts there. If they hide the path, the process
+/// keeps its working directory, and relative names stay valid.
 void enterDirectory(const std::string& path);
 
-/// Gives up standard input and output, so that only the command holds them.
+/// Redirects standard input and output to /dev/null, so that only the command has them open.
 void detachStandardStreams();
 
 } // namespace sim

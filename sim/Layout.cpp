@@ -21,7 +21,7 @@ bool isDirectory(const std::string& path) {
 
 std::string parentOf(const std::string& path) { return path.substr(0, path.rfind('/')); }
 
-// Puts the entry `name` of the covered directory into `directory`, which now has the memory file system.
+// Binds the entry `name` of the covered directory into the memory file system now mounted on `directory`.
 void bindEntry(int covered, const std::string& directory, const std::string& name) {
   struct stat about = {};
   check(fstatat(covered, name.c_str(), &about, AT_SYMLINK_NOFOLLOW), directory + "/" + name);
@@ -48,7 +48,7 @@ std::vector<std::string> namesIn(const std::string& directory) {
        entry.increment(error)) {
     names.push_back(entry->path().filename());
   }
-  // A directory that may not be listed shows nothing beside the board's own entry.
+  // A directory that may not be listed gets the board's entry only.
   if (error && error != std::errc::permission_denied) throw std::system_error(error, directory);
   return names;
 }

@@ -1,4 +1,4 @@
-// Private directories and files in a mount namespace.
+// Private directories in a mount namespace.
 #ifndef TEV_SIM_LAYOUT_H
 #define TEV_SIM_LAYOUT_H
 
@@ -6,20 +6,20 @@
 
 namespace sim {
 
-/// Makes a private, empty memory file system appear at `path`, with the other entries beside it as before. Where `path`
-/// does not exist on the machine, nothing is created there: its nearest existing directory is covered by a memory file
-/// system into which that directory's own entries are bound again. `mode` as for mkdir(2). Throws std::runtime_error.
+/// Mounts a private, empty memory file system at `path`; its siblings stay visible. A `path` that does not exist is not
+/// created on the machine: a memory file system covers the nearest existing directory above it, and that directory's
+/// entries are bound into it. `mode` as for mkdir(2). Throws std::runtime_error.
 void mountPrivateDirectory(const std::string& path, unsigned mode);
 
-/// Mounts an empty memory file system of this mode over a directory that exists. Throws std::runtime_error.
+/// Mounts an empty memory file system of this mode over an existing directory. Throws std::runtime_error.
 void mountMemory(const std::string& path, unsigned mode);
 
-/// Gives /tmp an empty memory file system. Where `program`, a whole path, lies in a directory below /tmp, as in a build
-/// tree there, that directory is bound again: what runs on the board is found under its name. Throws
+/// Mounts an empty memory file system over /tmp. If `program`, an absolute path, is in a directory below /tmp (a build
+/// tree, for instance), that directory is bound into it, so that the paths of programs stay valid. Throws
 /// std::runtime_error.
 void coverTmp(const std::string& program, bool readOnly);
 
-/// Creates the directories on the way to `path`, and `path`. Throws std::runtime_error.
+/// Creates the directory `path` and its missing parents. Throws std::runtime_error.
 void makeDirectories(const std::string& path);
 
 } // namespace sim

@@ -20,7 +20,7 @@ void writeFile(const char* path, std::string_view text) {
 }
 
 void mapSelfToRoot(uid_t user, gid_t group) {
-  writeFile("/proc/self/setgroups", "deny"); // the kernel wants this before a group may be mapped
+  writeFile("/proc/self/setgroups", "deny"); // the kernel requires this before gid_map
   writeFile("/proc/self/uid_map", "0 " + std::to_string(user) + " 1");
   writeFile("/proc/self/gid_map", "0 " + std::to_string(group) + " 1");
 }

@@ -1,4 +1,4 @@
-// For machines without the FUSE library.
+// Built where the FUSE library is missing.
 #include "sim/NodeServer.h"
 
 #include <stdexcept>

@@ -13,18 +13,18 @@ public:
   virtual ~NodeServer() = default;
   /// Becomes readable when serve() has work.
   virtual int descriptor() const = 0;
-  /// Handles all that has arrived, without waiting.
+  /// Handles all pending requests. Does not block.
   virtual void serve() = 0;
 };
 
-/// Mounts a file system of our own over /sys: each write(2) is one call of Board::write, and reads give the current
-/// text. `board` must outlive the server. Throws std::runtime_error where the machine refuses it; a machine without the
-/// library always does.
+/// Mounts a FUSE file system over /sys: each write(2) is one call of Board::write, and a read returns the present text.
+/// `board` must outlive the server. Throws std::runtime_error if the machine refuses the mount or this program was
+/// built without the library.
 std::unique_ptr<NodeServer> makeFuseNodes(Board& board);
 
-/// Lays plain files on a memory file system over /sys. What a node is given is seen only when the writer closes it, as
-/// one write however many there were; a node opened for writing reads empty; no write fails, and opening is refused to
-/// nobody who is root. Throws std::runtime_error where the machine refuses it.
+/// Creates plain files in a memory file system over /sys. All writes to an open node reach the board as one write when
+/// the writer closes it; a node that is open for writing reads as empty; no write fails, and root can open every node.
+/// `board` must outlive the server. Throws std::runtime_error if the machine refuses it.
 std::unique_ptr<NodeServer> makeFileNodes(Board& board);
 
 } // namespace sim

@@ -62,7 +62,7 @@ bool endsWith(std::string_view text, std::string_view ending) {
   return text.size() >= ending.size() && text.compare(text.size() - ending.size(), ending.size(), ending) == 0;
 }
 
-// The full path for one that may be cut short at its front; otherwise sets `error`.
+// Returns the full path of a node or tool that `path` names in full or by an ending; otherwise sets `error`.
 std::string fullPath(const std::string& path, std::string& error) {
   std::vector<std::string> found;
   for (const std::string& known : boardPaths()) {
@@ -76,10 +76,10 @@ std::string fullPath(const std::string& path, std::string& error) {
 struct Option {
   const char* name;
   bool hasValue;
-  std::function<std::string(Options&, const std::string& value)> apply; // empty, or what is wrong
+  std::function<std::string(Options&, const std::string& value)> apply; // returns the error, empty if none
 };
 
-// Makes an option out of a flag.
+// Returns an option without a value.
 template <class Set>
 Option flag(const char* name, Set set) {
   return {name, false, [set](Options& options, const std::string&) {
@@ -88,7 +88,7 @@ Option flag(const char* name, Set set) {
           }};
 }
 
-// Makes an option out of a set of paths.
+// Returns an option that adds a path to a set.
 Option pathOption(const char* name, std::set<std::string> Faults::*paths) {
   return {name, true, [paths](Options& options, const std::string& value) {
             std::string error;

@@ -19,18 +19,18 @@ struct Options {
   Tmp tmp = Tmp::own;
   std::string logFile; // empty: none
   std::string dumpFile;
-  std::string snapshots; // empty: only the board's own
-  std::string services;  // the program of the service tasks; empty: the one from the build tree
+  std::string snapshots; // empty: in the board's memory only
+  std::string services;  // program of the service tasks; empty: from the build tree
   bool logTimes = false;
   bool probe = false;
-  bool status = false; // look at a board that runs
-  bool watch = false;  // and go on looking
-  int pid = 0;         // of that board, or of its tev-sim; 0: the only one there is
+  bool status = false; // print a running board
+  bool watch = false;  // and repeat it
+  int pid = 0;         // of that board or of its tev-sim; 0: the only board
   bool help = false;
-  std::vector<std::string> command; // empty: the shell from the build tree
+  std::vector<std::string> command; // empty: tev-cli from the build tree
 };
 
-/// The options in `words` (without the program's name), or a line that says what is wrong with them.
+/// Returns the options in `words` (without the program's name), or a line that describes the error.
 [[nodiscard]] std::variant<Options, std::string> parseOptions(const std::vector<std::string>& words);
 
 /// The text of --help.

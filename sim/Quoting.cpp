@@ -9,7 +9,7 @@ constexpr char escapeLetters[] = "nrt\"\\";
 constexpr std::string_view octalDigits = "01234567";
 constexpr std::string_view hexDigits = "0123456789abcdef0123456789ABCDEF";
 
-// Reads up to `most` digits of the base at the front of `text` and takes them off it; -1 without any.
+// Parses up to `most` digits at the start of `text` and removes them. Returns their value, or -1 if there are none.
 int parseDigits(std::string_view& text, std::string_view digits, int base, size_t most) {
   int value = -1;
   for (; most > 0 && !text.empty(); --most, text.remove_prefix(1)) {

@@ -18,19 +18,19 @@ namespace sim {
 
 namespace {
 
-constexpr int splitChecks = 10000;  // of 0.3 ms: as long as users wait
+constexpr int splitChecks = 10000;  // times splitPause: 3 s, as long as a sender waits for a reply
 constexpr long splitPause = 300000; // nanoseconds
 constexpr int garbageByte = 0xa5;
 
-// SIGTERM is blocked in a task. It ends a pause.
+// Sleeps for `time`, or until SIGTERM, which is blocked in a task.
 void pauseFor(const timespec& time) {
   sigset_t term;
-  (void)sigemptyset(&term); // cannot fail, like the next
+  (void)sigemptyset(&term); // neither this nor the next can fail
   (void)sigaddset(&term, SIGTERM);
-  if (sigtimedwait(&term, nullptr, &time) == SIGTERM) (void)raise(SIGTERM); // for the next pause
+  if (sigtimedwait(&term, nullptr, &time) == SIGTERM) (void)raise(SIGTERM); // ends later pauses, too
 }
 
-// A reply past MsgObj::Send(), which sends only whole ones.
+// Writes a reply to the pipe in parts, which MsgObj::Send() does not.
 class RawReply {
 public:
   explicit RawReply(const MsgObj& reply)
@@ -42,8 +42,8 @@ public:
     std::fill(_bytes.begin(), _bytes.end(), static_cast<char>(garbageByte));
     write(0, _bytes.size());
   }
-  // Until a moment after everything in the pipe has been read. The user has looked for more by then, and finds the rest
-  // when he next cleans the pipe.
+  // Returns a moment after the pipe has been emptied. By then the reader has tried to read more; it finds the rest when
+  // it drains the pipe before its next request.
   void waitForReader() const {
     int unread = 1;
     for (int i = 0; i < splitChecks && unread > 0; ++i) {
@@ -55,7 +55,7 @@ public:
 private:
   size_t half() const { return _bytes.size() / 2; }
   void write(size_t from, size_t to) const {
-    // A user who has gone, or who leaves the pipe full, misses what was wrong anyway.
+    // Fails if the reader has ended or the pipe is full. Either way no reader would notice the fault.
     const ssize_t written = ::write(_pipe.get(), _bytes.data() + from, to - from);
     (void)written;
   }
@@ -68,7 +68,7 @@ class EndMsg : public MsgOf<EndMsg> {
 public:
   static const MsgLayout layout;
   using MsgOf::MsgOf;
-  // Without its queue the receive loop returns.
+  // The receive loop returns when the queue is removed.
   int InvokeHandler(CommObj* receiver) override { return msgctl(receiver->GetMsgQId(), IPC_RMID, nullptr); }
   MsgObj* CreateResponse() override { return nullptr; }
 };
@@ -103,7 +103,7 @@ Service::Instructions Service::report(const MsgObj& message, const MsgLayout& la
 void Service::send(MsgObj* reply, const ServiceFault& fault) {
   if (fault.kind == ServiceFault::late) pauseFor({fault.delay / 1000, fault.delay % 1000 * 1000000L});
   if (fault.kind == ServiceFault::late || fault.kind == ServiceFault::none) {
-    (void)reply->Send(); // a reply has no reply
+    (void)reply->Send(); // Send() returns null for a reply
     return;
   }
   RawReply raw(*reply);

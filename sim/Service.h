@@ -1,5 +1,5 @@
-// A service task of the board: an endpoint like the console's, built from the same units. It decodes what arrives,
-// tells the board, which decides, and sends the reply.
+// A service task of the board: an endpoint like the console's, built from the same units. It decodes messages, asks the
+// board how to handle them and sends the replies.
 #ifndef TEV_SIM_SERVICE_H
 #define TEV_SIM_SERVICE_H
 
@@ -14,37 +14,38 @@ namespace sim {
 
 class Service : public CommObj {
 public:
-  /// Makes all messages known, and the endpoint. `name` must stay.
+  /// Registers all messages and creates the endpoint. `name` must outlive it. `new` only: StopAll() deletes endpoints.
   explicit Service(const char* name);
 
   struct Instructions {
-    std::vector<uint16_t> words; // of the reply's payload
+    std::vector<uint16_t> words; // the reply's payload
     ServiceFault fault;
   };
-  /// Tells the board of a message and returns what to do. Throws std::runtime_error when the board does not answer.
+  /// Reports a message to the board and returns how to handle it. Throws std::runtime_error if the board does not
+  /// answer.
   Instructions report(const MsgObj& message, const MsgLayout& layout) const;
 
-  /// Sends the reply, which goes with the call, as well or badly as `fault` says.
+  /// Sends the reply with this fault and deletes it.
   static void send(MsgObj* reply, const ServiceFault& fault);
 
 private:
   const char* _name;
 };
 
-/// Makes messages decodable: for each class there is a prototype from the first call on. Not before main, because the
-/// trace log, which is told of it, need not exist then.
+/// Registers a prototype of each message class on the first call. Not before main(): registering writes to the trace
+/// log, which may not exist then.
 template <class... Messages>
 void registerMessages() {
   const auto makeOne = [](auto* type) { static std::remove_pointer_t<decltype(type)> prototype{Exemplar()}; };
   (makeOne(static_cast<Messages*>(nullptr)), ...);
 }
 
-// The messages of each service. All services know all of them, so that one which reaches the wrong service is answered.
+// One per service. Every task registers all messages, so that it can reply to one that was sent to the wrong task.
 void registerVideoPhalMessages();
 void registerStreamAppMessages();
 void registerAdminAppMessages();
 
-/// What the handler of a request does that has a reply. Returns 0, or -1 if the board was of no help.
+/// Handles a request that has a reply. Returns 0, or -1 if the board does not answer.
 template <class Request>
 int serve(const Request& request, CommObj* receiver) {
   using Response = typename Request::Response;
@@ -66,7 +67,7 @@ int serve(const Request& request, CommObj* receiver) {
   }
 }
 
-/// What the handler of a message does that nothing answers.
+/// Handles a message without a reply. Returns as serve() does.
 template <class Message>
 int serveUnanswered(const Message& message, CommObj* receiver) {
   try {

@@ -29,10 +29,10 @@ std::optional<ServiceFault> ServiceFault::parse(std::string_view text) {
   return fault;
 }
 
-// Replies that are not sent, or only after their user has given up, cost that user seconds each: few of many.
+// Missing and too late replies are rare, because each costs the sender of the request three seconds.
 ServiceFault FaultDice::roll() {
   if (_percent == 0 || below(always) >= _percent) return {};
-  constexpr int tooLate = 3100; // a little longer than users wait
+  constexpr int tooLate = 3100; // milliseconds; senders wait for 3 s
   constexpr unsigned shortDelay = 40;
   switch (below(20)) {
   case 0:

@@ -1,4 +1,4 @@
-// How the service tasks of the board can fail their users.
+// Faults of the service tasks.
 #ifndef TEV_SIM_SERVICEFAULT_H
 #define TEV_SIM_SERVICEFAULT_H
 
@@ -13,24 +13,24 @@ struct ServiceFault {
   enum Kind {
     none,
     silent,    // the reply is not sent
-    late,      // it is sent after `delay`
-    truncated, // its first half is sent
-    split,     // its second half comes a moment after the first
-    garbage,   // as many bytes as it has, but others
-    dies,      // the task ends in mid-reply; the board starts it again
+    late,      // the reply is sent after `delay`
+    truncated, // only the first half is sent
+    split,     // the second half is sent after a pause
+    garbage,   // the right number of wrong bytes
+    dies,      // the task ends after half a reply; the board restarts it
     full,      // the task is stopped and its queue is full
-    absent,    // neither the task nor its queue exist
+    absent,    // neither the task nor its queue exists
   };
   Kind kind = none;
   int delay = 0; // milliseconds
 
-  /// The fault as the command line names it: "late:500"; "none" for no fault.
+  /// The fault's name on the command line, such as "late:500"; "none" for no fault.
   std::string text() const;
-  /// The fault that `text` names.
+  /// Returns the fault of this name, if there is one.
   [[nodiscard]] static std::optional<ServiceFault> parse(std::string_view text);
 };
 
-/// Faults of single replies at random: the same seed always gives the same ones.
+/// Random faults of single replies. The same seed gives the same sequence.
 class FaultDice {
 public:
   static constexpr unsigned always = 100;

@@ -13,14 +13,14 @@ namespace sim {
 
 namespace {
 
-constexpr int crashLimit = 3; // a task that ends by itself so often stays away
+constexpr int crashLimit = 3; // a task that ends unexpectedly this often is not restarted
 
 struct QueueText {
   long type = 1;
   char text[512] = {};
 };
 
-// In a fresh IPC namespace the kernel lets the id of the next queue be chosen.
+// In a new IPC namespace msg_next_id sets the id of the next queue.
 void makeQueue(const ServiceTask& task) {
   constexpr char nextQueueId[] = "/proc/sys/kernel/msg_next_id";
   const std::string number = std::to_string(task.queueId);
@@ -30,12 +30,12 @@ void makeQueue(const ServiceTask& task) {
   if (id != task.queueId) throw std::runtime_error(task.name + std::string(": the queue has another id"));
 }
 
-// Fills a queue with messages that nobody can decode.
+// Fills a queue with messages of an unknown id.
 void fill(int queueId) {
   const QueueText nothing;
   for (const size_t size : {sizeof nothing.text, size_t{1}}) {
     while (msgsnd(queueId, &nothing, size, IPC_NOWAIT) == 0) {
-    } // until there is no room for another
+    } // until the queue is full
   }
 }
 
@@ -62,7 +62,7 @@ ServiceProcesses::ServiceProcesses(Program program, const std::map<std::string, 
     const ServiceFault::Kind fault = found != faults.end() ? found->second.kind : ServiceFault::none;
     makeQueue(task);
     if (fault == ServiceFault::absent) {
-      // It has been there, so that the number 0, which stands for no task, goes to nobody else.
+      // Created first, so that no other queue gets this id. The id 0 also means "no task".
       check(msgctl(task.queueId, IPC_RMID, nullptr), task.name);
       continue;
     }
@@ -81,22 +81,22 @@ void ServiceProcesses::startFirst(Process& process) {
   const kr::Descriptor readySignal(ends[0]);
   kr::Descriptor ready(ends[1]);
   start(process, ready.get());
-  (void)ready.close(); // nothing was written here: now the task alone can write
+  (void)ready.close(); // so that read() returns 0 if the task ends
   char byte = 0;
   if (read(readySignal.get(), &byte, 1) == 1) return;
   throw std::runtime_error(process.task->name + std::string(" does not start: ") + errorOutput(*process.task));
 }
 
-// `ready` becomes its standard output.
+// `ready` becomes the standard output of the task.
 void ServiceProcesses::start(Process& process, int ready) {
   process.pid = check(fork(), "fork");
   if (process.pid != 0) return;
-  (void)setsid(); // cannot fail in a new process; keeps the terminal's signals away
+  (void)setsid(); // cannot fail in a new process; the terminal's signals do not reach the task
   const kr::Descriptor nothing(open("/dev/null", O_RDONLY | O_CLOEXEC));
   const kr::Descriptor file(open(errorFile(*process.task).c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644));
   if (dup2(nothing.get(), 0) < 0 || dup2(ready, 1) < 0 || dup2(file.get(), 2) < 0) _exit(126);
   sigset_t term;
-  (void)sigemptyset(&term); // cannot fail, like the next two
+  (void)sigemptyset(&term); // none of these three can fail
   (void)sigaddset(&term, SIGTERM);
   (void)sigprocmask(SIG_SETMASK, &term, nullptr);
   startProgram(_program, {"tev-service", process.task->name});
@@ -124,9 +124,10 @@ void ServiceProcesses::end() {
   last.text[1] = static_cast<char>(endMessageId & 0xffU);
   for (const Process& process : _processes) {
     if (process.pid < 0) continue;
-    // One whose queue is full, or gone, would not see its end coming.
+    // A task with a full or removed queue would not receive the message.
     const bool queued = msgsnd(process.task->queueId, &last, sizeof(uint16_t), IPC_NOWAIT) == 0;
-    (void)::kill(process.pid, queued ? SIGTERM : SIGKILL); // SIGTERM ends a pause; fails only when it has just ended
+    (void)::kill(process.pid,
+                 queued ? SIGTERM : SIGKILL); // SIGTERM ends a pause; fails only if the task has just ended
   }
 }
 
@@ -136,7 +137,7 @@ bool ServiceProcesses::allEnded() const {
 
 void ServiceProcesses::kill() const {
   for (const Process& process : _processes) {
-    if (process.pid >= 0) (void)::kill(process.pid, SIGKILL); // fails only when it has just ended
+    if (process.pid >= 0) (void)::kill(process.pid, SIGKILL); // fails only if it has just ended
   }
 }
 

@@ -1,4 +1,4 @@
-// The processes of the service tasks, as the board sees them.
+// The processes of the service tasks.
 #ifndef TEV_SIM_SERVICEPROCESSES_H
 #define TEV_SIM_SERVICEPROCESSES_H
 
@@ -15,22 +15,23 @@ namespace sim {
 
 class ServiceProcesses {
 public:
-  /// Makes the queues, starts `program` once for each task and returns when all are ready. Throws std::runtime_error.
+  /// Creates the queues, starts `program` once per task and returns when all are ready. Throws std::runtime_error.
   ServiceProcesses(Program program, const std::map<std::string, ServiceFault>& faults, BoardLog& log);
 
-  /// To be queued of each child that has ended. Starts a task again that had no order to end.
+  /// To be called for each child process that has ended. Restarts a task, unless end() was called or the task has ended
+  /// unexpectedly too often.
   void childEnded(pid_t child, int status);
 
-  /// Lets each task serve what it has been sent, and end.
+  /// Asks each task to end after it has served the messages in its queue. Kills a task that cannot be asked.
   void end();
   bool allEnded() const;
-  /// Ends those that have not ended by themselves.
+  /// Kills those that still run.
   void kill() const;
 
 private:
   struct Process {
     const ServiceTask* task;
-    pid_t pid = -1; // none while it does not run
+    pid_t pid = -1; // -1 while it does not run
     int crashes = 0;
   };
 

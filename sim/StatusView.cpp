@@ -21,13 +21,13 @@ constexpr char clearScreen[] = "\033[2J";
 constexpr char clearLine[] = "\033[K";
 constexpr char clearBelow[] = "\033[J";
 
-// The tev-sim that a board belongs to is the parent of the board's process.
+// Returns the process id of the board's tev-sim, which is the parent of the board's process.
 pid_t launcherOf(pid_t board) {
   std::ifstream about("/proc/" + std::to_string(board) + "/stat");
   std::string text;
   std::getline(about, text, '\0');
   pid_t parent = 0;
-  const size_t end = text.rfind(')'); // of the program's name, which may hold anything
+  const size_t end = text.rfind(')'); // of the program's name, which may contain any character
   if (end == text.npos || std::sscanf(text.c_str() + end, ") %*c %d", &parent) != 1) return board;
   return parent;
 }
@@ -40,7 +40,7 @@ std::string commandLine(pid_t pid) {
   return text.substr(0, 60);
 }
 
-// The board to look at, alone; or all there are, when that is not clear.
+// Returns the boards of the process `pid`, or all boards for 0.
 std::vector<RunningBoard> matchingBoards(pid_t pid) {
   std::vector<RunningBoard> boards = findBoards();
   const auto isOther = [pid](const RunningBoard& b) { return b.pid != pid && launcherOf(b.pid) != pid; };
@@ -48,7 +48,7 @@ std::vector<RunningBoard> matchingBoards(pid_t pid) {
   return boards;
 }
 
-// What fits on the terminal: its first lines, each with what was there before taken away.
+// Returns the lines that fit on the terminal, with the codes that overwrite the previous ones.
 std::string fitToTerminal(std::string_view text) {
   winsize window = {};
   if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &window) != 0 || window.ws_row == 0) window.ws_row = 24;
@@ -74,7 +74,7 @@ int watchBoard(const RunningBoard& board, const std::string& title) {
     }
     if (std::fputs((terminal ? fitToTerminal(text) : text + "\n").c_str(), stdout) < 0 || std::fflush(stdout) != 0)
       return 1;
-    (void)nanosleep(&watchInterval, nullptr); // cut short, the next look comes earlier
+    (void)nanosleep(&watchInterval, nullptr); // if interrupted, the next refresh is earlier
   }
 }
 

@@ -1,4 +1,4 @@
-// A look at a running board from another terminal.
+// Printing a running board on another terminal.
 #ifndef TEV_SIM_STATUSVIEW_H
 #define TEV_SIM_STATUSVIEW_H
 
@@ -6,9 +6,9 @@
 
 namespace sim {
 
-/// Prints the board that belongs to the process `pid`, or with 0 the only one that runs, as a table on standard output.
-/// With `watch` again and again, until the board ends or a signal ends this process. Returns the exit status: 0, or 1
-/// with a reason on standard error. Throws std::runtime_error.
+/// Prints a board as a table on standard output: the board of the process `pid`, or for 0 the only one that runs. With
+/// `watch` it repeats that until the board ends or a signal ends this process. Returns the exit status: 0, or 1 after
+/// it has reported the reason on standard error. Throws std::runtime_error.
 [[nodiscard]] int showStatus(pid_t pid, bool watch);
 
 } // namespace sim

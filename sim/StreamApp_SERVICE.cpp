@@ -1,4 +1,4 @@
-// What the messages of the streaming service are to the services: in place of the console's units.
+// The handlers of the streaming messages in a service task. They replace the console's _CLIENT units.
 #include "messaging/StreamControlReqMsg.h"
 #include "messaging/StreamControlRespMsg.h"
 #include "sim/Service.h"

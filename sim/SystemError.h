@@ -1,4 +1,4 @@
-// What cannot be done on this machine.
+// Failures of system calls as exceptions.
 #ifndef TEV_SIM_SYSTEMERROR_H
 #define TEV_SIM_SYSTEMERROR_H
 
@@ -9,12 +9,12 @@
 
 namespace sim {
 
-/// An exception that says `what` and the reason in errno. Thrown while the board is set up, caught in main.
+/// Returns an exception with `what` and the reason in errno.
 inline std::system_error systemError(std::string_view what) {
   return std::system_error(errno, std::generic_category(), std::string(what));
 }
 
-/// `result` of a system call, unless it is negative: then the systemError() of `what`.
+/// Returns `result` of a system call; throws systemError(what) if it is negative.
 template <class Result>
 Result check(Result result, std::string_view what) {
   if (result < 0) throw systemError(what);

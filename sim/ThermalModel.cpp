@@ -7,11 +7,11 @@ namespace sim {
 
 namespace {
 
-constexpr double roomTemperature = 25.0; // degrees Celsius around the board
+constexpr double roomTemperature = 25.0; // degrees Celsius
 constexpr double riseInStillAir = 45.0;
-constexpr double halvingFan = 15.0;   // the fan setting that halves the rise
-constexpr double timeConstant = 20.0; // seconds until 63 % of a change has happened
-constexpr int tachTicks = 2877120;    // clock ticks in a minute
+constexpr double halvingFan = 15.0;   // the fan setting at which the rise is half of that
+constexpr double timeConstant = 20.0; // seconds
+constexpr int tachTicks = 2877120;    // clock ticks per minute
 constexpr int rpmPerStep = 100;       // of the fan setting
 
 } // namespace

@@ -1,12 +1,12 @@
-// Temperature, fan and alert of the board, as the thermal chip would report them.
+// Temperature, fan and alert of the board as the thermal chip reports them.
 #ifndef TEV_SIM_THERMALMODEL_H
 #define TEV_SIM_THERMALMODEL_H
 
 namespace sim {
 
-/// The fan setting gives the speed at once. The temperature drifts towards a balance that lies lower the faster the fan
-/// turns, and the alert is on while the temperature is at or above the set-point. Temperatures are the chip's raw
-/// numbers: degrees Celsius less rawOffset.
+/// The fan speed follows the setting at once. The temperature moves exponentially to an equilibrium, which is lower the
+/// faster the fan turns. The alert is on while the temperature is at or above the set-point. Temperatures are the
+/// chip's raw numbers: degrees Celsius minus rawOffset.
 class ThermalModel {
 public:
   static constexpr int rawOffset = 11;
@@ -14,13 +14,13 @@ public:
   static constexpr int defaultFan = 15;
   static constexpr int defaultSetPoint = 60 - rawOffset;
 
-  /// Fan setting 0 (off) to maxFan; others are brought to the nearer end.
+  /// 0 (off) to maxFan; other values are clamped.
   void setFan(int setting);
-  /// One signed byte, like the chip's register; others are brought to the nearer end.
+  /// -128 to 127, as in the chip's register; other values are clamped.
   void setSetPoint(int raw);
   void setTemperature(int raw);
 
-  /// Lets `seconds` pass.
+  /// Advances the model by `seconds`.
   void advance(double seconds);
 
   int fan() const { return _fan; }
@@ -28,9 +28,9 @@ public:
   /// Whole raw degrees, rounded down.
   int temperature() const;
   bool alert() const { return temperature() >= _setPoint; }
-  /// Turns of the fan in a minute.
+  /// Fan speed in revolutions per minute.
   int rpm() const;
-  /// Clock ticks in one turn of the fan, 0 while it stands; a driver shows it in two bytes.
+  /// Clock ticks per revolution of the fan, 0 if it is off. The driver shows it as two bytes.
   int tachCount() const;
 
 private:

@@ -1,4 +1,4 @@
-// What the messages of the video service are to the services: in place of the console's units.
+// The handlers of the video messages in a service task. They replace the console's _CLIENT units.
 #include "messaging/GetVideoResolutionReqMsg.h"
 #include "messaging/GetVideoResolutionRespMsg.h"
 #include "messaging/SetAudioSourceReqMsg.h"

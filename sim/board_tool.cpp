@@ -1,4 +1,4 @@
-// The board tools: one program that goes by its name. They keep their data in the identity EEPROM.
+// The board tools: one program whose name selects the tool. The data is in the identity EEPROM.
 #include "sim/Board.h"
 #include "sim/BoardSocket.h"
 #include "sim/Eeprom.h"
@@ -31,7 +31,7 @@ void readMacs() {
   for (size_t port = 0; port < eeprom::macCount; ++port) {
     eeprom::Mac mac;
     std::copy_n(bytes.begin() + static_cast<ptrdiff_t>(port * mac.size()), mac.size(), mac.begin());
-    (void)std::printf("eth%zu %s\n", port, eeprom::formatMac(mac).c_str()); // main looks at the stream
+    (void)std::printf("eth%zu %s\n", port, eeprom::formatMac(mac).c_str()); // main() checks the stream
   }
 }
 

@@ -1,4 +1,4 @@
-// tev-sim: runs a command on a stand-in for the board. This process stays outside; its child becomes the board.
+// tev-sim: runs a command on a stand-in for the board. This process stays outside; its child is the board's process.
 #include "sim/BoardProcess.h"
 #include "sim/Job.h"
 #include "sim/Launch.h"
@@ -16,7 +16,7 @@ namespace {
 
 constexpr int refusedStatus = 125;
 
-// Keeps our own files away from the numbers of the standard streams; true where one was closed.
+// Opens /dev/null on each closed standard stream, so that no other file gets its number. Sets `closed` for these.
 void reserveStandardStreams(bool (&closed)[3]) {
   for (int fd = 0; fd < 3; ++fd) {
     closed[fd] = fcntl(fd, F_GETFD) < 0;
@@ -30,27 +30,27 @@ kr::Descriptor openOutput(const std::string& path, int flags) {
 }
 
 int launch(const Options& options) {
-  BoardInputs inside;
-  reserveStandardStreams(inside.closed);
-  inside.log = openOutput(options.logFile, O_APPEND);
-  inside.dump = openOutput(options.dumpFile, 0);
+  BoardInputs inputs;
+  reserveStandardStreams(inputs.closed);
+  inputs.log = openOutput(options.logFile, O_APPEND);
+  inputs.dump = openOutput(options.dumpFile, 0);
   sigset_t all;
   (void)sigfillset(&all);                                     // cannot fail
-  (void)pthread_sigmask(SIG_BLOCK, &all, &inside.signalMask); // fails only for an unknown first argument
+  (void)pthread_sigmask(SIG_BLOCK, &all, &inputs.signalMask); // fails only for an unknown first argument
   int ends[2] = {-1, -1};
   check(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends), "socketpair");
   kr::Descriptor channel(ends[0]);
-  inside.channel = kr::Descriptor(ends[1]);
+  inputs.channel = kr::Descriptor(ends[1]);
   enterNamespaces();
   const pid_t board = check(fork(), "fork");
   if (board == 0) {
-    (void)channel.close(); // the end of the other process
-    return runBoard(options, std::move(inside));
+    (void)channel.close(); // the parent's end
+    return runBoard(options, std::move(inputs));
   }
-  inside = BoardInputs();
+  inputs = BoardInputs();
   detachStandardStreams();
-  // No clean-up after this: whatever starts a process for it (a leak checker does) would fail, because this process
-  // can have children only in the board's namespaces, and those have gone.
+  // No clean-up after this. New children of this process would belong to the board's process namespace, which has
+  // ended: a leak checker, which forks, would fail.
   _exit(waitForBoard(board, channel.get()));
 }
 

@@ -1,4 +1,4 @@
-// Runs inside the board as one of its service tasks, the one that its only argument names.
+// tev-service: runs on the board as the service task that its only argument names.
 #include "sim/Appliance.h"
 #include "sim/Service.h"
 
@@ -15,10 +15,10 @@ int serve(Service& service, const ServiceTask& task) {
     (void)std::fprintf(stderr, "%s: has queue %d instead of %d\n", task.name, service.GetMsgQId(), task.queueId);
     return 1;
   }
-  // Standard output is where the board waits for a sign of life, and for nothing more.
+  // One byte on standard output reports to the board that the task is ready. Nothing else is written there.
   if (write(STDOUT_FILENO, "\n", 1) != 1) return 1;
   if (dup2(STDERR_FILENO, STDOUT_FILENO) < 0) return 1;
-  service.run(); // the main thread has nothing else to do
+  service.run(); // on the main thread, which has no other work
   return 0;
 }
 
