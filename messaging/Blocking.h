@@ -28,16 +28,11 @@ public:
   /// thread that is cancelled in it unwinds: the frames outwards may own things with destructors.
   template <class Wait>
   static int block(Wait wait) {
-    if (_state == undecided) return wait();
-    kr::OnCancel unwound{[] {}}; // makes the stack fit for the clean-up of the frames outwards
-    const int result = kr::cancellable(_state, wait);
-    unwound.armed = false;
-    return result;
+    return kr::cancellable(_state, wait);
   }
 
 private:
-  static constexpr int undecided = -1;
-  static_assert(undecided != PTHREAD_CANCEL_ENABLE && undecided != PTHREAD_CANCEL_DISABLE);
+  static constexpr int undecided = kr::asItIs;
   inline static thread_local int _state = undecided;
 
   const bool _outermost;
