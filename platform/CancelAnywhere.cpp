@@ -24,7 +24,20 @@ bool loadUnwinder() {
   return backtrace(&caller, 1) > 0;
 }
 
+// Ignored unless somebody asks for it, and nobody here asks for out-of-band data.
+constexpr int cancelSignal = SIGURG;
+
+/// On a new thread: lets the cancellations of others reach it.
+void acceptCancelling() {
+  sigset_t signals;
+  // None of these fails for a signal that exists.
+  (void)sigemptyset(&signals);
+  (void)sigaddset(&signals, cancelSignal);
+  (void)pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
+}
+
 void runOpen(void (*work)(const void*), const void* argument) {
+  acceptCancelling();
   // These fail only for values that do not exist.
   (void)pthread_setcanceltype(PTHREAD_CANCEL_ASYNCHRONOUS, nullptr);
   (void)pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr);
@@ -37,9 +50,6 @@ void runOpen(void (*work)(const void*), const void* argument) {
 #if defined(__EXCEPTIONS)
 #error "without exceptions, pthread_cleanup_push makes handlers that need no unwinding of the frame they are in"
 #endif
-
-// Ignored unless somebody asks for it, and nobody here asks for out-of-band data.
-constexpr int cancelSignal = SIGURG;
 
 /// Whether a signal found its thread in a system call, at its instruction or behind it.
 bool inSystemCall(const ucontext_t& context) {
@@ -60,9 +70,10 @@ bool inSystemCall(const ucontext_t& context) {
 
 void jump(void* to) { siglongjmp(*static_cast<kr::WayOut>(to), 1); }
 
-/// Ends a cancelled thread, unless it is on its way out already, by whatever way: the C library decides that in one
-/// step. All it gets to unwind is this frame.
-[[gnu::noinline]] void leave() {
+/// Lets a cancelled thread that can end anywhere do so, unless unwinding it from there is as good. Returns if it is on
+/// its way out already, by whatever way: the C library decides that in one step. All it gets to unwind is this frame.
+[[gnu::noinline]] void leave(const ucontext_t& context) {
+  if (kr::wayOut == nullptr || inSystemCall(context)) return;
   pthread_cleanup_push(jump, kr::wayOut);
   // Neither fails for a state that exists.
   (void)pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr);
@@ -70,6 +81,14 @@ void jump(void* to) { siglongjmp(*static_cast<kr::WayOut>(to), 1); }
   (void)pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
   pthread_cleanup_pop(0);
 }
+
+void nothing(void*) {}
+
+#else
+
+void leave(const ucontext_t&) {}
+
+#endif
 
 // Runs on the thread that is to end. Owns nothing, because it may be unwound.
 void onCancelSignal(int, siginfo_t* info, void* where) {
@@ -80,8 +99,7 @@ void onCancelSignal(int, siginfo_t* info, void* where) {
   (void)pthread_cancel(pthread_self()); // this thread exists
   // The handler may not return. A set that the kernel made is valid.
   (void)pthread_sigmask(SIG_SETMASK, &context.uc_sigmask, nullptr);
-  const bool open = found.state == PTHREAD_CANCEL_ENABLE && found.type == PTHREAD_CANCEL_ASYNCHRONOUS;
-  if (open && kr::wayOut != nullptr && !inSystemCall(context)) leave();
+  if (found.state == PTHREAD_CANCEL_ENABLE && found.type == PTHREAD_CANCEL_ASYNCHRONOUS) leave(context);
   kr::restoreCancellation(found);
   errno = reason;
 }
@@ -95,23 +113,6 @@ bool watchCancelSignal() {
   return sigaction(cancelSignal, &action, nullptr) == 0;
 }
 
-/// On a new thread: lets the cancellations of others reach it.
-void acceptCancelling() {
-  sigset_t signals;
-  // None of these fails for a signal that exists.
-  (void)sigemptyset(&signals);
-  (void)sigaddset(&signals, cancelSignal);
-  (void)pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
-}
-
-void nothing(void*) {}
-
-#else
-
-bool watchCancelSignal() { return true; }
-
-#endif
-
 } // namespace
 
 namespace kr {
@@ -124,13 +125,13 @@ int prepareCancelling() {
   return prepared ? 0 : errno;
 }
 
-#if KR_UNWINDS_FROM_CALLS_ONLY
-
 int cancelThread(KrThreadId tid) {
   const int error = pthread_kill(tid, cancelSignal);
   // Comes second, and the handler of the first keeps it off: it reaches only a thread that keeps the first from itself.
   return error != 0 ? error : pthread_cancel(tid);
 }
+
+#if KR_UNWINDS_FROM_CALLS_ONLY
 
 void cancellableAnywhere(void (*work)(const void*), const void* argument) {
   sigjmp_buf beginning;
@@ -139,7 +140,6 @@ void cancellableAnywhere(void (*work)(const void*), const void* argument) {
   pthread_cleanup_push(nothing, nullptr);
   if (sigsetjmp(beginning, 0) == 0) {
     (void)setWayOut(&beginning);
-    acceptCancelling();
     runOpen(work, argument);
     cancelled = false;
   }

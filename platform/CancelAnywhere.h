@@ -1,13 +1,15 @@
 // Cancellation between any two instructions, where pthread_cancel alone is not up to it.
 //
-// pthread_cancel unwinds a thread from wherever its signal finds it. On 32-bit ARM the unwind tables describe a frame
-// as it is at the calls it makes, not while it is being set up or taken down; an unwind that begins there reads its way
-// from the wrong words of the stack. So on such a machine a signal of the library's own comes first. It notes the
-// cancellation, and looks where it finds its thread:
+// pthread_cancel signals a thread that it has found open to cancellation, and the signal's handler looks at the type of
+// cancellation alone. A thread that has disabled cancellation meanwhile, and is in a cancellation point of the C
+// library, is cancelled with all that it holds. So a signal of the library's own comes first: its handler looks at both
+// and notes the cancellation; whatever pthread_cancel does afterwards has no effect. A thread that is open is unwound
+// from where it is, any other one ends in the call that opens it again, or in its wait.
 //
-//  - not open to cancellation anywhere: the thread ends in the call that opens it again, or in its wait;
-//  - in a system call: the frames are complete there, and the thread is unwound as on other machines;
-//  - elsewhere: the frames in between own nothing; the thread jumps back to its beginning and exits from there.
+// On 32-bit ARM the unwind tables describe a frame as it is at the calls it makes, not while it is being set up or
+// taken down; an unwind that begins there reads its way from the wrong words of the stack. There a thread that is open
+// anywhere is unwound only from a system call, where the frames are complete. From elsewhere it jumps back to its
+// beginning and exits from there: the frames in between own nothing.
 //
 // A thread that keeps this signal from itself is left to pthread_cancel.
 #ifndef TEV_PLATFORM_CANCELANYWHERE_H
@@ -30,6 +32,9 @@ namespace kr {
 /// Before a thread is created, one caller at a time. Returns 0 or an error number.
 int prepareCancelling();
 
+/// pthread_cancel for a thread of this library that does not end meanwhile.
+int cancelThread(KrThreadId tid);
+
 using WayOut = sigjmp_buf*;
 
 #if KR_UNWINDS_FROM_CALLS_ONLY
@@ -40,13 +45,9 @@ inline thread_local WayOut wayOut = nullptr;
 /// Sets it, and returns what it was.
 inline WayOut setWayOut(WayOut to) { return std::exchange(wayOut, to); }
 
-/// pthread_cancel for a thread of this library that does not end meanwhile.
-int cancelThread(KrThreadId tid);
-
 #else
 
 inline WayOut setWayOut(WayOut) { return nullptr; }
-inline int cancelThread(KrThreadId tid) { return pthread_cancel(tid); }
 
 #endif
 

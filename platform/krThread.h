@@ -7,8 +7,9 @@
 //
 // A thread that is cancelled in a system call, where it waits for instance, runs the handlers that it has pushed with
 // pthread_cleanup_push. One that is cancelled elsewhere runs them as far as the unwinder knows its way from there; on
-// 32-bit ARM, which has no tables for that, it runs none. There the library cancels with SIGURG. A thread that blocks
-// this signal is cancelled as well, but ends the process if that happens while a function sets up or leaves its frame.
+// 32-bit ARM, which has no tables for that, it runs none. The library cancels its threads with SIGURG. A thread that
+// blocks this signal is cancelled all the same, but on 32-bit ARM it ends the process if that happens while a function
+// sets up or leaves its frame.
 //
 // Library priorities go from 0, the most urgent, to 255; -1 leaves a priority as it is. Setting one needs root; a
 // thread that does not get its priority runs with the one it inherited. Any thread may call anything.

@@ -214,7 +214,7 @@ KrLogger* logger;
 Idle* idle;
 CKrProperty* properties;
 KrThreadId asker, ended;
-KrDir dir;
+KrDir dir, noDir;
 KrDirEntry entry;
 KrFileInfo info;
 KrFsStat figures;
@@ -271,7 +271,8 @@ const Call everyCall[] = {
     CALL(krFree(krRealloc(krZalloc(50'000), 100'000))),
     CALL(krFree(text)),
     CALL(krFreeByHeap(g_heap, krRealloc(text, 48))),
-    CALL(krMemSetDebug(krMemGetDebug() + krMemGetType(7) + static_cast<int>(krMemGetMaxSize()))),
+    CALL(krMemSetDebug(krMemGetType(7))),
+    CALL(static_cast<int>(krMemGetMaxSize()) + krMemGetDebug()),
     CALL(krMemEnableWatch()),
     CALL(krMemTrackNewUsage(g_heap, krThreadIdSelf(), 0)),
     CALL(krLogGetLogger("a.b.c")),
@@ -328,7 +329,7 @@ const Call everyCall[] = {
     CALL(krFileReadLink("link", text, 9) + krFileSymLink("file", "link")),
     CALL(krFileStatAttrib("file") + krFileTimeSet("file")),
     CALL(krFdSetCloexecFlag(null, 1)),
-    CALL(krDirOpen("missing", &dir)),
+    CALL(krDirOpen("missing", &noDir) + krDirClose(&noDir)),
     CALL(krDirRead(&dir, &entry)),
     CALL(krDirMake("made") + krDirRemove("made")),
     CALL(krDirClean("empty")),
