@@ -1,7 +1,7 @@
 #include "commands/BoardTool.h"
 
 #include "commands/Console.h"
-#include "platform/shellQuote.h"
+#include "platform/internal/shellQuote.h"
 
 #include <cstdlib>
 

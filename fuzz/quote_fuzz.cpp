@@ -2,7 +2,7 @@
 // inputs.
 #include "fuzz/Check.h"
 
-#include "platform/shellQuote.h"
+#include "platform/internal/shellQuote.h"
 
 #include <cerrno>
 #include <fcntl.h>

@@ -7,7 +7,7 @@
 #ifndef TEV_MESSAGING_BLOCKING_H
 #define TEV_MESSAGING_BLOCKING_H
 
-#include "platform/Uncancelled.h"
+#include "platform/internal/Uncancelled.h"
 
 #include <pthread.h>
 

@@ -6,7 +6,7 @@
 #include "messaging/MsgObj.h"
 #include "messaging/Protocol.h"
 #include "messaging/ReplyPipe.h"
-#include "platform/Uncancelled.h"
+#include "platform/internal/Uncancelled.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,7 +1,7 @@
 #include "messaging/MsgQueue.h"
 
 #include "messaging/Blocking.h"
-#include "platform/Uncancelled.h"
+#include "platform/internal/Uncancelled.h"
 
 #include <cerrno>
 #include <cstdint>

@@ -1,9 +1,9 @@
 #include "platform/CKrProperty.h"
 
-#include "platform/Diagnostic.h"
-#include "platform/Mutex.h"
-#include "platform/MutexOnce.h"
-#include "platform/Uncancelled.h"
+#include "platform/internal/Diagnostic.h"
+#include "platform/internal/Mutex.h"
+#include "platform/internal/MutexOnce.h"
+#include "platform/internal/Uncancelled.h"
 
 #include <algorithm>
 #include <cstdio>

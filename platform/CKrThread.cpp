@@ -1,8 +1,8 @@
 #include "platform/CKrThread.h"
 
-#include "platform/Failure.h"
-#include "platform/LiveThreads.h"
-#include "platform/Uncancelled.h"
+#include "platform/internal/Failure.h"
+#include "platform/internal/LiveThreads.h"
+#include "platform/internal/Uncancelled.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "platform/Cond.h"
+#include "platform/internal/Cond.h"
 
 #include "platform/krMem.h"
 

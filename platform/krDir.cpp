@@ -1,9 +1,10 @@
-#include "platform/Directory.h"
-#include "platform/Failure.h"
-#include "platform/Uncancelled.h"
+#include "platform/internal/Directory.h"
+#include "platform/internal/Failure.h"
+#include "platform/internal/Uncancelled.h"
+#include "platform/internal/shellQuote.h"
+#include "platform/krError.h"
 #include "platform/krFile.h"
-#include "platform/krLock.h"
-#include "platform/shellQuote.h"
+#include "platform/krPrint.h"
 
 #include <cstdio>
 #include <cstdlib>

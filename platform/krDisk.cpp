@@ -1,9 +1,9 @@
 #include "platform/krFile.h"
 
-#include "platform/Directory.h"
-#include "platform/Failure.h"
-#include "platform/Uncancelled.h"
-#include "platform/krLock.h"
+#include "platform/internal/Directory.h"
+#include "platform/internal/Failure.h"
+#include "platform/internal/Uncancelled.h"
+#include "platform/krError.h"
 
 #include <algorithm>
 #include <sys/statfs.h>

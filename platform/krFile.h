@@ -1,4 +1,4 @@
-// Files, directories, disks, host names and formatted output: one convention over the system's calls.
+// Files, directories and disks: one convention over the system's calls.
 //
 // A call returns 0 (or a count, a size, a value) on success and -1 on failure, with the system's reason in errno. A
 // null argument is answered with -1 and errno KR_ERR_INVALID, where nothing else is said. Nothing is retried. Paths may
@@ -172,29 +172,5 @@ uint64_t krDiskFree();
 /// Removes the files and empty directories on the user disk, and then the program token /opt/tev/PROG.TKN. Does nothing
 /// if there is no user disk.
 void krDiskClean();
-
-// ---- Names and addresses
-
-/// gethostname(2): a name that does not fit is an error (ENAMETOOLONG).
-int krGetHostName(char* buffer, size_t length);
-
-/// IPv4 address in network byte order of a dotted text; 0 for null and for what is no address.
-uint32_t krInetAddr(const char* text);
-
-/// Stores the dotted text of an IPv4 address in network byte order; the buffer has room for 16 bytes. A null buffer is
-/// left alone.
-void krInetNtoa(uint32_t address, char* buffer);
-
-/// IPv4 address in network byte order of a host, 0 if it has none. The loopback address is the answer only if the name
-/// has no other one. May take as long as the system's resolver does, and is not cancelled meanwhile.
-uint32_t krGetHostByName(const char* name);
-
-// ---- Formatted output
-
-/// printf.
-int krPrintf(const char* format, ...) __attribute__((format(printf, 1, 2)));
-
-/// Formats at most 1023 bytes (the rest is cut) and writes them in one write. Returns the number of bytes written.
-int krFdPrintf(int fd, const char* format, ...) __attribute__((format(printf, 2, 3)));
 
 #endif

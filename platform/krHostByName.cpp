@@ -1,7 +1,7 @@
 // An object file of its own: a program that resolves no names does not get the resolver linked in.
-#include "platform/krFile.h"
+#include "platform/krNet.h"
 
-#include "platform/Uncancelled.h"
+#include "platform/internal/Uncancelled.h"
 
 #include <cstring>
 #include <netdb.h>

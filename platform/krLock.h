@@ -2,13 +2,10 @@
 #ifndef TEV_PLATFORM_KRLOCK_H
 #define TEV_PLATFORM_KRLOCK_H
 
+#include "platform/krError.h"
+
 constexpr int KR_WAIT_FOREVER = -1; ///< milliseconds: wait without limit
 constexpr int KR_NO_WAIT = 0;       ///< milliseconds: only try
-
-constexpr int KR_ERR_PRIORITY = 202;  ///< priority out of range
-constexpr int KR_ERR_TIMEOUT = 203;   ///< a timed wait ran out
-constexpr int KR_ERR_NO_MEMORY = 204; ///< no block for the object, or no free slot in it
-constexpr int KR_ERR_INVALID = 205;   ///< null handle, or the object is busy or being deleted
 
 // An object is the creator's until its destroy call, which sends away those who wait for it (they return -1 with
 // KR_ERR_INVALID) and returns after the last of them has left; nobody may come later, and whoever unlocks or gives must

@@ -1,10 +1,10 @@
 #include "platform/krLog.h"
 
-#include "platform/Diagnostic.h"
-#include "platform/Failure.h"
-#include "platform/Mutex.h"
-#include "platform/MutexOnce.h"
-#include "platform/Uncancelled.h"
+#include "platform/internal/Diagnostic.h"
+#include "platform/internal/Failure.h"
+#include "platform/internal/Mutex.h"
+#include "platform/internal/MutexOnce.h"
+#include "platform/internal/Uncancelled.h"
 #include "platform/krMem.h"
 
 #include <cstdio>

@@ -1,9 +1,9 @@
 #include "platform/krMem.h"
 
-#include "platform/Diagnostic.h"
-#include "platform/Mutex.h"
-#include "platform/Self.h"
-#include "platform/Uncancelled.h"
+#include "platform/internal/Diagnostic.h"
+#include "platform/internal/Mutex.h"
+#include "platform/internal/Self.h"
+#include "platform/internal/Uncancelled.h"
 
 #include <algorithm>
 #include <cerrno>

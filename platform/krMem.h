@@ -15,7 +15,7 @@
 #ifndef TEV_PLATFORM_KRMEM_H
 #define TEV_PLATFORM_KRMEM_H
 
-#include "platform/krTime.h"
+#include "platform/krThreadId.h"
 
 #include <atomic>
 #include <cstddef>

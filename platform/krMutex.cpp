@@ -1,8 +1,8 @@
 #include "platform/krLock.h"
 
-#include "platform/Diagnostic.h"
-#include "platform/Mutex.h"
-#include "platform/Uncancelled.h"
+#include "platform/internal/Diagnostic.h"
+#include "platform/internal/Mutex.h"
+#include "platform/internal/Uncancelled.h"
 #include "platform/krMem.h"
 
 #include <cerrno>

@@ -1,7 +1,7 @@
-#include "platform/krFile.h"
+#include "platform/krNet.h"
 
-#include "platform/Failure.h"
-#include "platform/krLock.h"
+#include "platform/internal/Failure.h"
+#include "platform/krError.h"
 
 #include <arpa/inet.h>
 #include <netinet/in.h>

@@ -1,7 +1,7 @@
-#include "platform/krFile.h"
+#include "platform/krPrint.h"
 
-#include "platform/Diagnostic.h"
-#include "platform/Uncancelled.h"
+#include "platform/internal/Diagnostic.h"
+#include "platform/internal/Uncancelled.h"
 
 #include <algorithm>
 #include <cstdarg>

@@ -1,9 +1,9 @@
 #include "platform/krLock.h"
 
-#include "platform/Cond.h"
-#include "platform/Diagnostic.h"
-#include "platform/Failure.h"
-#include "platform/Self.h"
+#include "platform/internal/Cond.h"
+#include "platform/internal/Diagnostic.h"
+#include "platform/internal/Failure.h"
+#include "platform/internal/Self.h"
 #include "platform/krMem.h"
 
 #include <algorithm>

@@ -1,7 +1,7 @@
 #include "platform/krLock.h"
 
-#include "platform/Failure.h"
-#include "platform/Wait.h"
+#include "platform/internal/Failure.h"
+#include "platform/internal/Wait.h"
 #include "platform/krMem.h"
 
 #include <new>

@@ -1,10 +1,10 @@
 #include "platform/krFile.h"
 
-#include "platform/Descriptor.h"
-#include "platform/Diagnostic.h"
-#include "platform/Failure.h"
-#include "platform/Uncancelled.h"
-#include "platform/krLock.h"
+#include "platform/internal/Descriptor.h"
+#include "platform/internal/Diagnostic.h"
+#include "platform/internal/Failure.h"
+#include "platform/internal/Uncancelled.h"
+#include "platform/krError.h"
 
 #include <cerrno>
 #include <cstdio>

@@ -1,11 +1,11 @@
 #include "platform/krThread.h"
 
-#include "platform/Diagnostic.h"
-#include "platform/Failure.h"
-#include "platform/LiveThreads.h"
-#include "platform/Self.h"
-#include "platform/Uncancelled.h"
-#include "platform/krLock.h"
+#include "platform/internal/Diagnostic.h"
+#include "platform/internal/Failure.h"
+#include "platform/internal/LiveThreads.h"
+#include "platform/internal/Self.h"
+#include "platform/internal/Uncancelled.h"
+#include "platform/krError.h"
 #include "platform/krMem.h"
 
 #include <algorithm>

@@ -20,7 +20,7 @@
 #ifndef TEV_PLATFORM_KRTHREAD_H
 #define TEV_PLATFORM_KRTHREAD_H
 
-#include "platform/krTime.h"
+#include "platform/krThreadId.h"
 
 #include <cstddef>
 #include <cstdint>

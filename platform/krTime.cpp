@@ -1,7 +1,7 @@
 #include "platform/krTime.h"
 
-#include "platform/Self.h"
-#include "platform/Uncancelled.h"
+#include "platform/internal/Self.h"
+#include "platform/internal/Uncancelled.h"
 
 #include <sched.h>
 #include <sys/select.h>

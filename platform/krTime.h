@@ -1,13 +1,10 @@
-// Wall-clock time, sleeping, and who the calling thread is. All calls are safe from any thread; none holds state.
+// Wall-clock time and sleeping. All calls are safe from any thread; none holds state.
 #ifndef TEV_PLATFORM_KRTIME_H
 #define TEV_PLATFORM_KRTIME_H
 
-#include <cstdint>
-#include <pthread.h>
+#include "platform/krThreadId.h"
 
-/// A thread is known by its POSIX handle, as wide as the machine makes it. KR_NO_THREAD (-1) means no thread.
-using KrThreadId = pthread_t;
-constexpr KrThreadId KR_NO_THREAD = static_cast<KrThreadId>(-1);
+#include <cstdint>
 
 /// Wall-clock time since the epoch, with the microsecond resolution of the system's clock.
 struct KrTime {
@@ -26,13 +23,7 @@ uint32_t krDiffTime(const KrTime& start, const KrTime& end);
 /// EINTR when a signal ended the sleep early and EINVAL for a negative time. A cancellation point.
 int krThreadSuspend(int milliseconds);
 
-/// Lets the CALLING thread sleep for one millisecond, whatever thread is named. Returns 0.
+/// Lets the CALLING thread sleep for one millisecond, for any thread id. Returns 0.
 int krThreadPause(KrThreadId tid);
-
-/// The calling thread's id.
-KrThreadId krThreadIdSelf();
-
-/// The empty string: names of threads are not kept. Never null; not to be released.
-const char* krThreadName(KrThreadId tid);
 
 #endif

@@ -2,7 +2,7 @@
 #ifndef TEV_TRIAL_TRACE_H
 #define TEV_TRIAL_TRACE_H
 
-#include "platform/Descriptor.h"
+#include "platform/internal/Descriptor.h"
 
 #include <string>
 #include <vector>

@@ -1,7 +1,7 @@
 // Threads that are cancelled at any moment.
 #include "platform/CKrProperty.h"
 #include "platform/CKrThread.h"
-#include "platform/Uncancelled.h"
+#include "platform/internal/Uncancelled.h"
 #include "platform/krMem.h"
 #include "tests/Elsewhere.h"
 #include "tests/Scratch.h"

@@ -1,6 +1,6 @@
 #include "platform/krFile.h"
 
-#include "platform/shellQuote.h"
+#include "platform/internal/shellQuote.h"
 #include "tests/Elsewhere.h"
 #include "tests/Scratch.h"
 

@@ -1,6 +1,6 @@
 #include "platform/krLog.h"
 
-#include "platform/Uncancelled.h"
+#include "platform/internal/Uncancelled.h"
 #include "tests/Elsewhere.h"
 
 using std::string;

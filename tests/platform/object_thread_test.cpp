@@ -1,7 +1,7 @@
 #include "tests/Elsewhere.h"
 
 #include "platform/CKrThread.h"
-#include "platform/Uncancelled.h"
+#include "platform/internal/Uncancelled.h"
 
 #include <memory>
 

@@ -1,7 +1,7 @@
 #include "tests/Elsewhere.h"
 
-#include "platform/Diagnostic.h"
-#include "platform/Uncancelled.h"
+#include "platform/internal/Diagnostic.h"
+#include "platform/internal/Uncancelled.h"
 #include "platform/krMem.h"
 
 #include <climits>

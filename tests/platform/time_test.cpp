@@ -1,6 +1,6 @@
 #include "tests/Elsewhere.h"
 
-#include "platform/Diagnostic.h"
+#include "platform/internal/Diagnostic.h"
 
 #include <csignal>
 #include <cstdlib>

@@ -2,7 +2,7 @@
 #ifndef TEV_PLATFORM_DESCRIPTOR_H
 #define TEV_PLATFORM_DESCRIPTOR_H
 
-#include "platform/Uncancelled.h"
+#include "platform/internal/Uncancelled.h"
 
 #include <cstdio>
 #include <fcntl.h>

@@ -2,7 +2,9 @@
 #ifndef TEV_PLATFORM_SELF_H
 #define TEV_PLATFORM_SELF_H
 
-#include "platform/krTime.h"
+#include "platform/krThreadId.h"
+
+#include <cstdint>
 
 namespace kr {
 

@@ -15,7 +15,7 @@
 #ifndef TEV_PLATFORM_CANCELANYWHERE_H
 #define TEV_PLATFORM_CANCELANYWHERE_H
 
-#include "platform/krTime.h"
+#include "platform/krThreadId.h"
 
 #include <csetjmp>
 #include <pthread.h>

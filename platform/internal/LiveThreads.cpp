@@ -1,9 +1,9 @@
-#include "platform/LiveThreads.h"
+#include "platform/internal/LiveThreads.h"
 
-#include "platform/Descriptor.h"
-#include "platform/Failure.h"
-#include "platform/Self.h"
-#include "platform/Uncancelled.h"
+#include "platform/internal/Descriptor.h"
+#include "platform/internal/Failure.h"
+#include "platform/internal/Self.h"
+#include "platform/internal/Uncancelled.h"
 #include "platform/krThread.h"
 
 #include <algorithm>

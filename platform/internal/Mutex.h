@@ -2,9 +2,9 @@
 #ifndef TEV_PLATFORM_MUTEX_H
 #define TEV_PLATFORM_MUTEX_H
 
-#include "platform/Failure.h"
-#include "platform/Self.h"
-#include "platform/Wait.h"
+#include "platform/internal/Failure.h"
+#include "platform/internal/Self.h"
+#include "platform/internal/Wait.h"
 #include "platform/krLock.h"
 
 #include <atomic>

@@ -1,4 +1,4 @@
-#include "platform/shellQuote.h"
+#include "platform/internal/shellQuote.h"
 
 #include <cstring>
 

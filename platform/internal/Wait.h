@@ -13,8 +13,8 @@
 #ifndef TEV_PLATFORM_WAIT_H
 #define TEV_PLATFORM_WAIT_H
 
-#include "platform/Failure.h"
-#include "platform/Uncancelled.h"
+#include "platform/internal/Failure.h"
+#include "platform/internal/Uncancelled.h"
 #include "platform/krLock.h"
 
 #include <algorithm>

@@ -2,10 +2,10 @@
 #ifndef TEV_PLATFORM_COND_H
 #define TEV_PLATFORM_COND_H
 
-#include "platform/Failure.h"
-#include "platform/Mutex.h"
-#include "platform/Uncancelled.h"
-#include "platform/Wait.h"
+#include "platform/internal/Failure.h"
+#include "platform/internal/Mutex.h"
+#include "platform/internal/Uncancelled.h"
+#include "platform/internal/Wait.h"
 
 #include <atomic>
 #include <cerrno>

@@ -1,7 +1,7 @@
-#include "platform/Diagnostic.h"
+#include "platform/internal/Diagnostic.h"
 
-#include "platform/Self.h"
-#include "platform/Uncancelled.h"
+#include "platform/internal/Self.h"
+#include "platform/internal/Uncancelled.h"
 
 #include <cerrno>
 #include <cstdlib>

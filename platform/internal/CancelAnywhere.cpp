@@ -1,6 +1,6 @@
-#include "platform/CancelAnywhere.h"
+#include "platform/internal/CancelAnywhere.h"
 
-#include "platform/Uncancelled.h"
+#include "platform/internal/Uncancelled.h"
 
 #include <cerrno>
 #include <csignal>

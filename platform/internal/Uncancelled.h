@@ -15,7 +15,8 @@
 #ifndef TEV_PLATFORM_UNCANCELLED_H
 #define TEV_PLATFORM_UNCANCELLED_H
 
-#include "platform/CancelAnywhere.h"
+#include "platform/internal/CancelAnywhere.h"
+#include "platform/krTime.h"
 
 #include <cstddef>
 #include <pthread.h>
