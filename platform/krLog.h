@@ -10,7 +10,8 @@
 // nothing. A handle is valid until krLogReset.
 //
 // All calls are safe from any thread, also from one that may be cancelled: the cancellation waits until the call is
-// through. Changes to the tree and to printers hold g_listMutex and, for a printer list, also its logger's mutex, taken
+// through, but takes effect while a message waits for the printers of another one, and while the console takes nothing.
+// Changes to the tree and to printers hold g_listMutex and, for a printer list, also its logger's mutex, taken
 // in this order. A message holds only its logger's mutex, also while the printers run. So a printer must not log
 // through the logger that calls it, nor create loggers or change or list printers; it may look up other, existing
 // loggers (that takes no lock) and log through them.
@@ -104,7 +105,8 @@ void krLogDeletePrinter(KrLogger* logger, const KrLogPrinter* key);
 int krLogGetLoggerCount();
 const char* krLogGetLoggerName(int index);
 
-/// Prints all loggers, newest first, each with its printers on one line, to standard output.
+/// Prints all loggers, newest first, each with its printers on one line, to standard output. Without memory for the text
+/// it is cut or missing.
 void krLogList();
 
 /// Releases all loggers and printers. No other thread may be using a logger, and no handle is valid afterwards.
