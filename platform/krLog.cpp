@@ -35,7 +35,9 @@ namespace {
 
 constexpr char source[] = "common/krLog";
 
-/// Where the calls lock, as the reports of long waits name it.
+/// Where the calls lock, as the reports of long waits name it. The numbers are part of the reports' text: they never
+/// change, wherever the calls are in this file. Calls without a number of their own have 0.
+constexpr int noLine = 0;
 constexpr int lineOfGetLogger = 257;
 constexpr int lineOfSetPrinterLevel = 571;
 constexpr int lineOfSetContextPrinterLevel = 606;
@@ -144,7 +146,7 @@ void removePrinter(KrLogger* top, const KrLogPrinter& key) {
 
 int printerLevel(const KrLogger* logger, const KrLogPrinter& key) {
   if (logger == nullptr) return -1;
-  return withList(__LINE__, __func__, [&] {
+  return withList(noLine, __func__, [&] {
     const KrLogPrinter* const found = *linkTo(const_cast<KrLogger*>(logger), key);
     return found != nullptr ? found->level : -1;
   });
@@ -329,7 +331,7 @@ const char* krLogGetFormatter(const KrLogger* logger) { return logger != nullptr
 
 void krLogSetFormatter(KrLogger* logger, const char* text) {
   if (logger == nullptr) return;
-  withList(__LINE__, __func__, [=] {
+  withList(noLine, __func__, [=] {
     store(logger->formatter, cut(text));
     return 0;
   });
@@ -386,7 +388,7 @@ void krLogDeletePrinter(KrLogger* logger, const KrLogPrinter* key) {
 }
 
 int krLogGetLoggerCount() {
-  return withList(__LINE__, __func__, [] {
+  return withList(noLine, __func__, [] {
     int count = 0;
     for (const KrLogger* logger = g_loggers; logger != nullptr; logger = logger->next)
       ++count;
@@ -395,7 +397,7 @@ int krLogGetLoggerCount() {
 }
 
 const char* krLogGetLoggerName(int index) {
-  const KrLogger* const found = withList(__LINE__, __func__, [index] {
+  const KrLogger* const found = withList(noLine, __func__, [index] {
     const KrLogger* logger = index >= 0 ? g_loggers : nullptr;
     for (int i = 0; i < index && logger != nullptr; ++i)
       logger = logger->next;
@@ -406,14 +408,14 @@ const char* krLogGetLoggerName(int index) {
 
 void krLogList() {
   kr::uncancelled([](int cancelState) {
-    const Listing listing(withList(__LINE__, __func__, listAll));
+    const Listing listing(withList(noLine, __func__, listAll));
     // The console may not take it for long.
     if (listing != nullptr) kr::say(cancelState, stdout, "%s", listing.get());
   });
 }
 
 void krLogReset() {
-  withList(__LINE__, __func__, [] {
+  withList(noLine, __func__, [] {
     for (auto& bucket : buckets)
       bucket.store(nullptr, std::memory_order_relaxed);
     while (g_loggers != nullptr) {

@@ -150,9 +150,23 @@ private:
   char _text[512];
 };
 
+/// Where the calls lock the heap, as the reports of long waits name it. The numbers are part of the reports' text: they
+/// never change, wherever the calls are in this file.
+struct LockPlace {
+  int line;
+  const char* function;
+};
+constexpr LockPlace initHeapPlace{95, "krMemInitHeap"};
+constexpr LockPlace enableWatchPlace{151, "krMemEnableWatch"};
+constexpr LockPlace setDebugPlace{171, "krMemSetDebug"};
+constexpr LockPlace getDebugPlace{185, "krMemGetDebug"};
+constexpr LockPlace mallocByHeapPlace{292, "krMallocByHeap"};
+constexpr LockPlace freeByHeapPlace{446, "krFreeByHeap"};
+constexpr LockPlace reallocByHeapPlace{540, "krReallocByHeap"};
+
 class HeapHeld : public kr::Held {
 public:
-  HeapHeld(KrHeap* heap, int line, const char* function) : kr::Held(heap->mutex, source, line, function) {}
+  HeapHeld(KrHeap* heap, const LockPlace& place) : kr::Held(heap->mutex, source, place.line, place.function) {}
 };
 
 KrHeap* makeHeap() {
@@ -165,7 +179,7 @@ KrHeap* makeHeap() {
     return nullptr;
   }
   heap->mutex = mutex;
-  const HeapHeld held(heap, 95, "krMemInitHeap");
+  const HeapHeld held(heap, initHeapPlace);
   std::copy(std::begin(classSizes), std::end(classSizes), heap->classSizes);
   heap->classCount = KR_MEM_CLASSES;
   heap->highestSlot = -1;
@@ -304,7 +318,7 @@ void reportMisuse(Header* header, Kind kind, Report& report) {
 }
 
 void release(KrHeap* heap, void* block, Report& report) {
-  const HeapHeld held(heap, 446, "krFreeByHeap");
+  const HeapHeld held(heap, freeByHeapPlace);
   if (block == nullptr) return report.add("krFree(NULL) - Task=%s\n", ownName());
   Header* const header = headerOf(block);
   switch (const Kind kind = kindOf(block)) {
@@ -323,7 +337,7 @@ void* reallocate(KrHeap* heap, void* block, size_t size, Report& report) {
   Kind kind = Kind::foreign;
   void* moved = nullptr;
   {
-    const HeapHeld held(heap, 540, "krReallocByHeap");
+    const HeapHeld held(heap, reallocByHeapPlace);
     kind = kindOf(block);
     size_t kept = 0;
     if (kind == Kind::pooled) {
@@ -364,7 +378,7 @@ void* reporting(int cancelState, Call call) {
 
 void* allocateReporting(KrHeap* heap, size_t size, int cancelState) {
   return reporting(cancelState, [=](Report& report) {
-    const HeapHeld held(heap, 292, "krMallocByHeap");
+    const HeapHeld held(heap, mallocByHeapPlace);
     if (size == 0) report.add("krMallocByHeap - Zero alloc (Task=%s)\n", ownName());
     return allocate(heap, size, report);
   });
@@ -427,7 +441,7 @@ size_t krMemGetMaxSize() { return classSizes[KR_MEM_CLASSES - 1]; }
 int krMemGetDebug() {
   return kr::uncancelledIfAsynchronous([] {
     if (unmanaged()) return 0;
-    const HeapHeld held(g_heap, 185, "krMemGetDebug");
+    const HeapHeld held(g_heap, getDebugPlace);
     return g_heap->debug;
   });
 }
@@ -435,7 +449,7 @@ int krMemGetDebug() {
 void krMemSetDebug(int flag) {
   kr::uncancelledIfAsynchronous([flag] {
     if (unmanaged()) return;
-    const HeapHeld held(g_heap, 171, "krMemSetDebug");
+    const HeapHeld held(g_heap, setDebugPlace);
     g_heap->debug = flag;
   });
 }
@@ -443,7 +457,7 @@ void krMemSetDebug(int flag) {
 void krMemEnableWatch() {
   kr::uncancelledIfAsynchronous([] {
     if (unmanaged()) return;
-    const HeapHeld held(g_heap, 151, "krMemEnableWatch");
+    const HeapHeld held(g_heap, enableWatchPlace);
     if (g_heap->watch != 0) return;
     g_heap->watch = 1;
     g_heap->highestSlot = -1;

@@ -91,7 +91,7 @@ int waitToEnter(KrReadWrite* lock, const Seeker& seeker, int cancelState, MayEnt
     if (mayEnter()) break;
     // The guard lives as long as there are callers, so that waiting and locking it again succeed.
     (void)kr::condWait(lock->*seeker.turn, lock->guard, cancelState, [=] {
-      (void)lockGuard(lock, 122, "krCondWait", PTHREAD_CANCEL_DISABLE);
+      (void)lockGuard(lock, kr::condWaitLine, "krCondWait", PTHREAD_CANCEL_DISABLE);
       leave();
     });
     if (rounds % reportRounds == 0) reportExcessiveWait(lock, seeker);
@@ -120,7 +120,7 @@ int leaveWith(KrReadWrite* lock, int error) {
 bool makeParts(KrReadWrite* lock) {
   lock->guard = krMutexCreate();
   if (lock->guard == nullptr) return false;
-  (void)lockGuard(lock, 182, "krReadWriteCreate", PTHREAD_CANCEL_DISABLE);
+  (void)lockGuard(lock, kr::readWriteCreateLine, "krReadWriteCreate", PTHREAD_CANCEL_DISABLE);
   lock->writersTurn = krCondCreate();
   lock->readersTurn = lock->writersTurn != nullptr ? krCondCreate() : nullptr;
   (void)krMutexUnlock(lock->guard);
@@ -143,7 +143,7 @@ KrReadWrite* krReadWriteCreate() {
 }
 
 int krWriteLockDebug(KrReadWrite* lock, const char* file, int line, const char* function) {
-  return guarded(lock, 452, "krWriteLockDebug", [=](int cancelState) {
+  return guarded(lock, kr::writeLockLine, "krWriteLockDebug", [=](int cancelState) {
     const KrThreadId self = kr::self();
     if (lock->writer != self) {
       const Seeker seeker{"krWriteLock", "writeLock", &KrReadWrite::writersTurn, file, line, function};
@@ -161,7 +161,7 @@ int krWriteLockDebug(KrReadWrite* lock, const char* file, int line, const char* 
 }
 
 int krReadLockDebug(KrReadWrite* lock, const char* file, int line, const char* function) {
-  return guarded(lock, 318, "krReadLockDebug", [=](int cancelState) {
+  return guarded(lock, kr::readLockLine, "krReadLockDebug", [=](int cancelState) {
     const KrThreadId self = kr::self();
     Reader* slot = slotOf(lock, self);
     if (slot == nullptr) {
@@ -183,7 +183,7 @@ int krReadLockDebug(KrReadWrite* lock, const char* file, int line, const char* f
 }
 
 int krWriteUnlock(KrReadWrite* lock) {
-  return guarded(lock, 271, "krWriteUnlock", [=](int) {
+  return guarded(lock, kr::writeUnlockLine, "krWriteUnlock", [=](int) {
     if (lock->writer != kr::self()) return leaveWith(lock, EPERM);
     if (--lock->writerCount == 0) {
       lock->writer = 0;
@@ -195,7 +195,7 @@ int krWriteUnlock(KrReadWrite* lock) {
 }
 
 int krReadUnlock(KrReadWrite* lock) {
-  return guarded(lock, 234, "krReadUnlock", [=](int) {
+  return guarded(lock, kr::readUnlockLine, "krReadUnlock", [=](int) {
     Reader* const slot = slotOf(lock, kr::self());
     if (slot == nullptr) return leaveWith(lock, EPERM);
     if (--slot->count == 0) {

@@ -21,8 +21,11 @@ static_assert(sizeof(KrCond) == (1 + KR_COND_WAITERS) * sizeof(KrThreadId));
 
 namespace kr {
 
-/// The source name of the library's own lock calls.
-constexpr char commonSource[] = "linux/../common/kr";
+/// Where the library's own calls lock, as the reports of long waits name it. Name and numbers are part of the reports'
+/// text: they never change, wherever the calls are.
+inline constexpr char commonSource[] = "linux/../common/kr";
+constexpr int condWaitLine = 122, readWriteCreateLine = 182, readUnlockLine = 234, writeUnlockLine = 271,
+              readLockLine = 318, writeLockLine = 452;
 
 /// krCondWait for callers that have cancellation disabled: blocks in `cancelState`. A thread cancelled meanwhile does
 /// not hold the mutex, and does `undo`.
@@ -39,7 +42,7 @@ int condWait(KrCond* cond, KrMutex* mutex, int cancelState, Undo undo) {
   if (krMutexUnlock(mutex) != 0) return -1;
   OnCancel onCancel{undo};
   pollPause(cancelState);
-  const int result = lockMutex(mutex, {commonSource, 122, "krCondWait", ""}, cancelState);
+  const int result = lockMutex(mutex, {commonSource, condWaitLine, "krCondWait", ""}, cancelState);
   onCancel.armed = false;
   return result;
 }
