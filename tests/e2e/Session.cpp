@@ -1,93 +1,111 @@
 #include "tests/e2e/Session.h"
 
+#include "sim/Quoting.h"
 #include "tests/Contents.h"
 #include "trial/Child.h"
 #include "trial/ThreadLines.h"
 
-#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
+#include <set>
+#include <sstream>
 #include <stdexcept>
-#include <unistd.h>
 
 namespace {
 
 using Streams = trial::Child::Streams;
+
+const std::string prompt = "tev-cli> ";
 
 std::string environmentOr(const char* name, const char* otherwise) {
   const char* value = std::getenv(name);
   return value != nullptr ? value : otherwise;
 }
 
-std::string unescaped(const std::string& line) {
-  std::string text;
-  for (size_t i = 0; i < line.size(); ++i) {
-    if (line[i] != '\\') {
-      text += line[i];
-    } else if (++i == line.size()) {
-      return text; // no newline here
-    } else if (line[i] == 'x') {
-      text += static_cast<char>(std::stoi(line.substr(i + 1, 2), nullptr, 16));
-      i += 2;
-    } else {
-      const char code = line[i];
-      text += code == 't' ? '\t' : code == 'r' ? '\r' : code == '0' ? '\0' : code;
+std::string tevSim() { return environmentOr("TEV_SIM", TEV_SIM_PATH); }
+
+std::string contentOf(const std::string& line) {
+  if (const auto whole = sim::unescaped(line)) return *whole + '\n';
+  return sim::unescaped(line.substr(0, line.size() - 1)).value(); // without the backslash at its end
+}
+
+/// Adds a line with a sign in front. `section` is where those with a | belong; empty after a typed line.
+void addContent(Session& session, const std::string& line, std::string& section) {
+  const std::string text = section == "rows" ? line.substr(1) + '\n' : contentOf(line.substr(1));
+  std::string& out = session["out"];
+  if (line[0] == '>') {
+    session["input"] += text;
+    out += out.empty() ? prompt + prompt : prompt;
+    section = "";
+  } else if (line[0] == '|' && section.empty()) {
+    out.insert(out.size() - prompt.size(), text);
+  } else {
+    session[line[0] == '|' ? section : line[0] == '!' ? "err" : "board"] += text;
+  }
+}
+
+/// The session once for each of its rows.
+std::vector<Session> expanded(const Session& session) {
+  if (session.count("rows") == 0) return {session};
+  std::vector<Session> all;
+  std::istringstream rows(session.at("rows"));
+  std::string header, row, name, cell;
+  for (std::getline(rows, header); std::getline(rows, row);) {
+    all.push_back(session);
+    std::istringstream names(header), cells(row);
+    while (std::getline(names >> std::ws, name, ';') && std::getline(cells >> std::ws, cell, ';')) {
+      const std::string place = '{' + name + '}', value = sim::unescaped(cell).value();
+      for (auto& [key, text] : all.back())
+        for (size_t at = 0; (at = text.find(place, at)) != text.npos; at += value.size())
+          text.replace(at, place.size(), value);
     }
   }
-  return text + '\n';
+  return all;
 }
 
 } // namespace
 
 std::vector<Session> readSessions(const std::string& path) {
-  std::ifstream in(path);
-  std::vector<Session> sessions;
+  static const std::set<std::string> keys = {"session", "command", "status", "rows", "input", "out", "err", "board"};
+  std::istringstream in(contents(path));
+  std::vector<Session> read(1), sessions;
   std::string line, section;
   for (int number = 1; std::getline(in, line); ++number) {
-    const size_t colon = line.find(':');
-    const std::string key = line.substr(0, colon);
-    const std::string value = line.substr(std::min(line.size(), line.find_first_not_of(' ', colon + 1)));
     if (line.empty() || line[0] == '#') continue;
-    if (key == "session") {
-      sessions.push_back({value, "", "", 0, {}});
-    } else if (sessions.empty()) {
-      throw std::runtime_error(path + ": no session before line " + std::to_string(number));
-    } else if (line[0] == '|' && !section.empty()) {
-      sessions.back().sections[section] += unescaped(line.substr(1));
+    const size_t colon = std::min(line.find(':'), line.size() - 1);
+    const std::string key = line.substr(0, colon), value = line.substr(std::min(line.size(), colon + 2));
+    if (key == "session") read.push_back(read[0]);
+    if (std::string(">|!*").find(line[0]) != std::string::npos) {
+      addContent(read.back(), line, section);
     } else if (key == "options") {
-      sessions.back().options += value + ' ';
-    } else if (key == "command") {
-      sessions.back().command = value;
-    } else if (key == "status") {
-      sessions.back().status = std::stoi(value);
+      read.back()[key] += value + ' ';
     } else if (key == "input-file") {
-      sessions.back().sections["input"] = contents(std::string(TEV_SOURCE_PATH "/") + value);
-    } else if (key == "input" || key == "out" || key == "err" || key == "board") {
-      section = key;
-      sessions.back().sections[section] += "";
+      read.back()["input"] = contents(TEV_SOURCE_PATH "/" + value);
+    } else if (keys.count(key) != 0) {
+      read.back()[section = key] = value;
     } else {
       throw std::runtime_error(path + ": line " + std::to_string(number) + " says nothing known: " + line);
     }
   }
+  for (size_t i = 1; i < read.size(); ++i)
+    for (const Session& session : expanded(read[i]))
+      sessions.push_back(session);
   return sessions;
 }
 
-Outcome play(const Session& session) {
-  static const std::string sim = environmentOr("TEV_SIM", TEV_SIM_PATH);
-  static const std::string cli = environmentOr("TEV_CLI", TEV_CLI_PATH);
+Outcome play(Session session) {
   char dir[] = "/tmp/tev-session.XXXXXX";
   if (mkdtemp(dir) == nullptr) throw std::runtime_error("no directory for the session");
-  const std::string base = dir;
-  const auto input = session.sections.find("input");
-  std::ofstream(base + "/in") << (input != session.sections.end() ? input->second : "");
+  const std::string base = dir, cli = environmentOr("TEV_CLI", TEV_CLI_PATH);
+  std::ofstream(base + "/in") << session["input"];
   (void)setenv("TEV_CLI", cli.c_str(), 1);
   (void)setenv("TEV_PUT_SN", TEV_PUT_SN_PATH, 0);
 
   Outcome outcome;
-  const std::string line = "exec timeout 60 " + sim + " --private-tmp --frozen --log " + base + "/board " +
-                           session.options + "-- " + (session.command.empty() ? cli : session.command) + " < " + base +
-                           "/in > " + base + "/out 2> " + base + "/err";
+  const std::string command = session["command"].empty() ? cli : session["command"];
+  const std::string line = "exec timeout 60 " + tevSim() + " --private-tmp --frozen --log " + base + "/board " +
+                           session["options"] + "-- " + command + " < " + base + "/in > " + base + "/out 2> " + base +
+                           "/err";
   outcome.status = trial::Child({"sh", "-c", line}, Streams::none).wait();
   outcome.out = trial::withoutThreadLines(contents(base + "/out"));
   outcome.err = trial::withoutThreadLines(contents(base + "/err"));
@@ -96,8 +114,8 @@ Outcome play(const Session& session) {
   return outcome;
 }
 
-std::string whyNotPlayable() {
-  trial::Child probe({"sh", "-c", environmentOr("TEV_SIM", TEV_SIM_PATH) + " --probe"}, Streams::output);
+std::string whyNotPlayable(Session session) {
+  trial::Child probe({"sh", "-c", tevSim() + " --probe " + session["options"]}, Streams::output);
   const std::string reason = probe.readTo();
   return probe.wait() == 0 ? "" : "no stand-in appliance here: " + reason;
 }

@@ -16,21 +16,21 @@ namespace {
 
 bool writeTo(const char* path, const std::string& text) { return !(std::ofstream(path) << text << std::flush).fail(); }
 
+bool mapIdsToRoot(uid_t user, gid_t group) {
+  return writeTo("/proc/self/setgroups", "deny") && writeTo("/proc/self/uid_map", "0 " + std::to_string(user) + " 1") &&
+         writeTo("/proc/self/gid_map", "0 " + std::to_string(group) + " 1");
+}
+
 // Empty, or what the machine refuses.
 std::string enterNamespaces() {
-  const auto user = geteuid();
-  const auto group = getegid();
-  if (unshare(CLONE_NEWIPC | CLONE_NEWNS | (user != 0 ? CLONE_NEWUSER : 0)) != 0)
-    return std::string("no namespaces: ") + std::strerror(errno);
-  if (user != 0 &&
-      !(writeTo("/proc/self/setgroups", "deny") && writeTo("/proc/self/uid_map", "0 " + std::to_string(user) + " 1") &&
-        writeTo("/proc/self/gid_map", "0 " + std::to_string(group) + " 1")))
-    return "no user namespace";
-  if (mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+  const uid_t user = geteuid();
+  const gid_t group = getegid();
+  const int kinds = CLONE_NEWIPC | CLONE_NEWNS | (user != 0 ? CLONE_NEWUSER : 0);
+  if (unshare(kinds) != 0 || (user != 0 && !mapIdsToRoot(user, group)) ||
+      mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
       mount("tmp", "/tmp", "tmpfs", MS_NOSUID, nullptr) != 0)
-    return std::string("no mounts: ") + std::strerror(errno);
-  // Uses up the queue id 0, which stands for no task.
-  if (msgget(IPC_PRIVATE, 0600) < 0) return std::string("no queue: ") + std::strerror(errno);
+    return std::string("no namespaces: ") + std::strerror(errno);
+  (void)msgget(IPC_PRIVATE, 0600); // uses up the queue id 0, which stands for no task
   return "";
 }
 
