@@ -99,6 +99,7 @@ Outcome play(Session session) {
   const std::string base = dir, cli = environmentOr("TEV_CLI", TEV_CLI_PATH);
   std::ofstream(base + "/in") << session["input"];
   (void)setenv("TEV_CLI", cli.c_str(), 1);
+  (void)setenv("TEV_SIM", tevSim().c_str(), 1);
   (void)setenv("TEV_PUT_SN", TEV_PUT_SN_PATH, 0);
 
   Outcome outcome;

@@ -119,6 +119,9 @@ TEST_F(Endpoint, HasAQueueAPipeAndAPlaceInTheTables) {
   auto* other = new CommObj("a name of thirty characters ok");
   EXPECT_EQ(msgget(153191, 0), cli->GetMsgQId());
   EXPECT_EQ(msgget(153192, 0), other->GetMsgQId());
+  struct msqid_ds queue;
+  ASSERT_EQ(msgctl(cli->GetMsgQId(), IPC_STAT, &queue), 0);
+  EXPECT_EQ(queue.msg_perm.mode & 0777, 0660);
   const std::string id = std::to_string(cli->GetTaskId()), otherId = std::to_string(other->GetTaskId());
   EXPECT_EQ(cli->GetPipeName(), "/tmp/tCliAppTask." + id);
   EXPECT_EQ(trace(), "Creating Task: tCliAppTask(" + id + ") with msgqid: " + id +
@@ -146,8 +149,10 @@ TEST_F(Endpoint, HasAQueueAPipeAndAPlaceInTheTables) {
     EXPECT_EQ(ProxyCommObj(name).Tid(), tid) << name;
 
   const unsigned long taskId = cli->GetTaskId();
+  const std::string pipeName = cli->GetPipeName();
   CommObj::StopAll();
   EXPECT_EQ(CommObj::TaskId2CommObj(taskId), nullptr);
+  EXPECT_EQ(access(pipeName.c_str(), F_OK), -1);
 }
 
 TEST_F(Endpoint, WithoutAQueueIsNoTask) {

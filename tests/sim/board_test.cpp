@@ -64,49 +64,9 @@ private:
   std::unique_ptr<Board> _board;
 };
 
-TEST_F(BoardTest, EachWriteIsLoggedAndActsOnTheModel) {
-  const struct {
-    std::string path, bytes;
-    ssize_t result;
-    std::string textAfter, logged;
-  } cases[] = {
-      {CHIP + "setpoint", "29", 2, "29\n", "write $ \"29\"\nalert on\n"},
-      {CHIP + "setpoint", "4\0"s, 2, "4\n", "write $ \"4\\0\"\n"},
-      {CHIP + "setpoint", "-6", 2, "-6\n", "write $ \"-6\"\n"},
-      {CHIP + "setpoint", "50\n", 3, "50\n", "write $ \"50\\n\"\nalert off\n"},
-      {CHIP + "setpoint", "x", -EINVAL, "50\n", "write $ \"x\" -> EINVAL\n"},
-      {CHIP + "setpoint", "", -EINVAL, "50\n", "write $ \"\" -> EINVAL\n"},
-      {CHIP + "speed", "100", 3, "63\n", "write $ \"100\"\n"},
-      {CHIP + "speed", "99999999999999999999", 20, "63\n", "write $ \"99999999999999999999\"\n"},
-      {CHIP + "temperature", "1", -EACCES, "36\n", "write $ \"1\" -> EACCES\n"},
-      {"/sys/class/gpio/gpio26/value", "1", 1, "1\n", "write $ \"1\"\n"},
-      {"/sys/class/gpio/gpio26/value", "2", -EINVAL, "1\n", "write $ \"2\" -> EINVAL\n"},
-      {SMI, "write vlan 1 1 4 1", 18, "0x05 0x00\n", "write $ \"write vlan 1 1 4 1\"\n"},
-      {SMI, "write 0x05 0x80", 15, "0x05 0x80\n", "write $ \"write 0x05 0x80\"\nvlan mode on\n"},
-      {SMI, "write 0x05 0x81", 15, "0x05 0x81\n", "write $ \"write 0x05 0x81\"\n"},
-      {SMI, "write 0x06 0x00", 15, "0x05 0x81\n", "write $ \"write 0x06 0x00\"\n"},
-      {SMI, "write vlan 1 1 4 1write 0x05 0x00", 33, "0x05 0x00\n",
-       "write $ \"write vlan 1 1 4 1write 0x05 0x00\"\nvlan mode off\n"},
-      {SMI, "write 0x100 0x80", -EINVAL, "0x05 0x00\n", "write $ \"write 0x100 0x80\" -> EINVAL\n"},
-      {SMI, "reset", -EINVAL, "0x05 0x00\n", "write $ \"reset\" -> EINVAL\n"},
-  };
-  for (const auto& c : cases) {
-    EXPECT_EQ(write(c.path, c.bytes), c.result) << c.logged;
-    EXPECT_EQ(text(c.path), c.textAfter);
-    std::string expected = c.logged;
-    expected.replace(expected.find('$'), 1, c.path);
-    EXPECT_EQ(log(), expected);
-  }
-  const std::string page(5000, '1');
-  EXPECT_EQ(write(CHIP + "speed", page), 4096) << "sysfs takes a page at most";
-}
-
-TEST_F(BoardTest, FanMovesTheTachometerWhileTheTemperatureIsFrozen) {
+TEST_F(BoardTest, TimeChangesNothingWhenFrozen) {
   const std::string before = text(CHIP + "temperature");
-  write(CHIP + "speed", "30");
-  EXPECT_EQ(text(CHIP + "tachcount_lsb") + text(CHIP + "tachcount_msb"), "bf\n03\n"); // 959, that is 3000 a minute
   write(CHIP + "speed", "0");
-  EXPECT_EQ(text(CHIP + "tachcount_lsb") + text(CHIP + "tachcount_msb"), "00\n00\n");
   board().advance(3600);
   EXPECT_EQ(text(CHIP + "temperature"), before);
 }
@@ -123,59 +83,6 @@ TEST_F(BoardTest, AlertComesAndGoesWithTheTemperature) {
   board().advance(3600);
   EXPECT_EQ(log(), "alert off\n");
   EXPECT_EQ(text(ALERT), "1\n");
-}
-
-TEST_F(BoardTest, EepromIsWrittenInPlace) {
-  EXPECT_EQ(write(eepromNode, "AB\0"s, 8), 3);
-  EXPECT_EQ(log(), "write /sys/bus/i2c/devices/1-0050/eeprom @8 \"AB\\0\"\n");
-  std::string expected = eeprom::factoryContents();
-  expected.replace(8, 3, "AB\0"s);
-  EXPECT_EQ(text(eepromNode), expected);
-  EXPECT_EQ(write(eepromNode, "xyz", 254), 2) << "the chip ends there";
-  EXPECT_EQ(write(eepromNode, "x", 256), -EFBIG);
-  EXPECT_EQ(text(eepromNode).size(), eeprom::size);
-  EXPECT_EQ(board().read(index(eepromNode), 254, 100), "xy");
-  EXPECT_EQ(board().read(index(eepromNode), 300, 1), "");
-}
-
-TEST_F(BoardTest, FirstTextsCountForTheModelAndStandUntilItChanges) {
-  _setup.faults.firstTexts = {{CHIP + "setpoint", "29"}, {CHIP + "temperature", "warm"}, {CHIP + "tachcount_lsb", "x"}};
-  EXPECT_EQ(text(CHIP + "setpoint"), "29");
-  EXPECT_EQ(text(CHIP + "temperature"), "warm");
-  EXPECT_EQ(text(ALERT), "0\n");
-  EXPECT_EQ(log(), "") << "nothing has happened yet";
-  write(CHIP + "setpoint", "29");
-  EXPECT_EQ(text(CHIP + "setpoint"), "29\n") << "now it is the driver's text";
-  EXPECT_EQ(text(CHIP + "tachcount_lsb"), "x");
-  write(CHIP + "speed", "16");
-  EXPECT_EQ(text(CHIP + "tachcount_lsb"), "06\n");
-}
-
-TEST_F(BoardTest, Faults) {
-  _setup.faults.missing = {SMI, std::string(toolDirectory) + toolNames[0]};
-  _setup.faults.readOnly = {CHIP + "setpoint"};
-  _setup.faults.failWrite = {CHIP + "speed"};
-  _setup.faults.tools = {{toolNames[0], ToolFault::fail}, {toolNames[1], ToolFault::silent}};
-  _setup.logReads = true;
-  EXPECT_THROW(index(SMI), std::out_of_range);
-  EXPECT_EQ(boardPaths().size(), board().nodes().size() + 1 + toolNames.size());
-  EXPECT_EQ(board().open(index(CHIP + "setpoint"), O_RDWR), EACCES);
-  EXPECT_EQ(board().open(index(CHIP + "setpoint"), O_RDONLY), 0);
-  EXPECT_EQ(board().open(index(ALERT), O_WRONLY | O_TRUNC), EACCES);
-  EXPECT_EQ(board().open(index(CHIP + "speed"), O_WRONLY | O_TRUNC), 0);
-  EXPECT_EQ(write(CHIP + "speed", "1"), -EIO);
-  EXPECT_EQ(text(CHIP + "speed"), "15\n");
-  EXPECT_EQ(board().runTool(toolNames[0], {}), "fail");
-  EXPECT_EQ(board().runTool(toolNames[1], {"a b", ""}), "silent");
-  EXPECT_EQ(board().runTool(toolNames[2], {"\n"}), "ok");
-  EXPECT_EQ(log(), "open " + CHIP + "setpoint O_RDWR -> EACCES\nopen " + CHIP + "setpoint O_RDONLY\nopen " + ALERT +
-                       " O_WRONLY -> EACCES\nopen " + CHIP + "speed O_WRONLY\nwrite " + CHIP +
-                       "speed \"1\" -> EIO\nread " + CHIP +
-                       "speed \"15\\n\"\n"
-                       "tool eeprom-read-macs-arm-none -> fail\n"
-                       "tool eeprom-write-macs-arm-none \"a b\" \"\" -> silent\n"
-                       "tool eeprom-read-serialnum-arm-none \"\\n\"\n");
-  EXPECT_EQ(board().dump().find(CHIP + "temperature \"36\\n\"\n" + CHIP + "setpoint \"49\\n\"\n"), 0U);
 }
 
 TEST_F(BoardTest, MessagesActOnTheApplianceAndAreAnswered) {

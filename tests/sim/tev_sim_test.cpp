@@ -3,6 +3,7 @@
 #include "trial/Child.h"
 
 #include <csignal>
+#include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
@@ -51,100 +52,18 @@ protected:
     const std::string output = child.readTo();
     return output + "=" + std::to_string(child.wait());
   }
-  bool isFuse() const { return GetParam() == "fuse"; }
-
   const std::string _file = testing::TempDir() + "tev-sim-test-" + std::to_string(getpid());
 };
 
 INSTANTIATE_TEST_SUITE_P(Nodes, TevSim, testing::Values("fuse", "files"), [](const auto& kind) { return kind.param; });
 
-TEST_P(TevSim, ScriptsFindABoard) {
-  const std::string tools = "cd /mnt/tev/sys/bin; ";
-  const struct {
-    Words options;
-    std::string script, expected;
-  } cases[] = {
-      {{}, "exit 7", "=7"},
-      {{}, "kill -TERM $$", "=143"},
-      {{}, "id -u; test $(ls /proc | grep -c '^[0-9]') -lt 9 && echo few", "0\nfew\n=0"},
-      {{}, "cat 1-004c/* 2-0020/format", "49\n15\n7e\n07\n36\nhdmi\n=0"},
-      {{}, "ls -d /sys/*/* | xargs; ls 1-004c | wc -l", "/sys/bus/i2c /sys/class/gpio /sys/module/ksz8864\n5\n=0"},
-      {{}, "printf 9 > 1-004c/speed; cat 1-004c/speed 1-004c/tach*", "9\n7c\n0c\n=0"},
-      {{}, "printf 29 > 1-004c/setpoint; cat /sys/class/gpio/gpio27/value 1-004c/setpoint", "0\n29\n=0"},
-      {{}, "printf 4 > 1-004c/speed; printf 5 > 1-004c/speed; cat 1-004c/speed", "5\n=0"},
-      {{}, "cat 1-004c/speed; printf 22 1<> 1-004c/speed; cat 1-004c/speed", "15\n22\n=0"},
-      {{"--node", R"(setpoint=\x2d3\n)"}, "cat 1-004c/setpoint", "-3\n=0"},
-      {{"--missing", "speed", "--missing", "eeprom-read-macs-arm-none"},
-       "ls 1-004c /mnt/tev/sys/bin | grep -ce speed -e read-macs",
-       "0\n=1"},
-      {{},
-       tools + "./*read-macs*; ./*write-macs* 0a:00:00:00:00:ff; ./*read-macs*",
-       "eth0 02:1A:2B:3C:4D:00\neth1 02:1A:2B:3C:4D:01\neth0 0A:00:00:00:00:FF\neth1 0A:00:00:00:01:00\n=0"},
-      {{},
-       tools + "./*read-ser*; ./*write-ser* 7; ./*read-ser*; ./*write-ser* ABCDEFGHIJKLMNOP; ./*read-ser*",
-       "480213UNIT000001\n7\nABCDEFGHIJKLMNOP\n=0"},
-      {{},
-       tools + "./*write-serialnum* ABCDEFGHIJKLMNOPQ",
-       "eeprom-write-serialnum-arm-none: not a serial number of 1 to 16 characters: ABCDEFGHIJKLMNOPQ\n=1"},
-      {{}, tools + "./*write-macs* 1", "eeprom-write-macs-arm-none: not a MAC address: 1\n=1"},
-      {{}, tools + "./*write-macs*", "eeprom-write-macs-arm-none: wants one argument\n=1"},
-      {{}, tools + "./*read-macs* 1", "eeprom-read-macs-arm-none: wants no argument\n=1"},
-      {{"--tool", "eeprom-read-macs-arm-none=fail", "--tool", "eeprom-read-serialnum-arm-none=silent"},
-       tools + "./*read-serial*; ./*read-macs*",
-       "eeprom-read-macs-arm-none: the EEPROM does not answer\n=1"},
-      {{"--missing", "eeprom"},
-       tools + "./*read-macs*",
-       "eeprom-read-macs-arm-none: /sys/bus/i2c/devices/1-0050/eeprom: No such file or directory\n=1"},
-      {{},
-       "ls -A /tmp | grep -E 'Task|log'; > /tmp/tev-test && echo written",
-       "tAdminAppTask.0\ntStreamAppTask.229383\ntVideoPhalTask.98307\ntransient.log\nwritten\n=0"},
-      {{"--log", _file}, "test -e " + _file + " || echo hidden", "hidden\n=0"},
-      {{"--log", _file, "--read-only-tmp", "--shared-tmp"}, "ls " + _file, _file + "\n=0"},
-      {{"--read-only-tmp"}, "ls -A /tmp | grep -c -E 'Task|log'; test -w /tmp || echo not", "0\nnot\n=0"},
-      {{},
-       "ipcs -q | awk '/0x/{print $2}' | xargs; echo 98431 > /proc/sys/kernel/msg_next_id; ipcmk -Q",
-       "0 98307 229383\nMessage queue id: 98431\n=0"},
-      {{},
-       "> /opt/tev/user/mine; > /var/log/threads.log; ls /var/log /opt/tev/user | grep -v Task | xargs",
-       "/opt/tev/user: mine snapshots /var/log: board.log threads.log\n=0"},
-  };
-  for (const auto& c : cases)
-    EXPECT_EQ(run(c.options, c.script), c.expected) << c.script;
-}
-
-TEST_P(TevSim, LogTellsWhatReachedTheBoard) {
-  const std::string script = "printf '4\\0' > 1-004c/setpoint; printf 29 > 1-004c/setpoint; echo x > 1-004c/speed;"
-                             "/mnt/tev/sys/bin/eeprom-write-serialnum-arm-none 'A\" B';"
-                             "{ printf 'write vlan 1 1 4 1'; printf 'write 0x05 0x80'; } >> "
-                             "/sys/module/ksz8864/drivers/smi; cat 1-004c/speed > /dev/null; cat /var/log/board.log";
-  const std::string inside = run({"--log", _file}, script);
-  std::string outside = contents(_file);
-  EXPECT_NE(inside.find(outside), inside.npos) << "both logs are the same";
-  if (!isFuse()) {
-    EXPECT_EQ(outside.find("note: nodes are plain files"), 0U);
-    outside.erase(0, outside.find('\n') + 1);
-  }
-  const std::string smi = "write /sys/module/ksz8864/drivers/smi ";
-  EXPECT_EQ(outside, "write /sys/bus/i2c/devices/1-004c/setpoint \"4\\0\"\n"
-                     "alert on\n"
-                     "write /sys/bus/i2c/devices/1-004c/setpoint \"29\"\n"
-                     "write /sys/bus/i2c/devices/1-004c/speed \"x\\n\" -> EINVAL\n"
-                     "tool eeprom-write-serialnum-arm-none \"A\\\" B\"\n"
-                     "write /sys/bus/i2c/devices/1-0050/eeprom @8 \"A\\\" B\\0\\0\\0\\0\\0\\0\\0\\0\\0\\0\\0\\0\"\n" +
-                         (isFuse() ? smi + "\"write vlan 1 1 4 1\"\n" + smi + "\"write 0x05 0x80\"\n"
-                                   : smi + "\"write vlan 1 1 4 1write 0x05 0x80\"\n") +
-                         "vlan mode on\n");
-}
-
-TEST_P(TevSim, WritesAreRefusedOnlyByNodesThatCan) {
-  const Words faults = {"--read-only", "setpoint", "--fail-write", "speed"};
-  const std::string result = run(faults, "printf 1 2>&1 > 1-004c/setpoint; printf 2 > 1-004c/speed");
-  if (isFuse()) {
-    EXPECT_NE(result.find("setpoint: Permission denied\n"), result.npos);
-    EXPECT_NE(result.find("I/O error\n=1"), result.npos) << result;
-  } else {
-    EXPECT_EQ(result.substr(result.rfind('=')), "=125");
-  }
+TEST_P(TevSim, SnapshotsAreStoredOutside) {
+  std::filesystem::create_directory(_file);
+  const std::string ask = "msgsnd 98307, pack('l! n x2 N2 n2 x4', 1, 110, 7, 0, 3, 4), 0";
+  EXPECT_EQ(run({"--snapshots", _file}, "perl -e \"" + ask + "\"; until grep -q ^reply /var/log/board.log; do :; done"),
+            "=0");
+  EXPECT_GT(std::filesystem::file_size(_file + "/slot03.jpg"), 1000U);
+  std::filesystem::remove_all(_file);
 }
 
 TEST_P(TevSim, NothingOfTheMachineChanges) {
