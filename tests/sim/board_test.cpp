@@ -1,9 +1,7 @@
+#include "messaging/Messages.h"
 #include "sim/Board.h"
-#include "sim/Eeprom.h"
 #include "tests/Contents.h"
 
-#include <cerrno>
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 
@@ -16,19 +14,11 @@ const std::string CHIP = "/sys/bus/i2c/devices/1-004c/";
 const std::string SMI = "/sys/module/ksz8864/drivers/smi";
 const std::string ALERT = "/sys/class/gpio/gpio27/value";
 
-ServiceMessage request(const std::string& task, const std::string& name, const std::string& flags,
-                       const Payload& payload) {
-  static const std::map<std::string, uint16_t> ids = {
-      {"SetVideoMode", protocol::setVideoModeReq},
-      {"GetVideoResolution", protocol::getVideoResolutionReq},
-      {"SetVideoResolution", protocol::setVideoResolutionReq},
-      {"TakeSnapshot", protocol::takeSnapshotReq},
-      {"SetAudioSource", protocol::setAudioSourceReq},
-      {"StreamControl", protocol::streamControlReq},
-      {"AdminControl", protocol::adminControlReq},
-      {"SetLoggingMode", protocol::setLoggingModeReq},
-  };
-  return {task, ids.at(name), name + "ReqMsg", "7", flags, payload};
+ServiceMessage request(const std::string& task, const MsgLayout& layout, const std::vector<unsigned>& words) {
+  Payload payload;
+  for (size_t i = 0; i < words.size(); ++i)
+    payload.push_back({layout.fields[i].name, words[i]});
+  return {task, layout.id, layout.name, "7", "sync remote", payload};
 }
 
 struct BoardTest : testing::Test {
@@ -88,105 +78,82 @@ TEST_F(BoardTest, AlertComesAndGoesWithTheTemperature) {
 TEST_F(BoardTest, MessagesActOnTheApplianceAndAreAnswered) {
   _setup.snapshotDirectory = testing::TempDir();
   const std::string video = "tVideoPhalTask", stream = "tStreamAppTask", admin = "tAdminAppTask";
-  const auto resolution = [](unsigned h, unsigned v, unsigned q, unsigned r) {
-    return Payload{{"horizontal", h}, {"vertical", v}, {"qualifier", q}, {"hertz", r}};
-  };
-  const auto control = [](unsigned what, unsigned type) { return Payload{{"control", what}, {"type", type}}; };
-  const auto snap = [](unsigned slot, unsigned scale) { return Payload{{"slot", slot}, {"scale", scale}}; };
-  const auto onOff = [](unsigned what, unsigned of) { return Payload{{"onoff", what}, {"component", of}}; };
   const struct {
-    std::string task, name;
-    Payload payload;
+    std::string task;
+    const MsgLayout& layout;
+    std::vector<unsigned> words;
     std::string effects; // lines between the message and its reply, or after it behind a |
     std::string reply;
   } cases[] = {
-      {video, "SetVideoMode", {{"mode", 8}}, "format dvi\n", " status=0"},
-      {video, "SetVideoMode", {{"mode", 8}}, "", " status=0"},
-      {video, "SetVideoMode", {{"mode", 0}}, "", " status=1"},
-      {video, "SetVideoMode", {{"mode", 10}}, "", " status=1"},
-      {video, "SetVideoMode", {{"mode", 1}}, "format svideo\n", " status=0"},
-      {stream, "SetVideoMode", {{"mode", 8}}, "", " status=2"},
-      {video, "SetVideoResolution", resolution(720, 576, 2, 50), "resolution 720x576i@50\n", " status=0"},
-      {video, "SetVideoResolution", resolution(1921, 576, 2, 50), "", " status=1"},
-      {video, "SetVideoResolution", resolution(720, 0, 2, 50), "", " status=1"},
-      {video, "SetVideoResolution", resolution(720, 576, 3, 50), "", " status=1"},
-      {video, "SetVideoResolution", resolution(720, 576, 1, 0), "", " status=1"},
-      {video, "GetVideoResolution", {}, "", " status=0 horizontal=720 vertical=576 qualifier=2 hertz=50 sdp_std=2"},
-      {admin, "GetVideoResolution", {}, "", " status=2 horizontal=0 vertical=0 qualifier=0 hertz=0 sdp_std=0"},
-      {video, "SetAudioSource", {{"audiosrc", 2}}, "audio source analog\n", " status=0"},
-      {video, "SetAudioSource", {{"audiosrc", 3}}, "", " status=1"},
-      {video, "TakeSnapshot", snap(16, 8), "snapshot slot 16 720x576\n", " status=0"},
-      {video, "TakeSnapshot", snap(1, 1), "snapshot slot 1 90x72\n", " status=0"},
-      {video, "TakeSnapshot", snap(0, 8), "", " status=1"},
-      {video, "TakeSnapshot", snap(17, 8), "", " status=1"},
-      {video, "TakeSnapshot", snap(1, 0), "", " status=1"},
-      {video, "TakeSnapshot", snap(1, 9), "", " status=1"},
-      {stream, "StreamControl", control(1, 2), "stream video\n", " status=0"},
-      {stream, "StreamControl", control(1, 1), "stream both\n", " status=0"},
-      {stream, "StreamControl", control(2, 2), "stream audio\n", " status=0"},
-      {stream, "StreamControl", control(3, 1), "", " status=1"},
-      {stream, "StreamControl", control(2, 4), "", " status=1"},
-      {stream, "StreamControl", control(2, 0), "", " status=1"},
-      {admin, "SetLoggingMode", onOff(0, 255), "logging off\n", ""},
-      {admin, "SetLoggingMode", onOff(1, 1), "", ""},
-      {admin, "SetLoggingMode", onOff(2, 255), "", ""},
-      {admin, "AdminControl", {{"control", 2}}, "", " status=1"},
-      {admin, "AdminControl", {{"control", 1}}, "|stream off\nrestart\n", " status=0"},
-      {admin, "AdminControl", {{"control", 5}}, "|firmware v" TEV_SIM_FIRMWARE " restored\nrestart\n", " status=0"},
+      {video, SetVideoModeReqMsg::layout, {8}, "format dvi\n", " status=0"},
+      {video, SetVideoModeReqMsg::layout, {8}, "", " status=0"},
+      {video, SetVideoModeReqMsg::layout, {0}, "", " status=1"},
+      {video, SetVideoModeReqMsg::layout, {10}, "", " status=1"},
+      {video, SetVideoModeReqMsg::layout, {1}, "format svideo\n", " status=0"},
+      {stream, SetVideoModeReqMsg::layout, {8}, "", " status=2"},
+      {video, SetVideoResolutionReqMsg::layout, {720, 576, 2, 50}, "resolution 720x576i@50\n", " status=0"},
+      {video, SetVideoResolutionReqMsg::layout, {1921, 576, 2, 50}, "", " status=1"},
+      {video, SetVideoResolutionReqMsg::layout, {720, 0, 2, 50}, "", " status=1"},
+      {video, SetVideoResolutionReqMsg::layout, {720, 576, 3, 50}, "", " status=1"},
+      {video, SetVideoResolutionReqMsg::layout, {720, 576, 1, 0}, "", " status=1"},
+      {video,
+       GetVideoResolutionReqMsg::layout,
+       {},
+       "",
+       " status=0 horizontal=720 vertical=576 qualifier=2 hertz=50 sdp_std=2"},
       {admin,
-       "AdminControl",
-       {{"control", 4}},
+       GetVideoResolutionReqMsg::layout,
+       {},
+       "",
+       " status=2 horizontal=0 vertical=0 qualifier=0 hertz=0 sdp_std=0"},
+      {video, SetAudioSourceReqMsg::layout, {2}, "audio source analog\n", " status=0"},
+      {video, SetAudioSourceReqMsg::layout, {3}, "", " status=1"},
+      {video, TakeSnapshotReqMsg::layout, {16, 8}, "snapshot slot 16 720x576\n", " status=0"},
+      {video, TakeSnapshotReqMsg::layout, {1, 1}, "snapshot slot 1 90x72\n", " status=0"},
+      {video, TakeSnapshotReqMsg::layout, {0, 8}, "", " status=1"},
+      {video, TakeSnapshotReqMsg::layout, {17, 8}, "", " status=1"},
+      {video, TakeSnapshotReqMsg::layout, {1, 0}, "", " status=1"},
+      {video, TakeSnapshotReqMsg::layout, {1, 9}, "", " status=1"},
+      {stream, StreamControlReqMsg::layout, {1, 2}, "stream video\n", " status=0"},
+      {stream, StreamControlReqMsg::layout, {1, 1}, "stream both\n", " status=0"},
+      {stream, StreamControlReqMsg::layout, {2, 2}, "stream audio\n", " status=0"},
+      {stream, StreamControlReqMsg::layout, {3, 1}, "", " status=1"},
+      {stream, StreamControlReqMsg::layout, {2, 4}, "", " status=1"},
+      {stream, StreamControlReqMsg::layout, {2, 0}, "", " status=1"},
+      {admin, SetLoggingModeReqMsg::layout, {0, 255}, "logging off\n", ""},
+      {admin, SetLoggingModeReqMsg::layout, {1, 1}, "", ""},
+      {admin, SetLoggingModeReqMsg::layout, {2, 255}, "", ""},
+      {admin, AdminControlReqMsg::layout, {2}, "", " status=1"},
+      {admin, AdminControlReqMsg::layout, {1}, "|stream off\nrestart\n", " status=0"},
+      {admin, AdminControlReqMsg::layout, {5}, "|firmware v" TEV_SIM_FIRMWARE " restored\nrestart\n", " status=0"},
+      {admin,
+       AdminControlReqMsg::layout,
+       {4},
        "|configuration restored\nformat hdmi\nresolution 1280x720p@30\naudio source digital\nlogging on\n"
        "alert off\nvlan mode off\nrestart\n",
        " status=0"},
   };
-  bool logging = true;
   write(CHIP + "setpoint", "1");
   write(SMI, "write 0x05 0x80");
   (void)log();
   for (const auto& c : cases) {
-    const ServiceReply reply = board().receive(request(c.task, c.name, "sync remote", c.payload));
-    EXPECT_EQ(textOf(reply.payload), c.reply);
+    const ServiceMessage message = request(c.task, c.layout, c.words);
+    EXPECT_EQ(textOf(board().receive(message).payload), c.reply);
     const size_t bar = std::min(c.effects.find('|'), c.effects.size());
-    EXPECT_EQ(log(), "message " + c.task + " " + c.name + "ReqMsg from 7 sync remote" + textOf(c.payload) + "\n" +
-                         c.effects.substr(0, bar) +
-                         (c.reply.empty() ? "" : "reply " + c.task + " " + c.name + "RespMsg" + c.reply + "\n") +
+    std::string answer = "reply " + c.task + " " + c.layout.name + c.reply + "\n";
+    answer.replace(answer.find("Req"), 3, "Resp");
+    EXPECT_EQ(log(), "message " + c.task + " " + c.layout.name + " from 7 sync remote" + textOf(message.payload) +
+                         "\n" + c.effects.substr(0, bar) + (c.reply.empty() ? "" : answer) +
                          c.effects.substr(std::min(bar + 1, c.effects.size())));
-    if (c.effects == "stream audio\n") {
-      EXPECT_EQ(text("/sys/class/gpio/gpio26/value"), "1\n");
-    }
-    if (c.effects == "format svideo\n") {
-      EXPECT_EQ(text("/sys/bus/i2c/devices/2-0020/format"), "svideo\n");
-    }
-    logging &= c.effects != "logging off\n";
-    EXPECT_EQ(reply.logging, logging);
   }
-  EXPECT_EQ(text("/sys/class/gpio/gpio26/value"), "0\n");
   EXPECT_EQ(text(CHIP + "setpoint"), "49\n");
-  EXPECT_TRUE(board()
-                  .receive({video, protocol::setVideoModeResp, "SetVideoModeRespMsg", "7", "", {{"status", 0}}})
-                  .payload.empty());
-  EXPECT_EQ(log(), "message tVideoPhalTask SetVideoModeRespMsg from 7 status=0\n");
+  EXPECT_TRUE(board().receive(request(video, SetVideoModeRespMsg::layout, {0})).payload.empty());
+  EXPECT_EQ(log(), "message tVideoPhalTask SetVideoModeRespMsg from 7 sync remote status=0\n");
 
   _setup.snapshotDirectory = "/nowhere";
   Board without(_setup, _log);
-  EXPECT_EQ(textOf(without.receive(request(video, "TakeSnapshot", "", snap(1, 1))).payload), " status=3");
-  EXPECT_EQ(log(), "message tVideoPhalTask TakeSnapshotReqMsg from 7 slot=1 scale=1\nsnapshot slot 1 -> ENOENT\n"
-                   "reply tVideoPhalTask TakeSnapshotRespMsg status=3\n");
-}
-
-TEST_F(BoardTest, RepliesFailAsAsked) {
-  _setup.faults.services = {{"tStreamAppTask", {ServiceFault::late, 500}}};
-  _setup.faults.dice = FaultDice(1, 100);
-  const ServiceMessage stream = request("tStreamAppTask", "StreamControl", "", {{"control", 2}, {"type", 3}});
-  EXPECT_EQ(board().receive(stream).fault.text(), "late:500");
-  EXPECT_NE(log().find("reply tStreamAppTask StreamControlRespMsg status=0 -> late:500\n"), std::string::npos);
-  const ServiceMessage video = request("tVideoPhalTask", "GetVideoResolution", "", {});
-  FaultDice same(1, 100);
-  for (int i = 0; i < 20; ++i)
-    EXPECT_EQ(board().receive(video).fault.text(), same.roll().text());
-  const ServiceMessage unanswered = request("tAdminAppTask", "SetLoggingMode", "", {});
-  EXPECT_EQ(board().receive(unanswered).fault.kind, ServiceFault::none);
+  EXPECT_EQ(textOf(without.receive(request(video, TakeSnapshotReqMsg::layout, {1, 1})).payload), " status=3");
+  EXPECT_NE(log().find("\nsnapshot slot 1 -> ENOENT\n"), std::string::npos);
 }
 
 TEST_F(BoardTest, StatusIsATable) {
@@ -194,13 +161,13 @@ TEST_F(BoardTest, StatusIsATable) {
   _setup.faults.services = {{"tAdminAppTask", {ServiceFault::absent, 0}}};
   _setup.faults.dice = FaultDice(1, 1);
   _setup.faults.firstTexts = {{SMI, std::string(200, 'x')}};
-  board().receive(request("tStreamAppTask", "StreamControl", "sync", {{"control", 1}, {"type", 3}}));
-  board().receive(request("tVideoPhalTask", "TakeSnapshot", "sync", {{"slot", 3}, {"scale", 4}}));
+  board().receive(request("tStreamAppTask", StreamControlReqMsg::layout, {1, 3}));
+  board().receive(request("tVideoPhalTask", TakeSnapshotReqMsg::layout, {3, 4}));
   for (unsigned slot = 4; slot <= 7; ++slot)
-    board().receive(request("tVideoPhalTask", "TakeSnapshot", "sync", {{"slot", slot}, {"scale", 8}}));
-  board().receive(request("tVideoPhalTask", "TakeSnapshot", "sync", {{"slot", 4}, {"scale", 1}}));
+    board().receive(request("tVideoPhalTask", TakeSnapshotReqMsg::layout, {slot, 8}));
+  board().receive(request("tVideoPhalTask", TakeSnapshotReqMsg::layout, {4, 1}));
   for (unsigned mode = 1; mode <= 10; ++mode)
-    board().receive(request("tVideoPhalTask", "SetVideoMode", "sync", {{"mode", mode}}));
+    board().receive(request("tVideoPhalTask", SetVideoModeReqMsg::layout, {mode}));
   std::string status = board().status();
   for (size_t at = 0; (at = status.find(':', at)) != status.npos; ++at) // times of day
     if (at >= 2 && status[at + 3] == ':') status.replace(at - 2, 8, "HH:MM:SS");
