@@ -6,7 +6,9 @@
 #include <csignal>
 #include <cstdint>
 #include <cstring>
+#include <ctime>
 #include <execinfo.h>
+#include <sys/syscall.h>
 #include <ucontext.h>
 #include <unistd.h>
 
@@ -70,10 +72,9 @@ bool inSystemCall(const ucontext_t& context) {
 
 void jump(void* to) { siglongjmp(*static_cast<kr::WayOut>(to), 1); }
 
-/// Lets a cancelled thread that can end anywhere do so, unless unwinding it from there is as good. Returns if it is on
-/// its way out already, by whatever way: the C library decides that in one step. All it gets to unwind is this frame.
-[[gnu::noinline]] void leave(const ucontext_t& context) {
-  if (kr::wayOut == nullptr || inSystemCall(context)) return;
+/// Ends a cancelled thread from where it is, unless it is on its way out already, by whatever way: the C library
+/// decides that in one step. All it gets to unwind is this frame.
+[[gnu::noinline]] void leave() {
   pthread_cleanup_push(jump, kr::wayOut);
   // Neither fails for a state that exists.
   (void)pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr);
@@ -84,22 +85,66 @@ void jump(void* to) { siglongjmp(*static_cast<kr::WayOut>(to), 1); }
 
 void nothing(void*) {}
 
+// By which the signal comes again. Made and used inside of cancellation points only, so the allocator is free.
+thread_local bool haveTimer = false;
+thread_local timer_t timer;
+
+/// False if there was none.
+bool dropTimer() {
+  if (!haveTimer) return false;
+  haveTimer = false;
+  (void)timer_delete(timer); // it exists
+  return true;
+}
+
+void comeAgain() {
+  sigevent event{};
+  event.sigev_notify = SIGEV_THREAD_ID;
+  event.sigev_signo = cancelSignal;
+  event._sigev_un._tid = static_cast<pid_t>(syscall(SYS_gettid));
+  if (timer_create(CLOCK_MONOTONIC, &event, &timer) != 0) return; // then the wait to come is not cancelled
+  haveTimer = true;
+  itimerspec soon{};
+  soon.it_value.tv_nsec = 1'000'000;
+  (void)timer_settime(timer, 0, &soon, nullptr); // succeeds for a valid time
+}
+
+bool isOurs(const siginfo_t& info) {
+  return (info.si_code == SI_TKILL && info.si_pid == getpid()) || (info.si_code == SI_TIMER && haveTimer);
+}
+
+/// Does with a thread that is cancelled what it is open to, and returns if that is nothing yet.
+void cancelFrom(const ucontext_t& context, kr::CancelSetting* found) {
+  const bool again = dropTimer();
+  if (found->state != PTHREAD_CANCEL_ENABLE) return;
+  if (found->type != PTHREAD_CANCEL_ASYNCHRONOUS && !again) return;
+  if (inSystemCall(context)) return kr::restoreCancellation({PTHREAD_CANCEL_ASYNCHRONOUS, PTHREAD_CANCEL_ENABLE});
+  if (kr::wayOut != nullptr) return leave();
+  // On the way into a wait or out of it. The C library puts the type back to deferred behind the wait in any case.
+  found->type = PTHREAD_CANCEL_DEFERRED;
+  comeAgain();
+}
+
 #else
 
-void leave(const ucontext_t&) {}
+bool dropTimer() { return false; }
+
+bool isOurs(const siginfo_t& info) { return info.si_code == SI_TKILL && info.si_pid == getpid(); }
+
+void cancelFrom(const ucontext_t&, kr::CancelSetting*) {}
 
 #endif
 
 // Runs on the thread that is to end. Owns nothing, because it may be unwound.
 void onCancelSignal(int, siginfo_t* info, void* where) {
-  if (info->si_code != SI_TKILL || info->si_pid != getpid()) return; // out-of-band data after all
+  if (!isOurs(*info)) return; // out-of-band data after all
   const int reason = errno;
   const auto& context = *static_cast<const ucontext_t*>(where);
-  const kr::CancelSetting found = kr::disableCancellation();
+  kr::CancelSetting found = kr::disableCancellation();
   (void)pthread_cancel(pthread_self()); // this thread exists
   // The handler may not return. A set that the kernel made is valid.
   (void)pthread_sigmask(SIG_SETMASK, &context.uc_sigmask, nullptr);
-  if (found.state == PTHREAD_CANCEL_ENABLE && found.type == PTHREAD_CANCEL_ASYNCHRONOUS) leave(context);
+  cancelFrom(context, &found);
   kr::restoreCancellation(found);
   errno = reason;
 }
@@ -124,6 +169,8 @@ int prepareCancelling() {
   prepared = watchCancelSignal();
   return prepared ? 0 : errno;
 }
+
+void endCancelling() { (void)dropTimer(); }
 
 int cancelThread(KrThreadId tid) {
   const int error = pthread_kill(tid, cancelSignal);

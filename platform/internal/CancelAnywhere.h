@@ -9,7 +9,8 @@
 // On 32-bit ARM the unwind tables describe a frame as it is at the calls it makes, not while it is being set up or
 // taken down; an unwind that begins there reads its way from the wrong words of the stack. There a thread that is open
 // anywhere is unwound only from a system call, where the frames are complete. From elsewhere it jumps back to its
-// beginning and exits from there: the frames in between own nothing.
+// beginning and exits from there: the frames in between own nothing. And a thread that can be cancelled in its wait
+// only, but is found on the way into it or out of it, is looked at again a millisecond later.
 //
 // A thread that keeps this signal from itself is left to pthread_cancel.
 #ifndef TEV_PLATFORM_CANCELANYWHERE_H
@@ -31,6 +32,9 @@ namespace kr {
 
 /// Before a thread is created, one caller at a time. Returns 0 or an error number.
 int prepareCancelling();
+
+/// On a thread that ends: gives back what the cancellation took.
+void endCancelling();
 
 /// pthread_cancel for a thread of this library that does not end meanwhile.
 int cancelThread(KrThreadId tid);

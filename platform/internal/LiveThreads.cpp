@@ -57,6 +57,7 @@ void remove(KrThreadId tid) {
 
 /// The calling thread leaves the list.
 void leaveList() {
+  kr::endCancelling();
   auto& leaver = leavers[++lastLeaver % std::size(leavers)];
   leaver.tid = kr::self();
   (void)pthread_getcpuclockid(leaver.tid, &leaver.clock); // succeeds for the calling thread

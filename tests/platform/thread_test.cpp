@@ -1,8 +1,6 @@
 #include "tests/Elsewhere.h"
 
-#include "platform/internal/Diagnostic.h"
 #include "platform/internal/Uncancelled.h"
-#include "platform/krMem.h"
 
 #include <climits>
 #include <cstdlib>
@@ -219,58 +217,4 @@ TEST(Thread, IdsOfEndedThreadsAreRefusedAndThoseOfOtherThreadsAreNot) {
       EXPECT_EQ(krThreadJoin(tid, nullptr), ESRCH);
   });
   (void)GetCapturedStderr();
-}
-
-TEST(Thread, ACancelledThreadLeavesTheOneItAskedForUsable) {
-#if defined(__SANITIZE_THREAD__)
-  GTEST_SKIP() << "the clean-up code of the thread sanitizer does not stand asynchronous cancellation";
-#endif
-  int priority = 7;
-  auto ask = [self = krThreadIdSelf(), theirs = 7]() mutable {
-    for (ran = true;;)
-      (void)krThreadGetPriority(self, &theirs);
-  };
-  (void)printed([&] {
-    for (int round = 0; round < 300; ++round) {
-      ran = false;
-      const KrThreadId tid = spawn(ask);
-      waitUntil([] { return ran.load(); });
-      ASSERT_EQ(sum({krThreadDelete(tid), krThreadAwaitEnd(tid)}), 0);
-      ASSERT_EQ(krThreadGetPriority(krThreadIdSelf(), &priority), 0);
-    }
-  });
-}
-
-TEST(Thread, CancellingLeavesTheLibraryUsable) {
-#if defined(__SANITIZE_THREAD__)
-  GTEST_SKIP() << "the clean-up code of the thread sanitizer does not stand asynchronous cancellation";
-#endif
-  krMemInit(1, 0);
-  KrSem* const sem = krSemCreate(100'000);
-  KrMutex* const mutex = krMutexCreate();
-  auto callTheLibrary = [=] { // that locks, allocates and prints
-    for (ran = true;;) {
-      krFree(krRealloc(krMalloc(100), 1000));
-      (void)krSemTake(sem, KR_NO_WAIT);
-      (void)krSemGive(sem);
-      kr::say(stdout, ".");
-      kr::uncancelled([=] { (void)sum({lock(mutex, KR_WAIT_FOREVER), krMutexUnlock(mutex)}); }); // else it may keep it
-    }
-  };
-  CaptureStderr();
-  const std::string console = printed([&] {
-    for (int round = 0; round < 300; ++round) {
-      ran = false;
-      const KrThreadId tid = spawn(callTheLibrary);
-      if (round % 2 == 0) waitUntil([] { return ran.load(); }); // else it is cancelled before it begins, or about then
-      ASSERT_EQ(sum({krThreadDelete(tid), krThreadAwaitEnd(tid)}), 0);
-      ASSERT_EQ(sum({lock(mutex, KR_NO_WAIT), krMutexUnlock(mutex)}), 0);
-      krFree(krMalloc(100));
-    }
-  });
-  (void)GetCapturedStderr();
-  EXPECT_NE(console.find('.'), std::string::npos);
-  EXPECT_EQ(console.find("krFree"), std::string::npos);
-  krSemDestroy(sem);
-  krMutexDestroy(mutex);
 }
