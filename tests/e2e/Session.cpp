@@ -1,7 +1,7 @@
 #include "tests/e2e/Session.h"
 
 #include "sim/Quoting.h"
-#include "tests/Contents.h"
+#include "tests/Files.h"
 #include "trial/Child.h"
 #include "trial/ThreadLines.h"
 

@@ -1,44 +1,17 @@
 #include "tests/messaging/Fixture.h"
 
 #include "log/tevlog.h"
+#include "tests/Namespaces.h"
 
-#include <cerrno>
 #include <cstdio>
-#include <cstring>
-#include <fstream>
-#include <sched.h>
 #include <sys/ipc.h>
-#include <sys/mount.h>
 #include <sys/msg.h>
-#include <unistd.h>
-
-namespace {
-
-bool writeTo(const char* path, const std::string& text) { return !(std::ofstream(path) << text << std::flush).fail(); }
-
-bool mapIdsToRoot(uid_t user, gid_t group) {
-  return writeTo("/proc/self/setgroups", "deny") && writeTo("/proc/self/uid_map", "0 " + std::to_string(user) + " 1") &&
-         writeTo("/proc/self/gid_map", "0 " + std::to_string(group) + " 1");
-}
-
-// Empty, or what the machine refuses.
-std::string enterNamespaces() {
-  const uid_t user = geteuid();
-  const gid_t group = getegid();
-  const int kinds = CLONE_NEWIPC | CLONE_NEWNS | (user != 0 ? CLONE_NEWUSER : 0);
-  if (unshare(kinds) != 0 || (user != 0 && !mapIdsToRoot(user, group)) ||
-      mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-      mount("tmp", "/tmp", "tmpfs", MS_NOSUID, nullptr) != 0)
-    return std::string("no namespaces: ") + std::strerror(errno);
-  (void)msgget(IPC_PRIVATE, 0600); // uses up the queue id 0, which stands for no task
-  return "";
-}
-
-} // namespace
 
 void Messaging::SetUp() {
-  static const std::string obstacle = enterNamespaces();
+  const std::string obstacle = enterNamespaces(CLONE_NEWIPC | CLONE_NEWNS);
   if (!obstacle.empty()) GTEST_SKIP() << obstacle;
+  ASSERT_EQ(mount("tmp", "/tmp", "tmpfs", MS_NOSUID, nullptr), 0);
+  (void)msgget(IPC_PRIVATE, 0600); // uses up the queue id 0, which stands for no task
   tev::initlog("/tmp/trace.log");
   tev::log << tev::enable;
 }

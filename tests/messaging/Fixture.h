@@ -2,7 +2,7 @@
 #ifndef TEV_TESTS_MESSAGING_FIXTURE_H
 #define TEV_TESTS_MESSAGING_FIXTURE_H
 
-#include "tests/Contents.h"
+#include "tests/Files.h"
 
 #include <gtest/gtest.h>
 #include <string>

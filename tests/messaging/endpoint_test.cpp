@@ -8,7 +8,7 @@
 #include "messaging/ProxyCommObj.h"
 #include "messaging/SetVideoModeReqMsg.h"
 #include "messaging/SetVideoModeRespMsg.h"
-#include "tests/Elsewhere.h"
+#include "tests/Threads.h"
 
 #include <atomic>
 #include <chrono>

@@ -1,21 +1,31 @@
 #include "platform/krFile.h"
 
 #include "platform/internal/shellQuote.h"
-#include "tests/Elsewhere.h"
-#include "tests/Scratch.h"
+#include "tests/Namespaces.h"
+#include "tests/Threads.h"
 
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <map>
+#include <pty.h>
 #include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>
+#include <vector>
 
 namespace fs = std::filesystem;
 using std::string;
 using namespace testing::internal; // for capturing the console
 
 using File = Scratch;
+
+/// The results of calls that fail.
+template <class... Results>
+static void expectFailures(Results... results) {
+  int position = 0;
+  for (const int64_t result : {int64_t{results}...})
+    EXPECT_EQ(result, -1) << "of call " << ++position;
+}
 
 static auto entriesOf(const char* directory) { return std::distance(fs::directory_iterator(directory), {}); }
 
@@ -26,12 +36,15 @@ TEST_F(File, AttributeIsReadInOneReadAndWrittenInOneWrite) {
   CaptureStderr();
   EXPECT_EQ(krReadFromSysFile("node", buffer + 1, 5), 3);
   EXPECT_STREQ(buffer, "-25\n----");
-  EXPECT_EQ(krWriteToSysFile("node", "31") + krWriteToSysFile("node", ""), 2);
+  EXPECT_EQ(krWriteToSysFile("node", "31"), 2);
   EXPECT_EQ(contents("node"), "31\n");
   EXPECT_EQ(krReadFromSysFile("/sys/devices/system/cpu/online", buffer, 1), 1);
   if (geteuid() == 0) { // another user's file: no way around its access time
-    ASSERT_EQ(chmod(".", 0777) + chmod("node", 0666) + seteuid(65534), 0);
-    EXPECT_EQ(krWriteToSysFile("node", "4") + seteuid(0), 1);
+    for (const char* path : {".", "node"})
+      fs::permissions(path, fs::perms::all);
+    ASSERT_EQ(seteuid(65534), 0);
+    EXPECT_EQ(krWriteToSysFile("node", "4"), 1);
+    ASSERT_EQ(seteuid(0), 0);
   }
   EXPECT_EQ(GetCapturedStderr(), "");
   const auto expectFailure = [](int error, const char* verb, auto call) {
@@ -64,13 +77,14 @@ TEST_F(File, LinesAreReadByteByByte) {
       close(fd);
     }
     // A terminal whose other side goes away gives what was written to it, and then EIO.
-    const int side = posix_openpt(O_RDWR | O_NOCTTY);
-    ASSERT_EQ(grantpt(side) + unlockpt(side), 0);
-    const int other = open(ptsname(side), O_RDWR | O_NOCTTY);
-    ASSERT_EQ(::write(other, "ab", 2) + close(other), 2);
+    int side = -1, other = -1;
+    ASSERT_EQ(openpty(&side, &other, nullptr, nullptr, nullptr), 0);
+    ASSERT_EQ(::write(other, "ab", 2), 2);
+    ASSERT_EQ(close(other), 0);
     EXPECT_EQ(read(side, buffer, 10), read == fioRdString ? 3 : -1);
+    EXPECT_EQ(read(0, nullptr, 4), 0);
   }
-  EXPECT_EQ(fioRdString(0, nullptr, 4) + krFioRdString(0, nullptr, 4) + fioRdString(0, buffer, 0), 0);
+  EXPECT_EQ(fioRdString(0, buffer, 0), 0);
   EXPECT_EQ(errnoOf(krFioRdString(0, buffer, 0)), KR_ERR_INVALID);
   int ends[2];
   ASSERT_EQ(pipe(ends), 0);
@@ -81,7 +95,9 @@ TEST_F(File, Information) {
   ASSERT_EQ(setenv("TZ", "XYZ-2", 1), 0);
   write("plain", "12345");
   const timeval times[2] = {{0, 0}, {1236117909, 0}}; // 3 March 2009 22:05:09 UTC
-  ASSERT_EQ(symlink("plain", ".link") + chmod("plain", 0347) + utimes("plain", times), 0);
+  fs::create_symlink("plain", ".link");
+  fs::permissions("plain", fs::perms(0347));
+  ASSERT_EQ(utimes("plain", times), 0);
   KrFileInfo info{};
   for (const auto& [path, attributes] : std::map<string, int>{{"./plain", 2 | 8 | 16 | 128},
                                                               {".link", 2 | 8 | 16 | 128},
@@ -91,24 +107,31 @@ TEST_F(File, Information) {
     EXPECT_EQ(krFileStat(path.c_str(), &info), 0);
     EXPECT_EQ(info.attributes, attributes) << path;
   }
-  EXPECT_EQ(string(info.time) + " " + info.date + " " + std::to_string(info.size), "00:05:09 03/04/2009 5");
-  EXPECT_EQ(info.year * 10000 + info.month * 100 + info.day, 20090304);
-  EXPECT_EQ(info.hour * 10000 + info.minute * 100 + info.second, 509);
+  EXPECT_STREQ(info.time, "00:05:09");
+  EXPECT_STREQ(info.date, "03/04/2009");
+  EXPECT_EQ(info.size, 5u);
+  const int numbers[] = {info.year, info.month, info.day, info.hour, info.minute, info.second};
+  EXPECT_EQ(std::vector<int>(std::begin(numbers), std::end(numbers)), (std::vector{2009, 3, 4, 0, 5, 9}));
   time_t modified = 1, zero = 1;
-  EXPECT_EQ(krFileTimeGet("plain", &modified, &zero) + krFileTimeGet("plain", nullptr, nullptr), 0);
+  EXPECT_EQ(krFileTimeGet("plain", &modified, &zero), 0);
   EXPECT_EQ(modified - zero, 1236117909);
+  EXPECT_EQ(krFileTimeGet("plain", nullptr, nullptr), 0);
 
   fs::resize_file("plain", 5'000'000'000);
   const int fd = open("plain", O_RDONLY);
-  EXPECT_EQ(krFileSize("plain") + krFileSizeByFd(fd) + krFileStat("plain", &info), 10'000'000'000);
+  EXPECT_EQ(krFileSize("plain"), 5'000'000'000);
+  EXPECT_EQ(krFileSizeByFd(fd), 5'000'000'000);
+  EXPECT_EQ(krFileStat("plain", &info), 0);
   EXPECT_EQ(info.size, UINT32_MAX);
-  for (const int on : {1, 0})
-    EXPECT_EQ(krFdSetCloexecFlag(fd, on) + fcntl(fd, F_GETFD), on);
-  EXPECT_EQ(krFdSetCloexecFlag(-1, 1) + krFileSizeByFd(-1) + krFileSize("x") + krFileStat("x", &info), -4);
+  for (const int on : {1, 0}) {
+    EXPECT_EQ(krFdSetCloexecFlag(fd, on), 0);
+    EXPECT_EQ(fcntl(fd, F_GETFD), on);
+  }
   ASSERT_EQ(mkfifo("fifo", 0600), 0); // must not block
-  EXPECT_EQ(errnoOf(krFileStatAttrib("x")), ENOENT);
   EXPECT_EQ(errnoOf(krFileTimeSet("fifo")), ENOSYS);
-  EXPECT_EQ(krFileFStatAttrib(fd) + krFileFTimeSet(fd), -2);
+  EXPECT_EQ(errnoOf(krFileStatAttrib("x")), ENOENT);
+  expectFailures(krFdSetCloexecFlag(-1, 1), krFileSizeByFd(-1), krFileSize("x"), krFileStat("x", &info),
+                 krFileFStatAttrib(fd), krFileFTimeSet(fd));
 }
 
 TEST_F(File, NullArguments) {
@@ -117,18 +140,20 @@ TEST_F(File, NullArguments) {
   KrDirEntry entry{};
   char buffer[300];
   KrFsStat figures{};
-  const int64_t refused =
-      krFileStat(nullptr, &info) + krFileStat(".", nullptr) + krFileSize(nullptr) +
-      krFileTimeGet(nullptr, nullptr, nullptr) + krFileCopy(nullptr, "x") + krFileCopy(".", nullptr) +
-      krFileDelete(nullptr) + krFileReadLink(nullptr, buffer, 1) + krFileReadLink("x", nullptr, 1) +
-      krFileSymLink(nullptr, "x") + krFileSymLink("x", nullptr) + krFileStatAttrib(nullptr) + krFileTimeSet(nullptr) +
-      krDirOpen(nullptr, &dir) + krDirOpen(".", nullptr) + krDirRead(nullptr, &entry) + krDirRead(&dir, &entry) +
-      krDirClose(nullptr) + krDirClose(&dir) + krDirMake(nullptr) + krDirRemove(nullptr) + krDirDelete(nullptr) +
-      krDirRemoveRecursively(nullptr) + krDirClean(nullptr) + krDirCopy(nullptr, ".") + krDirCopy(".", nullptr) +
-      krDirList(1, nullptr) + krDirGet(nullptr) + krDirChange(nullptr) + krFileSystemStat(nullptr, &figures) +
-      krFileSystemStat("/", nullptr) + krGetHostName(nullptr, 9);
-  EXPECT_EQ(refused, -32);
-  EXPECT_EQ(krDiskPathSize(nullptr) + krDiskPathFree(nullptr) + krInetAddr(nullptr) + krGetHostByName(nullptr), 0u);
+  expectFailures(krFileStat(nullptr, &info), krFileStat(".", nullptr), krFileSize(nullptr),
+                 krFileTimeGet(nullptr, nullptr, nullptr), krFileCopy(nullptr, "x"), krFileCopy(".", nullptr),
+                 krFileDelete(nullptr), krFileReadLink(nullptr, buffer, 1), krFileReadLink("x", nullptr, 1),
+                 krFileSymLink(nullptr, "x"), krFileSymLink("x", nullptr), krFileStatAttrib(nullptr),
+                 krFileTimeSet(nullptr), krDirOpen(nullptr, &dir), krDirOpen(".", nullptr), krDirRead(nullptr, &entry),
+                 krDirRead(&dir, &entry), krDirClose(nullptr), krDirClose(&dir), krDirMake(nullptr),
+                 krDirRemove(nullptr), krDirDelete(nullptr), krDirRemoveRecursively(nullptr), krDirClean(nullptr),
+                 krDirCopy(nullptr, "."), krDirCopy(".", nullptr), krDirList(1, nullptr), krDirGet(nullptr),
+                 krDirChange(nullptr), krFileSystemStat(nullptr, &figures), krFileSystemStat("/", nullptr),
+                 krGetHostName(nullptr, 9));
+  const uint64_t none[] = {krDiskPathSize(nullptr), krDiskPathFree(nullptr), krInetAddr(nullptr),
+                           krGetHostByName(nullptr)};
+  for (const uint64_t result : none)
+    EXPECT_EQ(result, 0u);
   krInetNtoa(1, nullptr);
 }
 
@@ -141,24 +166,31 @@ TEST_F(File, Copy) {
   }
   write("from", "keep");
   char target[9] = "--------";
-  EXPECT_EQ(krFileSymLink("from", "link") + krFileReadLink("link", target, 8), 4);
+  EXPECT_EQ(krFileSymLink("from", "link"), 0);
+  EXPECT_EQ(krFileReadLink("link", target, 8), 4);
   EXPECT_STREQ(target, "from----");
   EXPECT_EQ(errnoOf(krFileCopy("from", "link")), EINVAL);
   EXPECT_EQ(errnoOf(krFileCopy("missing", "from")), ENOENT);
   EXPECT_EQ(errnoOf(krFileCopy(".", "from")), EISDIR);
   EXPECT_EQ(errnoOf(krFileCopy("from", "/dev/full")), ENOSPC);
   EXPECT_EQ(contents("from"), "keep");
-  EXPECT_EQ(krFileDelete("link") + krFileDelete("link"), -1);
+  EXPECT_EQ(krFileDelete("link"), 0);
+  EXPECT_EQ(krFileDelete("link"), -1);
 }
 
 TEST_F(File, Directories) {
+  const string longest(255, 'n'), deep(200, 'd');
   fs::create_directories("from/sub/deep");
   write("from/a", "1");
-  write("from/" + string(255, 'n'), "2");
-  ASSERT_EQ(mkfifo("from/fifo", 0600) + mknod("from/socket", S_IFSOCK | 0600, 0), 0);
+  write("from/" + longest, "2");
+  ASSERT_EQ(mkfifo("from/fifo", 0600), 0);
+  ASSERT_EQ(mknod("from/socket", S_IFSOCK | 0600, 0), 0);
   EXPECT_EQ(errnoOf(krDirCopy("from", "to")), ENOENT);
-  EXPECT_EQ(krDirMake("to") + krDirCopy("from", "to"), 0);
-  EXPECT_EQ(contents("to/a") + contents("to/" + string(255, 'n')) + std::to_string(entriesOf("to")), "122");
+  EXPECT_EQ(krDirMake("to"), 0);
+  EXPECT_EQ(krDirCopy("from", "to"), 0);
+  EXPECT_EQ(contents("to/a"), "1");
+  EXPECT_EQ(contents("to/" + longest), "2");
+  EXPECT_EQ(entriesOf("to"), 2);
   fs::create_symlink("nowhere", "from/link");
   EXPECT_EQ(errnoOf(krDirCopy("from", "to")), ENOENT);
 
@@ -167,32 +199,36 @@ TEST_F(File, Directories) {
   std::map<string, int> types;
   for (KrDirEntry entry{}; krDirRead(&dir, &entry) == 0;)
     types[entry.name] = entry.type;
-  EXPECT_EQ(
-      types,
-      (std::map<string, int>{
-          {".", 3}, {"..", 3}, {"sub", 3}, {"fifo", 4}, {"link", 5}, {"a", 6}, {string(255, 'n'), 6}, {"socket", 7}}));
-  EXPECT_EQ(krDirClose(&dir) + krDirClose(&dir) + krDirOpen("from/link", &dir), -2);
+  EXPECT_EQ(types,
+            (std::map<string, int>{
+                {".", 3}, {"..", 3}, {"sub", 3}, {"fifo", 4}, {"link", 5}, {"a", 6}, {longest, 6}, {"socket", 7}}));
+  EXPECT_EQ(krDirClose(&dir), 0);
+  EXPECT_EQ(krDirOpen("from/link", &dir), -1);
 
   EXPECT_EQ(errnoOf(krDirClean("from")), ENOTEMPTY);
   EXPECT_EQ(entriesOf("from"), 1);
-  EXPECT_EQ(krDirRemove("from/sub/deep") + krDirClean("from"), 0);
+  EXPECT_EQ(krDirRemove("from/sub/deep"), 0);
+  EXPECT_EQ(krDirClean("from"), 0);
   EXPECT_EQ(entriesOf("from"), 0);
-  EXPECT_EQ(krDirClean("missing") + krDirRemove("to") + krDirMake("to") + krDirChange("missing"), -4);
-
   const int list = open("list", O_RDWR | O_CREAT, 0600);
   EXPECT_EQ(krDirList(list, "from"), 0);
-  EXPECT_TRUE(contents("list") == ".\n..\n" || contents("list") == "..\n.\n");
-  EXPECT_EQ(krDirList(-1, "from") + krDirList(list, "missing"), -2);
+  EXPECT_EQ(contents("list").size(), 5u) << "the folder and the one above, in any order";
+  expectFailures(krDirClean("missing"), krDirRemove("to"), krDirMake("to"), krDirChange("missing"),
+                 krDirList(-1, "from"), krDirList(list, "missing"));
   char path[255];
   for (int depth = 0; depth < 2; ++depth) {
-    EXPECT_EQ(krDirGet(path) + krDirMake(string(200, 'd').c_str()) + krDirChange(string(200, 'd').c_str()), 0);
-    EXPECT_EQ(path, fs::current_path().parent_path());
+    EXPECT_EQ(krDirGet(path), 0);
+    EXPECT_EQ(path, fs::current_path());
+    EXPECT_EQ(krDirMake(deep.c_str()), 0);
+    EXPECT_EQ(krDirChange(deep.c_str()), 0);
   }
   EXPECT_EQ(errnoOf(krDirGet(path)), ERANGE);
 }
 
 TEST_F(File, RemovalTakesThePathAsOneArgument) {
-  EXPECT_EQ(krShellQuote("") + krShellQuote("AZaz09@%+=:,./_-") + krShellQuote("a'b"), "''AZaz09@%+=:,./_-'a'\\''b'");
+  for (const auto& [path, quoted] :
+       std::map<string, string>{{"", "''"}, {"AZaz09@%+=:,./_-", "AZaz09@%+=:,./_-"}, {"a'b", "'a'\\''b'"}})
+    EXPECT_EQ(krShellQuote(path.c_str()), quoted);
   write("keep", "");
   for (const auto& remove : {krDirRemoveRecursively, krDirDelete}) {
     for (const char* name :
@@ -201,29 +237,35 @@ TEST_F(File, RemovalTakesThePathAsOneArgument) {
       EXPECT_EQ(remove(name), 0);
       EXPECT_EQ(entriesOf("."), 1) << name;
     }
-    EXPECT_EQ(remove("missing") + remove(""), 0);
+    for (const char* nothing : {"missing", ""})
+      EXPECT_EQ(remove(nothing), 0);
   }
   ASSERT_EQ(setenv("PATH", "/nowhere", 1), 0);
   EXPECT_EQ(krDirDelete("keep"), -1);
 }
 
 TEST_F(File, Disks) {
-  if (!mountForUs("tmpfs", "/opt", "tmpfs", 0, "size=1M")) GTEST_SKIP() << "no mount of its own: " << strerror(errno);
+  if (const string obstacle = enterNamespaces(CLONE_NEWNS); !obstacle.empty()) GTEST_SKIP() << obstacle;
+  ASSERT_EQ(mount("tmpfs", "/opt", "tmpfs", 0, "size=1M"), 0);
   krDiskClean(); // nothing there
   fs::create_directories("/opt/tev/user/full/x");
   fs::create_directories("/opt/tev/user/empty");
   for (const char* name : {"/opt/tev/user/file", "/opt/tev/PROG.TKN", "/opt/tev/other"})
     write(name, string(5000, 'x'));
   KrFsStat figures{1, 1, 1, 1};
-  EXPECT_EQ(krFileSystemStat("/opt/tev", &figures) + krFileSystemStat("/missing", &figures), -1);
-  EXPECT_EQ(uint64_t{figures.blockSize} * figures.blocks + figures.zero, 1u << 20);
+  EXPECT_EQ(krFileSystemStat("/opt/tev", &figures), 0);
+  EXPECT_EQ(uint64_t{figures.blockSize} * figures.blocks, 1u << 20);
+  EXPECT_EQ(figures.zero, 0u);
+  EXPECT_EQ(krFileSystemStat("/missing", &figures), -1);
   EXPECT_EQ(krDiskSize(), (1u << 20) + fs::space("/").capacity);
-  EXPECT_EQ(krDiskFree(), uint64_t{figures.blockSize} * figures.freeBlocks);
   EXPECT_EQ(krDiskFree(), fs::space("/opt").free);
-  EXPECT_EQ(krDiskPathSize("/missing") + krDiskPathFree("/missing"), 0u);
+  EXPECT_EQ(krDiskPathSize("/missing"), 0u);
+  EXPECT_EQ(krDiskPathFree("/missing"), 0u);
   krDiskClean();
   EXPECT_FALSE(fs::exists("/opt/tev/PROG.TKN"));
-  EXPECT_TRUE(fs::exists("/opt/tev/other") && fs::exists("/opt/tev/user/full/x") && entriesOf("/opt/tev/user") == 1);
+  for (const char* kept : {"/opt/tev/other", "/opt/tev/user/full/x"})
+    EXPECT_TRUE(fs::exists(kept)) << kept;
+  EXPECT_EQ(entriesOf("/opt/tev/user"), 1);
 }
 
 TEST_F(File, Addresses) {
@@ -231,12 +273,13 @@ TEST_F(File, Addresses) {
   krInetNtoa(htonl(0xFF020304), buffer);
   EXPECT_STREQ(buffer, "255.2.3.4");
   EXPECT_EQ(krInetAddr("255.2.3.4"), htonl(0xFF020304));
-  EXPECT_EQ(krInetAddr("1.2.3.256") + krInetAddr("") + krInetAddr("host"), 0u);
+  for (const char* wrong : {"1.2.3.256", "", "host"})
+    EXPECT_EQ(krInetAddr(wrong), 0u) << wrong;
   EXPECT_EQ(krGetHostName(buffer, sizeof buffer), 0);
   EXPECT_EQ(string(buffer) + "\n", contents("/proc/sys/kernel/hostname"));
+  if (const string obstacle = enterNamespaces(CLONE_NEWNS); !obstacle.empty()) GTEST_SKIP() << obstacle;
   write("hosts", "127.0.0.1 loop both\n10.1.2.3 both\n::1 both six\n10.9.9.9 one\n");
-  if (!mountForUs("hosts", "/etc/hosts", nullptr, MS_BIND, nullptr))
-    GTEST_SKIP() << "no mount of its own: " << strerror(errno);
+  ASSERT_EQ(mount("hosts", "/etc/hosts", nullptr, MS_BIND, nullptr), 0);
   for (const auto& [host, address] : std::map<string, const char*>{{"loop", "127.0.0.1"},
                                                                    {"both", "10.1.2.3"},
                                                                    {"one", "10.9.9.9"},
@@ -250,6 +293,8 @@ TEST_F(File, FormattedOutput) {
   EXPECT_EQ(krPrintf("%s-%d\n", "a", 5), 4);
   EXPECT_EQ(GetCapturedStdout(), "a-5\n");
   const int fd = open("out", O_WRONLY | O_CREAT, 0600);
-  EXPECT_EQ(krFdPrintf(fd, "%c|", 0) + krFdPrintf(fd, "%02000d", 1) + krFdPrintf(-1, "x"), 2 + 1023 - 1);
+  EXPECT_EQ(krFdPrintf(fd, "%c|", 0), 2);
+  EXPECT_EQ(krFdPrintf(fd, "%02000d", 1), 1023);
+  EXPECT_EQ(krFdPrintf(-1, "x"), -1);
   EXPECT_EQ(contents("out"), string("\0|", 2) + string(1023, '0'));
 }

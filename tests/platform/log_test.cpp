@@ -1,7 +1,7 @@
 #include "platform/krLog.h"
 
 #include "platform/internal/Uncancelled.h"
-#include "tests/Elsewhere.h"
+#include "tests/Threads.h"
 
 using std::string;
 using namespace testing::internal; // for capturing the console
@@ -142,27 +142,6 @@ TEST(Log, MessagesStayWhole) {
   two.join();
   GetCapturedStdout();
   EXPECT_EQ(torn, 0);
-}
-
-TEST(Log, WaitingForTheLoggerLeavesCancellationAsItWas) {
-  static std::atomic<bool> inside{false}, leave{false};
-  KrLogger* const logger = krLogGetLogger("x");
-  krLogAddPrinter(logger, "slow", [](const char*) {
-    inside = true;
-    waitUntil([] { return leave.load(); });
-  });
-  std::thread first([=] { krInfo(logger, "first"); });
-  waitUntil([] { return inside.load(); });
-  std::thread second([=] {
-    krInfo(logger, "second");
-    int state = PTHREAD_CANCEL_DISABLE;
-    EXPECT_EQ(pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, &state), 0);
-    EXPECT_EQ(state, PTHREAD_CANCEL_ENABLE);
-  });
-  krThreadSuspend(50); // by now it waits
-  leave = true;
-  first.join();
-  second.join();
 }
 
 TEST(Log, CancelledThreadLeavesTheLoggerFree) {

@@ -1,7 +1,7 @@
 #include "platform/CKrProperty.h"
 
-#include "tests/Elsewhere.h"
-#include "tests/Scratch.h"
+#include "tests/Files.h"
+#include "tests/Threads.h"
 
 #include <climits>
 #include <thread>

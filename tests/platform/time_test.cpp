@@ -1,4 +1,4 @@
-#include "tests/Elsewhere.h"
+#include "tests/Threads.h"
 
 #include "platform/internal/Diagnostic.h"
 

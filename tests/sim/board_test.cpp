@@ -1,6 +1,6 @@
 #include "messaging/Messages.h"
 #include "sim/Board.h"
-#include "tests/Contents.h"
+#include "tests/Files.h"
 
 #include <gtest/gtest.h>
 #include <sys/mman.h>

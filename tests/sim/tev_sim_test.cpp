@@ -1,5 +1,5 @@
 // tev-sim itself, run with small scripts in place of the shell.
-#include "tests/Contents.h"
+#include "tests/Files.h"
 #include "trial/Child.h"
 
 #include <csignal>

@@ -1,18 +1,15 @@
-// What tests of several folders need: locks as one place of the source takes them, work on other threads, and what is
-// printed meanwhile.
-#ifndef TEV_TESTS_ELSEWHERE_H
-#define TEV_TESTS_ELSEWHERE_H
+// Locks as one place of the source takes them, work on other threads, and what is printed meanwhile.
+#ifndef TEV_TESTS_THREADS_H
+#define TEV_TESTS_THREADS_H
 
 #include "platform/kr.h"
-#include "tests/Contents.h"
+#include "tests/Files.h"
 
 #include <atomic>
 #include <cerrno>
 #include <cstdarg>
 #include <functional>
 #include <gtest/gtest.h>
-#include <initializer_list>
-#include <numeric>
 #include <string>
 #include <thread>
 
@@ -23,11 +20,8 @@ inline int writeLock(KrReadWrite* rw) { return krWriteLockDebug(rw, "b.cpp", 9, 
 /// errno of a call that returned -1, 0 of one that did not.
 inline int errnoOf(int result) { return result == -1 ? errno : 0; }
 
-/// The sum of what calls return, which are made in the order of the list.
-inline int sum(std::initializer_list<int> results) { return std::accumulate(results.begin(), results.end(), 0); }
-
 /// Runs `work` on another thread to its end and returns its result.
-inline int elsewhere(const std::function<int()>& work) {
+inline int onAnotherThread(const std::function<int()>& work) {
   int result = 0;
   std::thread([&] { result = work(); }).join();
   return result;
@@ -43,6 +37,19 @@ KrThreadId spawn(Work& work) {
   return krThreadSpawn("x", KR_KEEP_PRIORITY, 0, entry, reinterpret_cast<intptr_t>(&work), 0, 0, 0, 0, 0, 0, 0, 0, 0);
 }
 
+/// Ends a thread of spawn(), which may have ended.
+inline void cancelAndAwait(KrThreadId tid) {
+  (void)krThreadDelete(tid);
+  ASSERT_EQ(krThreadAwaitEnd(tid), 0);
+}
+
+/// Whether threads can be cancelled between any two instructions: not with the clean-up code of the thread sanitizer.
+#if defined(__SANITIZE_THREAD__)
+constexpr bool cancelsAnywhere = false;
+#else
+constexpr bool cancelsAnywhere = true;
+#endif
+
 /// Fails when that takes more than a minute.
 inline void waitUntil(const std::function<bool()>& condition) {
   for (int waited = 0; !condition(); ++waited) {
@@ -56,6 +63,13 @@ inline std::string printed(const std::function<void()>& work) {
   testing::internal::CaptureStdout();
   work();
   return testing::internal::GetCapturedStdout();
+}
+
+/// Runs `work`; what it prints on standard output and standard error is lost.
+inline void quietly(const std::function<void()>& work) {
+  testing::internal::CaptureStderr();
+  (void)printed(work);
+  (void)testing::internal::GetCapturedStderr();
 }
 
 /// Whether the whole text matches an extended POSIX expression.
