@@ -49,6 +49,8 @@ constexpr bool cancelsAnywhere = false;
 #else
 constexpr bool cancelsAnywhere = true;
 #endif
+inline constexpr char notAnywhere[] =
+    "the thread sanitizer's clean-up code cannot be cancelled between any two instructions";
 
 /// Fails when that takes more than a minute.
 inline void waitUntil(const std::function<bool()>& condition) {

@@ -173,7 +173,7 @@ TEST_F(TraceLog, TwoThreadsNeverMixWithinOnePiece) {
 }
 
 TEST_F(TraceLog, ACancelledThreadLeavesTheLogFree) {
-  if (!cancelsAnywhere) GTEST_SKIP();
+  if (!cancelsAnywhere) GTEST_SKIP() << notAnywhere;
   tev::tevlog log("flood.log");
   log << tev::enable;
   auto flood = [&] {

@@ -59,7 +59,7 @@ TEST(ObjectThread, StartsOnceUntilKilled) {
 }
 
 TEST(ObjectThread, IsKnownWhoeverIsCancelledWhileStartingIt) {
-  if (!cancelsAnywhere) GTEST_SKIP();
+  if (!cancelsAnywhere) GTEST_SKIP() << notAnywhere;
   quietly([] {
     for (int round = 0; round < 50; ++round) {
       Counter counter;
