@@ -1,111 +1,75 @@
 #include "trial/Lines.h"
 
-#include "sim/Appliance.h"
-#include "sim/Board.h"
-#include "sim/Eeprom.h"
-#include "sim/ThermalModel.h"
-
 #include <algorithm>
-#include <climits>
+#include <cctype>
 #include <cstdio>
-#include <cstdlib>
-#include <iterator>
+#include <map>
+#include <vector>
 
 namespace trial {
 
 namespace {
 
-using State = Place::State;
+using namespace std::string_view_literals;
 
 constexpr size_t longestLine = 127;
 
-const std::vector<std::string> keys = {
-    "help", "audio-source", "mac",  "serialnum", "temperature", "fan",     "vlan",         "factory",
-    "log",  "stream",       "snap", "exit",      "reboot",      "version", "video-format", "video-resolution"};
+// All forms of lines, each as likely as any other. In front, `!` means a request that waits for its reply, and `?` a
+// query. The next query shows what follows `=`.
+constexpr std::string_view lines =
+    "%_|%_|%x%v|%w%v|%w%v|{3-127}" // nothing, and no commands
+    // local commands
+    "|help|help %j|help long%m|help %k%m|version%m|?temperature|?temperature|?temperature %j|temperature %j! 3"
+    "|temperature setpoint %n%m|temperature setpoint %T%m|temperature setpoint %T%m|?fan|?fan|?fan %j|fan %j! 3"
+    "|fan speed %n%m|fan speed %C%m|fan speed %C%m|vlan|vlan %j!%m|vlan on%m|vlan off%m|?mac|?mac|mac %A%m|mac %j"
+    "|mac %l|?serialnum|?serialnum 1 %j|serialnum %I|serialnum %I|serialnum %j|serialnum %l|log|log %j|log %j all"
+    "|log enable %j|log enable all%m|log disable all%m"
+    // commands of the services
+    "|!video-format %F|!video-format %F|!video-format %F|?video-format|?video-format %q%m|video-format %j!"
+    "|!video-resolution %R|!video-resolution %R|!video-resolution ntsc=720x488i@60"
+    "|!video-resolution pal-m=720x488i@60|!video-resolution pal-bghid=720x576i@50|!?video-resolution"
+    "|!?video-resolution|!?video-resolution|!?video-resolution %q%m|video-resolution %j!|!audio-source digital"
+    "|!audio-source analog|audio-source|audio-source status%m|audio-source %j!|!snap <1-16> <1-3>|snap|snap %n 9"
+    "|snap 4294967297|snap <17-99>%m|!stream start=on|!stream start both=on|!stream stop=off|!stream stop both=off"
+    "|!stream start %s|!stream stop %s|?stream|?stream|?stream %q%m|stream %j!|stream start %j!|!reboot%m"
+    "|!factory config|!factory firmware|factory|factory %j!";
 
-const std::vector<std::string> formats = {"",     "svideo", "composite", "component", "vga",
-                                          "svga", "xga",    "wxga",      "dvi",       "hdmi"};
+// What `%` and a letter stand for; a capital one also for what the next query shows. `<1-9>` is a number, and `{1-9}` a
+// word of so many bytes.
+const std::map<char, std::string_view> pieces = {
+    {'_', "| |\t|   \t  |\0help|%b%b%b%b%b%b%b%b"sv},
+    {'b', "                "},
+    {'x', "HELP|help\r|hel|helpp|exit\r|tev-cli>|./version|fan;|stream\v"},
+    {'k', "help|audio-source|mac|serialnum|temperature|fan|vlan|video-resolution|factory|log|snap|exit|stream|reboot"
+          "|version|video-format"},
+    {'w', "{3-12}"},
+    {'v', "| {1-30}| {1-30} {1-30}"},
+    {'l', "{70-119}"}, // the tools are given 78 and 83 bytes at most
+    {'j', "?x|STATUS|on|$(reboot)|it's|\"|-n|a%|*|&&|0x1f|status!|{1-20}|{1-20}|{1-20}|{1-20}|{1-20}|{1-20}|{1-20}"},
+    {'m', "||||||| %j"},
+    {'n', "99999999999|-99999999999|0|-1|warm|7x|4294967297|<-10-109>|<-10-109>"},
+    {'c', "<1-62>"},
+    {'t', "<21-99>"},
+    {'d', "<0-9>|A|B|C|D|E|F"},
+    {'a', "%d%d:%d%d:%d%d:%d%d:%d%d:%d%d"},
+    {'i', "<0-2147483647>|480213UNIT<0-999999>"},
+    {'q', "?|status"},
+    {'s', "audio|video"},
+    {'f', "svideo|composite|component|vga|svga|xga|wxga|dvi|hdmi"},
+    {'r', "1280x720p@30|1920x1080p@30|1920x1080i@30|720x480p@30|720x480i@30|720x576p@50|720x576i@50|720x576p@25"
+          "|720x576i@25|720x576i@30|640x480p@30|800x600p@30|1024x768p@30|1280x768p@30"}};
 
-struct Resolution {
-  const char* word;
-  const char* shown;
-};
-constexpr Resolution resolutions[] = {{"1280x720p@30", "1280x720p@30"}, // the default
-                                      {"1920x1080p@30", "1920x1080p@30"}, {"1920x1080i@30", "1920x1080i@30"},
-                                      {"720x480p@30", "720x480p@30"},     {"720x480i@30", "720x480i@30"},
-                                      {"720x576p@50", "720x576p@50"},     {"720x576i@50", "720x576i@50"},
-                                      {"720x576p@25", "720x576p@25"},     {"720x576i@25", "720x576i@25"},
-                                      {"720x576i@30", "720x576i@30"},     {"640x480p@30", "640x480p@30"},
-                                      {"800x600p@30", "800x600p@30"},     {"1024x768p@30", "1024x768p@30"},
-                                      {"1280x768p@30", "1280x768p@30"},   {"ntsc", "720x488i@60"},
-                                      {"pal-m", "720x488i@60"},           {"pal-bghid", "720x576i@50"}};
-
-const char* nameOf(Ending ending) { return endingNames[static_cast<size_t>(ending)]; }
-
-/// "video-resolution: " and any numbers.
-bool looksLikeResolution(const std::string& answer) {
-  unsigned numbers[3] = {};
-  char qualifier = 0;
-  int length = 0;
-  const int read = sscanf(answer.c_str(), "video-resolution: %5ux%5u%c@%5u%n", &numbers[0], &numbers[1], &qualifier,
-                          &numbers[2], &length);
-  return read == 4 && (qualifier == 'p' || qualifier == 'i') && answer.substr(static_cast<size_t>(length)) == "\n";
+std::vector<std::string_view> split(std::string_view text) {
+  std::vector<std::string_view> parts;
+  for (size_t at = 0; at <= text.size();) {
+    const size_t end = std::min(text.find('|', at), text.size());
+    parts.push_back(text.substr(at, end - at));
+    at = end + 1;
+  }
+  return parts;
 }
-
-/// What atoi() makes of a word, cut to the range of an int.
-int numberIn(const std::string& word) {
-  return static_cast<int>(std::clamp<long long>(strtoll(word.c_str(), nullptr, 10), INT_MIN, INT_MAX));
-}
-
-/// Whether a driver finds a number in front of a text.
-bool hasNumber(const std::string& text) {
-  char* end = nullptr;
-  (void)strtol(text.c_str(), &end, 10); // only where it stopped counts
-  return end != text.c_str();
-}
-
-std::string kindOf(const std::string& text) { return text.substr(0, text.find(' ')); }
 
 } // namespace
-
-// ---- Settings
-
-void Lines::forget() {
-  for (Setting* setting : {&_fan, &_setPoint, &_format, &_resolution, &_stream})
-    setting->forget();
-}
-
-// In doubt it may come into effect later than what is asked for next.
-void Lines::change(Setting& setting, int value) { _inDoubt ? setting.forget() : setting.set(value); }
-
-void Lines::restart(bool defaults) {
-  change(_stream, 0);
-  if (!defaults) return;
-  change(_fan, sim::ThermalModel::defaultFan);
-  change(_setPoint, sim::ThermalModel::defaultSetPoint);
-  change(_format, 9);
-  change(_resolution, 0);
-}
-
-// ---- Places
-
-bool Lines::disturb() {
-  for (Place* place : {&_thermal, &_alert, &_streaming, &_input, &_switch, &_identity, &_tools}) {
-    if (place->is(State::present) ? !once(1000) : !once(20)) continue;
-    const bool stick = place->canBeStuck() && once(2);
-    place->become(!place->is(State::present) ? State::present : stick ? State::stuck : State::gone);
-    return true;
-  }
-  return false;
-}
-
-void Lines::restore() {
-  for (Place* place : {&_thermal, &_alert, &_streaming, &_input, &_switch, &_identity, &_tools}) {
-    if (!place->is(State::present)) place->become(State::present);
-  }
-}
-
-// ---- Words
 
 std::string Lines::word(size_t length) {
   std::string text;
@@ -116,378 +80,49 @@ std::string Lines::word(size_t length) {
   return text;
 }
 
-std::string Lines::rubbish() {
-  static const Words some = {"?x", "STATUS", "on", "$(reboot)", "it's", "\"",
-                             "-n", "%s%n",   "*",  "&&",        "0x1f", "status"};
-  return (once(2) ? oneOf(some) : word(1 + below(20))) + "!";
+std::string_view Lines::oneOf(std::string_view forms) {
+  const auto all = split(forms);
+  return all[below(static_cast<unsigned>(all.size()))];
 }
 
-std::string Lines::number() {
-  static const Words odd = {"99999999999", "-99999999999", "0", "-1", "warm", "7x", "4294967297"};
-  return once(4) ? oneOf(odd) : std::to_string(static_cast<int>(below(120)) - 10);
-}
-
-std::string Lines::more() { return once(8) ? " " + rubbish() : ""; }
-
-// ---- What may come of a line
-
-Line Lines::exactly(const char* outcome, const std::string& text, const std::string& expected) {
-  const auto judge = [outcome, expected](const std::string& answer, Ending ending) {
-    return std::string(answer == expected && ending == Ending::none ? outcome : "");
-  };
-  return {kindOf(text), text, judge, expected};
-}
-
-Line Lines::request(const std::string& text, const std::string& expected) {
-  const auto judge = [this, expected](const std::string& answer, Ending ending) {
-    const bool fine = answer == expected && (ending != Ending::mixedUp || _inDoubt);
-    return std::string(fine ? nameOf(ending) : "");
-  };
-  return {kindOf(text), text, judge, expected, true};
-}
-
-Line Lines::shown(const std::string& text, Setting& setting, std::function<std::string(int)> show) {
-  const std::string example = setting.example(show);
-  const auto judge = [this, &setting, show = std::move(show)](const std::string& answer, Ending ending) {
-    return std::string(ending == Ending::none && setting.matches(answer, show, !_inDoubt) ? "shown" : "");
-  };
-  return {kindOf(text), text, judge, example};
-}
-
-Line Lines::badWords(const std::string& key, const std::string& pattern, const std::string& text) {
-  return exactly("usage told", text,
-                 "error: incorrect parameter(s) to <" + key + "> command\nusage: " + key + " " + pattern + "\n");
-}
-
-Line Lines::badSubcommand(const std::string& key, const std::string& rest) {
-  const std::string word = rubbish();
-  return exactly("subcommand not known", key + " " + word + rest, "error: subcmd [" + word + "] is not supported.\n");
-}
-
-Line Lines::noNode(const std::string& text, const std::string& path) {
-  return exactly("no node", text, "error: couldn't find node [" + path + "] on the system\n");
-}
-
-// ---- Lines by kind
-
-Line Lines::nothing() {
-  static const Words blanks = {"", " ", "\t", "   \t  ", std::string(longestLine, ' '), std::string("\0help", 5)};
-  Line line = exactly("prompt", oneOf(blanks), "");
-  line.kind = "(blank)";
-  return line;
-}
-
-Line Lines::unknown() {
-  static const Words near = {"HELP", "help\r", "hel", "helpp", "exit\r", "tev-cli>", "./version", "fan;", "stream\v"};
-  std::string first = once(4) ? oneOf(near) : word(1 + below(once(4) ? longestLine : 12));
-  if (std::find(keys.begin(), keys.end(), first) != keys.end()) first += '_';
-  std::string text = first;
-  while (once(2))
-    text += " " + word(1 + below(30));
-  text.resize(std::min(text.size(), longestLine));
-  first.resize(std::min(first.size(), longestLine));
-  Line line = exactly("not implemented", text, "command: [" + first + "] is not implemented \n");
-  line.kind = "(unknown)";
-  return line;
-}
-
-// The first answer of its kind is the measure of all later ones.
-Line Lines::help() {
-  std::string topic;
-  if (!once(3)) topic = once(4) ? "long" : oneOf(keys);
-  const std::string text = topic.empty() ? (once(2) ? "help" : "help " + rubbish()) : "help " + topic + more();
-  const auto judge = [this, topic](const std::string& answer, Ending ending) {
-    const std::string& first = _helpTexts.emplace(topic, answer).first->second;
-    const bool fine = answer == first && answer.size() > 100 && ending == Ending::none;
-    return std::string(fine ? "shown" : "");
-  };
-  return {"help", text, judge, "the same as ever"};
-}
-
-Line Lines::version() {
-  return exactly("shown", "version" + more(), std::string("firmware version: ") + sim::firmwareVersion + "\n");
-}
-
-Line Lines::temperature() {
-  if (once(8)) return badSubcommand("temperature", " 3");
-  if (once(2)) {
-    const std::string word = number();
-    const std::string text = "temperature setpoint " + word + more();
-    if (_thermal.is(State::gone)) return noNode(text, "/sys/bus/i2c/devices/1-004c/setpoint");
-    const std::string raw = std::to_string(numberIn(word) - static_cast<long long>(sim::ThermalModel::rawOffset));
-    const std::string written = raw.substr(0, 2);
-    if (hasNumber(written)) change(_setPoint, numberIn(written));
-    return exactly("written", text, "");
-  }
-  const std::string text = once(4) ? "temperature " + rubbish() : "temperature";
-  if (_thermal.is(State::gone) || _alert.is(State::gone)) {
-    return exactly("no node", text, "error: couldn't determine the temperature/fan status\n");
-  }
-  return shown(text, _setPoint, [stuck = _alert.is(State::stuck)](int raw) {
-    sim::ThermalModel model;
-    model.setSetPoint(raw);
-    const auto celsius = [](int value) {
-      // Three bytes are read.
-      return std::to_string(numberIn(std::to_string(value).substr(0, 3)) + sim::ThermalModel::rawOffset) +
-             " degrees Celsius\n";
-    };
-    return std::string("temperature alert status: *** ") + (model.alert() && !stuck ? "on" : "off") +
-           " ***\ntemperature: " + celsius(model.temperature()) +
-           "temperature high point setting: " + celsius(model.setPoint());
-  });
-}
-
-Line Lines::fan() {
-  if (once(8)) return badSubcommand("fan", " 3");
-  if (once(2)) {
-    const std::string word = number();
-    const std::string text = "fan speed " + word + more();
-    if (_thermal.is(State::gone)) return noNode(text, "/sys/bus/i2c/devices/1-004c/speed");
-    if (_thermal.is(State::present) && hasNumber(word)) {
-      change(_fan, std::clamp(numberIn(word), 0, sim::ThermalModel::maxFan));
-    }
-    return exactly("written", text, "");
-  }
-  const std::string text = once(4) ? "fan " + rubbish() : "fan";
-  if (_thermal.is(State::gone)) return exactly("no node", text, "error: couldn't determine the fan settings\n");
-  return shown(text, _fan, [stuck = _thermal.is(State::stuck)](int setting) {
-    sim::ThermalModel model;
-    model.setFan(setting);
-    std::string answer = "fan setting [0-63]: " + std::to_string(stuck ? 0 : setting) + "\n";
-    if (model.tachCount() == 0) {
-      return answer + "error: tachometer count is 0; make sure tachometer count is enabled!\n";
-    }
-    return answer + "fan rpm: " + std::to_string(static_cast<int>(2877120.0F / static_cast<float>(model.tachCount()))) +
-           "\n";
-  });
-}
-
-Line Lines::vlan() {
-  if (once(8)) return exactly("nothing to do", "vlan", "");
-  if (once(8)) return badSubcommand("vlan", more());
-  const std::string text = (once(2) ? "vlan on" : "vlan off") + more();
-  if (_switch.is(State::gone)) return noNode(text, _switch.path());
-  return exactly(_switch.is(State::stuck) ? "not taken" : "written", text, "");
-}
-
-// Whatever hinders the tool is told before the tool says `expected`.
-Line Lines::tool(const std::string& text, const std::string& name, const char* outcome, const std::string& expected) {
-  if (_tools.is(State::gone)) {
-    const std::string path = _tools.path() + name;
-    const auto judge = [path](const std::string& answer, Ending ending) {
-      const bool fine = answer.rfind("sh: ", 0) == 0 && answer.find(path) != answer.npos && ending == Ending::none;
-      return std::string(fine ? "no tool" : "");
-    };
-    return {kindOf(text), text, judge, "sh: " + path + ": not found"};
-  }
-  if (_identity.is(State::gone) && expected.rfind(name, 0) != 0) { // the tool finds fault with words first
-    return exactly("no node", text, name + ": " + sim::eepromNode + ": No such file or directory\n");
-  }
-  return exactly(outcome, text, expected);
-}
-
-Line Lines::mac() {
-  constexpr size_t longest = 83; // that a tool is given
-  const std::string writer = "eeprom-write-macs-arm-none";
-  if (once(3)) {
-    sim::eeprom::Mac bytes = {};
-    std::generate(bytes.begin(), bytes.end(), [this] { return static_cast<uint8_t>(below(256)); });
-    const std::string address = sim::eeprom::formatMac(bytes);
-    if (_identity.is(State::present) && _tools.is(State::present)) _mac = address;
-    return tool("mac " + address + more(), writer, "written", "");
-  }
-  if (once(3)) {
-    const std::string word = once(4) ? this->word(80 + below(40)) : rubbish();
-    const std::string text = "mac " + word;
-    if (word.size() > longest) {
-      return exactly("too long", text, "error: cannot write mac address to persistent storage\n");
-    }
-    return tool(text, writer, "refused by the tool", writer + ": not a MAC address: " + word + "\n");
-  }
-  const sim::eeprom::Mac second = sim::eeprom::macAfter(*sim::eeprom::parseMac(_mac), 1);
-  return tool("mac", "eeprom-read-macs-arm-none", "shown",
-              "eth0 " + _mac + "\neth1 " + sim::eeprom::formatMac(second) + "\n");
-}
-
-Line Lines::serialNumber() {
-  constexpr size_t longest = 78; // that a tool is given
-  const std::string writer = "eeprom-write-serialnum-arm-none";
-  if (once(2)) {
-    const std::string word = once(4) ? this->word(70 + below(40)) : once(2) ? rubbish() : std::to_string(_engine());
-    const std::string text = "serialnum " + word;
-    if (word.size() > longest) {
-      return exactly("too long", text, "error: cannot write new serial number to persistent storage\n");
-    }
-    if (!sim::eeprom::serialField(word)) {
-      return tool(text, writer, "refused by the tool",
-                  writer + ": not a serial number of 1 to 16 characters: " + word + "\n");
-    }
-    if (_identity.is(State::present) && _tools.is(State::present)) _serial = word;
-    return tool(text, writer, "written", "");
-  }
-  const std::string text = once(4) ? "serialnum 1 " + rubbish() : "serialnum";
-  return tool(text, "eeprom-read-serialnum-arm-none", "shown", _serial + "\n");
-}
-
-Line Lines::videoFormat() {
-  if (once(8)) return badWords("video-format", "<format|status|?>", "video-format " + rubbish());
-  if (once(2)) {
-    const unsigned format = 1 + below(static_cast<unsigned>(formats.size()) - 1);
-    change(_format, static_cast<int>(format));
-    return request("video-format " + formats[format]);
-  }
-  const std::string text = once(2) ? "video-format" : (once(2) ? "video-format ?" : "video-format status") + more();
-  if (_input.is(State::gone)) return exactly("no node", text, "error: couldn't determine the video-format\n");
-  return shown(text, _format, [stuck = _input.is(State::stuck)](int format) {
-    return "video-format: " + (stuck ? "" : formats[static_cast<size_t>(format)] + "\n") + "\n";
-  });
-}
-
-Line Lines::videoResolution() {
-  if (once(8)) return badWords("video-resolution", "<HxV@R|status|?>", "video-resolution " + rubbish());
-  if (once(2)) {
-    const Resolution& resolution = resolutions[below(std::size(resolutions))];
-    size_t number = 0;
-    while (std::string(resolutions[number].shown) != resolution.shown)
-      ++number;
-    change(_resolution, static_cast<int>(number));
-    return request(std::string("video-resolution ") + resolution.word);
-  }
-  const auto show = [](int number) { return std::string("video-resolution: ") + resolutions[number].shown + "\n"; };
-  const std::string text =
-      once(2) ? "video-resolution" : (once(2) ? "video-resolution ?" : "video-resolution status") + more();
-  Line line = request(text, _resolution.example(show));
-  line.judge = [this, show](const std::string& answer, Ending ending) {
-    bool fine = false;
-    if (ending == Ending::timedOut || ending == Ending::tooShort) {
-      fine = answer == "error: couldn't determine the video-resolution\n";
-    } else if (_inDoubt) {
-      fine = looksLikeResolution(answer);
-    } else if (ending == Ending::garbage) {
-      fine = answer == "video-resolution: 42405x42405i@42405\n";
+std::string Lines::expand(std::string_view form, std::string& sets) {
+  std::string text;
+  for (size_t i = 0; i < form.size(); ++i) {
+    int first = 0, last = 0, length = 0;
+    char kind = 0;
+    if (form[i] == '%' && i + 1 < form.size()) {
+      const char letter = form[++i];
+      const std::string piece = expand(oneOf(pieces.at(static_cast<char>(tolower(letter)))), sets);
+      if (isupper(letter) != 0) sets = piece;
+      text += piece;
+    } else if ((form[i] == '<' || form[i] == '{') &&
+               sscanf(form.data() + i, "%c%d-%d%*c%n", &kind, &first, &last, &length) == 3) {
+      const int number = first + static_cast<int>(below(static_cast<unsigned>(last - first) + 1));
+      text += kind == '<' ? std::to_string(number) : word(static_cast<size_t>(number));
+      i += static_cast<size_t>(length) - 1;
     } else {
-      fine = ending == Ending::answered && _resolution.matches(answer, show, true);
+      text += form[i];
     }
-    return std::string(fine ? nameOf(ending) : "");
-  };
+  }
+  return text;
+}
+
+Line Lines::next(bool asking) {
+  std::string_view form;
+  do {
+    form = oneOf(lines);
+  } while (asking && form[0] != '!');
+  Line line;
+  for (; !form.empty() && (form[0] == '!' || form[0] == '?'); form.remove_prefix(1))
+    (form[0] == '!' ? line.asks : line.queries) = true;
+  const size_t equals = std::min(form.find('='), form.size());
+  line.text = expand(form.substr(0, equals), line.sets).substr(0, longestLine);
+  if (equals < form.size()) line.sets = form.substr(equals + 1);
+  static const auto keys = split(pieces.at('k'));
+  const std::string first = line.text.substr(0, line.text.find(' ')).c_str(); // a zero byte ends what counts
+  const bool known = std::find(keys.begin(), keys.end(), first) != keys.end();
+  line.kind = known ? first : first.find_first_not_of('\t') == first.npos ? "(blank)" : "(unknown)";
   return line;
-}
-
-Line Lines::audioSource() {
-  if (once(8)) {
-    return badWords("audio-source", "<digital|analog|status|?>", "audio-source " + rubbish());
-  }
-  if (once(4)) {
-    return exactly("nothing to show", once(2) ? "audio-source" : "audio-source status" + more(),
-                   "audio-source: get - TBD\n");
-  }
-  return request(once(2) ? "audio-source digital" : "audio-source analog");
-}
-
-Line Lines::snap() {
-  if (once(8)) return exactly("usage told", "snap", "error: insufficient args\nusage: snap <slot> [<scale>]\n");
-  if (once(4)) {
-    static const Words bad = {"snap 0", "snap 17", "snap 3 9", "snap 3 0", "snap abc", "snap 4294967297", "snap 1 -1"};
-    return exactly("refused", oneOf(bad), "error: bad args\n");
-  }
-  return request("snap " + std::to_string(1 + below(16)) + " " + std::to_string(1 + below(3)));
-}
-
-Line Lines::stream() {
-  constexpr const char* types[] = {"", " audio", " video", " both"};
-  if (once(8)) {
-    const std::string text = once(2) ? "stream " + rubbish() : "stream start " + rubbish();
-    return badWords("stream", "<start|stop|status|?> [audio|video|both]", text);
-  }
-  if (once(2)) {
-    const bool start = once(2);
-    const unsigned type = below(4);
-    const int mask = type == 0 ? 3 : static_cast<int>(type);
-    // What is left of an unknown stream is not known.
-    if (mask == 3) {
-      change(_stream, start ? 3 : 0);
-    } else {
-      _stream.forget();
-    }
-    return request(std::string(start ? "stream start" : "stream stop") + types[type]);
-  }
-  const std::string text = once(2) ? "stream" : (once(2) ? "stream ?" : "stream status") + more();
-  if (_streaming.is(State::gone)) {
-    return exactly("no node", text, "error: couldn't determine the streaming status\n");
-  }
-  return shown(text, _stream, [stuck = _streaming.is(State::stuck)](int stream) {
-    return std::string("streaming is: ") + (stream != 0 && !stuck ? "on\n" : "off\n");
-  });
-}
-
-Line Lines::log() {
-  const std::string word = rubbish();
-  switch (below(8)) {
-  case 0:
-    return exactly("usage told", once(2) ? "log" : "log " + word, "log: insufficient args\n");
-  case 1:
-    return exactly("usage told", "log " + word + " all", "log: unsupported choice[" + word + "]\n");
-  case 2:
-    return exactly("usage told", "log enable " + word, "log: unsupported component[" + word + "]\n");
-  default:
-    return exactly("sent", (once(2) ? "log enable all" : "log disable all") + more(), "");
-  }
-}
-
-Line Lines::reboot() {
-  restart(false);
-  return request("reboot" + more(), "reboot: ...\n");
-}
-
-Line Lines::factory() {
-  if (once(4)) {
-    return badWords("factory", "<config|firmware>", once(2) ? "factory" : "factory " + rubbish());
-  }
-  const std::string rule = "###############################################\n";
-  const std::string what = once(2) ? "config" : "firmware";
-  restart(what == "config");
-  return request("factory " + what, rule + "Factory Default [" + what + "] In Progress......\n" + rule);
-}
-
-struct Lines::Kind {
-  unsigned weight;
-  bool asks; // mostly
-  Line (Lines::*make)();
-};
-
-Line Lines::ofAny(bool asks) {
-  static constexpr Kind kinds[] = {
-      {1, false, &Lines::nothing},
-      {3, false, &Lines::unknown},
-      {2, false, &Lines::help},
-      {1, false, &Lines::version},
-      {3, false, &Lines::temperature},
-      {3, false, &Lines::fan},
-      {2, false, &Lines::vlan},
-      {2, false, &Lines::mac},
-      {2, false, &Lines::serialNumber},
-      {4, true, &Lines::videoFormat},
-      {6, true, &Lines::videoResolution},
-      {2, true, &Lines::audioSource},
-      {1, true, &Lines::snap},
-      {4, true, &Lines::stream},
-      {2, false, &Lines::log},
-      {1, true, &Lines::reboot},
-      {1, true, &Lines::factory},
-  };
-  for (;;) {
-    const Kind& kind = kinds[below(std::size(kinds))];
-    if (below(6) < kind.weight && (kind.asks || !asks)) return (this->*kind.make)();
-  }
-}
-
-Line Lines::next() { return ofAny(false); }
-
-Line Lines::nextRequest() {
-  for (;;) {
-    // What is dropped here would not have changed anything.
-    if (Line line = ofAny(true); line.asks) return line;
-  }
 }
 
 } // namespace trial

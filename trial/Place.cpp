@@ -2,20 +2,33 @@
 
 #include "sim/SystemError.h"
 
+#include <fcntl.h>
+#include <sched.h>
+#include <stdexcept>
 #include <sys/mount.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace trial {
 
-void Place::become(State state) {
-  const std::string covered = state == State::gone || _state == State::gone ? _folder : path();
-  if (state == State::present) {
-    sim::check(umount2(covered.c_str(), MNT_DETACH), covered);
-  } else if (state == State::gone) {
-    sim::check(mount("gone", covered.c_str(), "tmpfs", MS_RDONLY, "size=4k"), covered);
-  } else {
-    sim::check(mount("/dev/full", covered.c_str(), nullptr, MS_BIND, nullptr), covered);
+void Place::become(State next, std::initializer_list<pid_t> boards) {
+  const State other = next == State::present ? state : next;
+  const std::string path = other == State::gone ? folder : std::string(folder) + "/" + node;
+  for (const pid_t board : boards) {
+    const std::string space = "/proc/" + std::to_string(board) + "/ns/mnt";
+    const pid_t child = sim::check(fork(), "fork");
+    if (child == 0) {
+      if (setns(open(space.c_str(), O_RDONLY | O_CLOEXEC), CLONE_NEWNS) != 0) _exit(errno);
+      const int result = next == State::present ? umount2(path.c_str(), MNT_DETACH)
+                         : next == State::gone  ? mount("gone", path.c_str(), "tmpfs", MS_RDONLY, "size=4k")
+                                                : mount("/dev/full", path.c_str(), nullptr, MS_BIND, nullptr);
+      _exit(result == 0 ? 0 : errno);
+    }
+    int status = 0;
+    sim::check(waitpid(child, &status, 0), "waitpid");
+    if (status != 0) throw std::runtime_error("cannot change " + path + ": " + std::to_string(status));
   }
-  _state = state;
+  state = next;
 }
 
 } // namespace trial

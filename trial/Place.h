@@ -3,32 +3,25 @@
 #define TEV_TRIAL_PLACE_H
 
 #include <string>
+#include <sys/types.h>
 
 namespace trial {
 
-/// A folder of nodes or tools. To be used on the board, in its mount namespace.
-class Place {
-public:
+/// A folder of nodes or tools.
+struct Place {
   enum class State {
     present,
     gone,  ///< the folder is empty
     stuck, ///< the node reads as zero bytes and takes none
   };
 
-  /// `node` is the file in the folder that can be stuck; null for none.
-  explicit Place(const char* folder, const char* node = nullptr) : _folder(folder), _node(node) {}
+  const char* folder;
+  const char* node = nullptr; ///< the file in the folder that can be stuck; null for none
+  State state = State::present;
 
-  bool is(State state) const { return _state == state; }
-  bool canBeStuck() const { return _node != nullptr; }
-  std::string path() const { return std::string(_folder) + "/" + (_node != nullptr ? _node : ""); }
-
-  /// From or to `present` only. Throws std::system_error.
-  void become(State state);
-
-private:
-  const char* _folder;
-  const char* _node;
-  State _state = State::present;
+  /// Changes the place on the boards that these processes live on; from or to `present` only. Throws
+  /// std::runtime_error.
+  void become(State next, std::initializer_list<pid_t> boards);
 };
 
 } // namespace trial

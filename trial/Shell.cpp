@@ -21,25 +21,22 @@ size_t findPrompt(const std::string& text) {
 
 } // namespace
 
-Shell::Shell(const std::string& program, Words environment)
-    : _child({program}, Child::Streams::inputAndOutput, std::move(environment)) {}
-
 Shell::State Shell::awaitPrompt(std::string* text) {
-  auto came = Child::Came::text;
-  size_t at = findPrompt(_child.unread);
-  while (at == std::string::npos && (came = _child.readMore(longestSilence)) == Child::Came::text)
-    at = findPrompt(_child.unread);
-  *text = withoutThreadLines(_child.unread.substr(0, at));
-  _child.unread.erase(0, at == std::string::npos ? at : at + sizeof prompt - 1);
-  return came == Child::Came::text ? State::prompting : came == Child::Came::end ? State::ended : State::silent;
+  auto came = Came::text;
+  size_t at = findPrompt(unread);
+  while (at == std::string::npos && (came = readMore(longestSilence)) == Came::text)
+    at = findPrompt(unread);
+  *text = withoutThreadLines(unread.substr(0, at));
+  unread.erase(0, at == std::string::npos ? at : at + sizeof prompt - 1);
+  return came == Came::text ? State::prompting : came == Came::end ? State::ended : State::silent;
 }
 
 int Shell::end(std::string* text) {
-  _child.endInput();
-  while (_child.readMore(longestSilence) == Child::Came::text) {
+  endInput();
+  while (readMore(longestSilence) == Came::text) {
   }
-  *text = withoutThreadLines(std::exchange(_child.unread, ""));
-  return _child.wait();
+  *text = withoutThreadLines(std::exchange(unread, ""));
+  return wait();
 }
 
 } // namespace trial

@@ -4,19 +4,18 @@
 
 #include "trial/Child.h"
 
-#include <string>
-
 namespace trial {
 
-class Shell {
+class Shell : private Child {
 public:
-  /// Starts `program`, with NAME=VALUE added to its environment. Throws std::system_error.
-  explicit Shell(const std::string& program, Words environment = {});
+  /// Starts the words, with NAME=VALUE added to the environment. Throws std::system_error.
+  explicit Shell(Words words, Words environment = {})
+      : Child(std::move(words), Streams::inputAndOutput, std::move(environment)) {}
 
   enum class State { prompting, ended, silent };
 
-  /// Types a line. An ended shell does not care.
-  void type(const std::string& line) { _child.type(line + '\n'); }
+  /// Types a line. Does nothing when the shell has ended.
+  void type(const std::string& line) const { Child::type(line + '\n'); }
 
   /// Waits for the next prompt. `*text` is what was printed before it, on both streams, without what the start of the
   /// shell's task prints from two threads at any moment.
@@ -25,10 +24,7 @@ public:
   /// Ends the input and waits for the end of the shell. Its exit status, 128 + n for signal n.
   int end(std::string* text);
 
-  pid_t pid() const { return _child.pid(); }
-
-private:
-  Child _child;
+  using Child::pid;
 };
 
 } // namespace trial

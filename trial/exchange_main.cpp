@@ -1,76 +1,65 @@
 // The synchronous exchange, in every order in which replies can arrive.
 //
 // The code that sends a request and reads its reply is the product's own. The system calls that it makes on queue and
-// pipe end here, in a world of services that answer at any moment: on time, late, twice, never, half or in two halves.
-// Every choice that this world has is tried. Mix-ups that the protocol rules out must not come about; those that it
-// permits must, and of each the shortest way is printed.
+// pipe end here, among services that answer at any moment: on time, late, twice, never, half or in two halves. Every
+// choice that they have is tried. Mix-ups that the protocol rules out must not come about; those that it permits must,
+// and of each the shortest way is printed.
 //
 // To be run on the stand-in appliance, because its endpoint makes a queue and a pipe.
 //
 // tev-exchange [FILE [FAULTS]]      FILE is the page that must show what is printed, FAULTS how many exchanges may be
-//                                   answered in another way than once and whole: three, unless told otherwise
+//                                   answered in another way than once and whole; default: three
 #include "trial/MixUps.h"
 
-#include <atomic>
-#include <cerrno>
-#include <chrono>
 #include <cstdio>
 #include <fstream>
-#include <functional>
-#include <poll.h>
 #include <sstream>
 #include <stdexcept>
-#include <string>
-#include <thread>
-#include <vector>
 
 namespace trial {
 
 namespace {
 
-// For a second requester: what it must not do while the first is between its drain and the end of its reply.
-std::thread::id firstThread;
-std::atomic<unsigned> trespasses{0};
-std::function<void()> atEachCall;
+struct MixUp {
+  unsigned long ways = 0;
+  unsigned fewestSteps = ~0U;
+  std::vector<std::string> story = {};
+};
+using Found = std::array<MixUp, mixUps>;
 
 /// Goes the way that `choices` has just been, and returns what happened on it.
 std::vector<std::string> storyOf(const Trial& trial, Choices& choices, CommObj& console) {
   std::vector<std::string> story;
   choices.again();
-  World same(trial, choices, console);
-  same.run(&story);
+  World(trial, choices, console).run(&story);
   return story;
 }
 
-/// What is wrong about a way. Counts its mix-ups.
-std::string judge(const World& w, const Trial& trial, std::vector<MixUp>& mixUps,
-                  const std::function<void(MixUp&, unsigned)>& keep) {
-  std::string problem = ruledOut(w, trial.stray);
-  for (unsigned i = 0; i < exchanges; ++i) {
-    bool known = !w.exchange(i).replied || isOwn(w.exchange(i), i);
-    for (MixUp& mixUp : mixUps) {
-      if (!mixUp.happened(w, i)) continue;
-      known = true;
-      ++mixUp.ways;
-      if (w.exchange(i).endedAt < mixUp.fewestSteps) keep(mixUp, i);
-    }
-    if (!known && problem.empty()) problem = "exchange " + std::to_string(i + 1) + " has a mix-up of no known kind";
-  }
-  return problem;
-}
-
-bool explore(const Trial& trial, CommObj& console, std::vector<MixUp>& mixUps) {
+/// Goes all ways. False, with the reason printed, if one of them must not be.
+bool explore(const Trial& trial, CommObj& console, Found& found) {
   Choices choices;
   unsigned long ways = 0;
   do {
-    World w(trial, choices, console);
-    w.run();
+    World world(trial, choices, console);
+    world.run();
     ++ways;
-    const std::string problem = judge(w, trial, mixUps, [&](MixUp& mixUp, unsigned i) {
-      mixUp.fewestSteps = w.exchange(i).endedAt;
-      mixUp.story = storyOf(trial, choices, console);
-      mixUp.story.resize(w.exchange(i).told);
-    });
+    std::string problem = ruledOut(world, trial.stray);
+    for (unsigned i = 0; i < exchanges; ++i) {
+      const Exchange& exchange = world.all[i];
+      const auto happened = mixUpsOf(world, i);
+      for (size_t kind = 0; kind < mixUps; ++kind) {
+        MixUp& mixUp = found[kind];
+        if (!happened[kind]) continue;
+        ++mixUp.ways;
+        if (exchange.endedAt >= mixUp.fewestSteps) continue;
+        mixUp.fewestSteps = exchange.endedAt;
+        mixUp.story = storyOf(trial, choices, console);
+        mixUp.story.resize(exchange.lines);
+      }
+      const bool known = std::find(happened.begin(), happened.end(), true) != happened.end();
+      if (exchange.replied && !isOwn(exchange, i) && !known && problem.empty())
+        problem = "exchange " + std::to_string(i + 1) + " has a mix-up of no known kind";
+    }
     if (problem.empty()) continue;
     printf("%s: %s\n", trial.name, problem.c_str());
     for (const std::string& line : storyOf(trial, choices, console))
@@ -86,12 +75,13 @@ bool explore(const Trial& trial, CommObj& console, std::vector<MixUp>& mixUps) {
 bool secondWaits(CommObj& console) {
   constexpr Trial trial = {"two requesters", 0, 0, false};
   Choices choices;
-  const auto isGood = [&] {
-    World w(trial, choices, console);
-    w.run();
-    return isOwn(w.exchange(0), 0) && isOwn(w.exchange(1), 1) && isOwn(w.exchange(2), 2);
+  const auto isGood = [&](std::thread* second) {
+    World world(trial, choices, console);
+    world.run();
+    if (second != nullptr && second->joinable()) second->join();
+    return isOwn(world.all[0], 0) && isOwn(world.all[1], 1) && isOwn(world.all[2], 2);
   };
-  while (!isGood())
+  while (!isGood(nullptr))
     (void)choices.nextWay(); // there are some
   bool reached = true;
   unsigned at = 0;
@@ -99,61 +89,46 @@ bool secondWaits(CommObj& console) {
     unsigned call = 0;
     std::thread second;
     reached = false;
-    atEachCall = [&] {
+    World::atEachCall = [&] {
       if (call++ != at) return;
       reached = true;
       second = std::thread([&console] { delete requests[0].make(console.GetTaskId())->Send(); });
       std::this_thread::sleep_for(std::chrono::milliseconds(20)); // time enough to do wrong
     };
     choices.again();
-    (void)isGood();
-    if (second.joinable()) second.join();
+    (void)isGood(&second);
   }
-  atEachCall = nullptr;
-  printf("a second requester, started at each of %u calls: %u trespasses\n", at - 1, trespasses.load());
-  return at > 9 && trespasses == 0;
+  World::atEachCall = nullptr;
+  printf("a second requester, started at each of %u calls: %u trespasses\n", at - 1, World::trespasses.load());
+  return at > 9 && World::trespasses == 0;
 }
 
-/// Prints the mix-ups, and whether each has come about and `page`, if there is one, shows it.
-bool tell(const std::vector<MixUp>& mixUps, const std::string& page) {
+/// Prints the mix-ups. Whether each has come about and `page`, if there is one, shows it.
+bool print(const Found& found, const std::string& page) {
   bool fine = true;
-  for (const MixUp& mixUp : mixUps) {
-    std::string text = std::string("### ") + mixUp.title + "\n\n```\n";
-    for (const std::string& line : mixUp.story)
+  for (size_t kind = 0; kind < mixUps; ++kind) {
+    std::string text = std::string("### ") + titles[kind] + "\n\n```\n";
+    for (const std::string& line : found[kind].story)
       text += line + "\n";
     text += "```\n";
-    printf("\n%s", text.c_str());
-    if (mixUp.ways == 0) printf("NEVER HAPPENED\n");
     const bool shown = page.empty() || page.find(text) != page.npos;
-    if (!shown) printf("NOT ON THE PAGE\n");
-    fine = fine && mixUp.ways > 0 && shown;
+    printf("\n%s%s%s", text.c_str(), found[kind].ways == 0 ? "NEVER HAPPENED\n" : "", shown ? "" : "NOT ON THE PAGE\n");
+    fine = fine && found[kind].ways > 0 && shown;
   }
   return fine;
 }
 
 bool run(const std::string& page, unsigned faults) {
-  firstThread = std::this_thread::get_id();
   auto* console = new CommObj("tExchange"); // StopAll() deletes it
   if (console->GetPipeFd() < 0) throw std::runtime_error("no endpoint here");
-  std::vector<MixUp> late = mixUps(), stray = mixUpsOfStrayBytes(), interrupted = mixUps();
+  Found late, stray, interrupted;
   bool fine = explore({"late and faulty replies", faults, 0, false}, *console, late);
   fine = fine && explore({"late replies and too many stray bytes", 0, drainedMax + 32, false}, *console, stray);
   fine = fine && explore({"late and faulty replies, and signals", 1, 0, true}, *console, interrupted);
   fine = fine && secondWaits(*console);
   CommObj::StopAll();
-  late.push_back(stray[0]);
-  return tell(late, page) && fine;
-}
-
-/// Whether a call is part of the exchange that is watched.
-bool isMine() {
-  if (std::this_thread::get_id() == firstThread) {
-    if (atEachCall) atEachCall();
-    return true;
-  }
-  if (World::busy) ++trespasses;
-  errno = EBADF;
-  return false;
+  late.back() = stray.back();
+  return print(late, page) && fine;
 }
 
 std::string contentsOf(const char* path) {
@@ -167,23 +142,6 @@ std::string contentsOf(const char* path) {
 } // namespace
 
 } // namespace trial
-
-// The product's calls come here instead of into the C library.
-// NOLINTBEGIN(bugprone-reserved-identifier): the linker's names
-extern "C" {
-
-int __wrap_poll(pollfd* wait, nfds_t, int timeout) {
-  const int ready = trial::isMine() ? trial::World::current->poll(timeout) : -1;
-  wait->revents = ready > 0 ? POLLIN : 0;
-  return ready;
-}
-ssize_t __wrap_read(int, void* buffer, size_t size) {
-  return trial::isMine() ? trial::World::current->read(buffer, size) : -1;
-}
-int __wrap_msgsnd(int, const void*, size_t, int) { return trial::isMine() ? trial::World::current->msgsnd() : -1; }
-
-} // extern "C"
-// NOLINTEND(bugprone-reserved-identifier)
 
 int main(int argc, char** argv) {
   try {

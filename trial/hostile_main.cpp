@@ -4,8 +4,8 @@
 //
 // To be run on the stand-in appliance by root: tev-hostile SHELL SERVICE ROUNDS SEED
 #include "sim/BoardSocket.h"
-#include "sim/Failure.h"
 #include "sim/ServiceProcesses.h"
+#include "sim/SystemError.h"
 #include "trial/Shell.h"
 
 #include <atomic>
@@ -97,7 +97,7 @@ void disturb(const Round& round, Seen& seen) {
     const int queue = msgget(queueKey, 0);
     while (msgsnd(queue, &message, sizeof message.text, IPC_NOWAIT) == 0) {
     }
-    const sim::Descriptor pipe(open(pipeOf(queue).c_str(), O_WRONLY | O_NONBLOCK | O_NOFOLLOW));
+    const kr::Descriptor pipe(open(pipeOf(queue).c_str(), O_WRONLY | O_NONBLOCK | O_NOFOLLOW));
     struct stat is = {};
     if (fstat(pipe.get(), &is) == 0 && S_ISFIFO(is.st_mode) && is.st_uid == round.shell)
       (void)!write(pipe.get(), message.text, sizeof message.text);
@@ -129,7 +129,7 @@ void play(const Round& round, Seen& seen, const std::string& program, const std:
   });
   turnInto(round.shell);
   seen.reached = "the start of the shell";
-  Shell shell(program);
+  Shell shell({program});
   std::string text;
   if (shell.awaitPrompt(&text) != Shell::State::prompting) return;
   seen.told = ("\n" + text).find("\ntev-cli: ") != text.npos;
@@ -178,7 +178,7 @@ Round pick(std::mt19937& dice, int guess) {
 }
 
 /// All that a change of a file changes.
-std::vector<long> stateOf(const sim::Descriptor& file) {
+std::vector<long> stateOf(const kr::Descriptor& file) {
   struct stat is = {};
   check(fstat(file.get(), &is), "fstat");
   return {is.st_mode, is.st_uid, is.st_gid, is.st_size, is.st_mtim.tv_sec, is.st_mtim.tv_nsec};
@@ -195,9 +195,9 @@ std::vector<std::string> judge(const Round& round, Seen& seen, const std::string
       check(objects[object].second(path.c_str()), path);
   });
   (void)umask(022);
-  std::map<std::string, std::pair<sim::Descriptor, std::vector<long>>> files;
+  std::map<std::string, std::pair<kr::Descriptor, std::vector<long>>> files;
   const auto watch = [&](const std::string& path, int flags) {
-    sim::Descriptor file(check(open(path.c_str(), flags | O_CLOEXEC), path));
+    kr::Descriptor file(check(open(path.c_str(), flags | O_CLOEXEC), path));
     const auto state = stateOf(file);
     files[path] = {std::move(file), state};
   };
@@ -231,7 +231,7 @@ bool run(const std::string& shell, const std::string& service, unsigned long rou
     return "/proc/self/fd/" + std::to_string(check(program.file.get(), program.path));
   };
   void* const page = mmap(nullptr, sizeof(Seen), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-  if (page == MAP_FAILED) throw sim::failure("mmap");
+  if (page == MAP_FAILED) throw sim::systemError("mmap");
   struct Outcomes {
     unsigned starts, complete, told, wrong;
   };

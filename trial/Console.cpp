@@ -1,0 +1,106 @@
+#include "trial/Console.h"
+
+#include "sim/SystemError.h"
+
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+#include <sys/stat.h>
+
+namespace trial {
+
+namespace {
+
+constexpr char traceLog[] = "/tmp/cli.log";
+
+void take(const std::string& line, Answer& answer) {
+  const auto begins = [&line](const char* with) { return line.rfind(with, 0) == 0; };
+  if (begins("timed out waiting on reply of msgType: ")) {
+    answer.timedOut = true;
+  } else if (begins("couldn't get all the expected data, size=")) {
+    answer.tooShort = true;
+  } else if (begins("MsgObj::send()[isReqSyncMsg/remote] - pSourceCommObj->ReadReplyMsg(...) returned: ")) {
+    ++answer.requests;
+  } else if (begins("   msgType = ")) {
+    answer.type = line;
+  } else if (begins("flushing data from pipe: ")) {
+    ++answer.drained;
+  } else if (begins("MsgObj::Make(): returning 0 for creation request of msgid: ") ||
+             begins("CommObj::run() - dropping an oversized message from msgQ: ")) {
+    ++answer.undecoded;
+  } else if (!line.empty() && !begins("   ") && !begins("CommObj::ReadReplyMsg(...) - ") &&
+             !begins("MsgObj::send()[isReqSyncMsg/remote] - ") && line.find("espmsg: ") == line.npos &&
+             line.find("RespMsg:") == line.npos) {
+    answer.other.push_back(line);
+  }
+}
+
+/// The first process that `parent` has started.
+pid_t childOf(pid_t parent) {
+  const std::string number = std::to_string(parent);
+  std::ifstream children("/proc/" + number + "/task/" + number + "/children");
+  pid_t child = 0;
+  if (!(children >> child)) throw std::runtime_error("process " + number + " has no child");
+  return child;
+}
+
+} // namespace
+
+Console::Console(const std::string& program, const std::string& sim)
+    : Shell(sim.empty() ? Words{program} : Words{sim, "--frozen", "--", program}) {
+  std::string text;
+  if (awaitPrompt(&text) != State::prompting) throw std::runtime_error("no prompt: " + text);
+  (void)usleep(1'500'000); // by then the shell's task has printed what it prints at its start
+  _board = sim.empty() ? getpid() : childOf(pid());
+  _root = "/proc/" + std::to_string(_board) + "/root";
+  _trace = kr::Descriptor(sim::check(open((_root + traceLog).c_str(), O_RDONLY | O_CLOEXEC), traceLog));
+  _at = sim::check(lseek(_trace.get(), 0, SEEK_END), traceLog);
+}
+
+Answer Console::await() {
+  Answer answer;
+  answer.state = awaitPrompt(&answer.text);
+  readTrace(answer);
+  return answer;
+}
+
+void Console::readTrace(Answer& answer) {
+  char piece[4096];
+  ssize_t count = 0;
+  while ((count = sim::check(pread(_trace.get(), piece, sizeof piece, _at), traceLog)) > 0) {
+    _at += count;
+    _rest.append(piece, static_cast<size_t>(count));
+  }
+  for (size_t end = 0; (end = _rest.find('\n')) != _rest.npos; _rest.erase(0, end + 1))
+    take(_rest.substr(0, end), answer);
+}
+
+void Console::cutLogs() const {
+  constexpr off_t kept = 1 << 20;
+  std::vector<std::string> logs = {_root + traceLog};
+  for (const auto& entry : std::filesystem::directory_iterator(_root + "/var/log"))
+    logs.push_back(entry.path());
+  for (const std::string& log : logs) {
+    const kr::Descriptor file(open(log.c_str(), O_WRONLY | O_CLOEXEC));
+    struct stat about = {};
+    // A file system that cannot do it keeps the bytes.
+    if (file && fstat(file.get(), &about) == 0 && about.st_size > 2 * kept)
+      (void)fallocate(file.get(), FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, 0, about.st_size - kept);
+  }
+}
+
+std::map<std::string, long> Console::use() const {
+  const std::string folder = "/proc/" + std::to_string(pid());
+  std::map<std::string, long> use;
+  std::ifstream rollup(folder + "/smaps_rollup"); // exact, unlike the counters in status
+  for (std::string line; std::getline(rollup, line);)
+    if (line.rfind("Rss:", 0) == 0 || line.rfind("Anonymous:", 0) == 0)
+      use[line.substr(0, line.find(':'))] = std::stol(line.substr(line.find(':') + 1));
+  if (use["Rss"] == 0) throw std::runtime_error(folder + " does not show the memory");
+  using Entries = std::filesystem::directory_iterator;
+  use["descriptors"] = std::distance(Entries(folder + "/fd"), Entries());
+  return use;
+}
+
+} // namespace trial
