@@ -1,7 +1,6 @@
 // Console lines through splitter, registry and the real commands, on an appliance whose nodes hold anything and whose
 // services answer anything. What the loop itself prints is predicted to the byte; what reaches the services and the
 // board tools keeps its form.
-#include "fuzz/Check.h"
 #include "fuzz/StandIns.h"
 
 #include "messaging/CommObj.h"
@@ -10,12 +9,9 @@
 #include "shell/Shell.h"
 
 #include <algorithm>
-#include <fcntl.h>
-#include <fuzzer/FuzzedDataProvider.h>
 #include <iostream>
 #include <sstream>
 #include <sys/mman.h>
-#include <unistd.h>
 
 namespace {
 
@@ -31,38 +27,34 @@ public:
 
 class Appliance : public StandIns {
 public:
-  Appliance(FuzzedDataProvider& data, std::string nodeText) : _data(data), _nodeText(std::move(nodeText)) {}
+  Appliance(Input& in, std::string nodeText) : _in(in), _nodeText(std::move(nodeText)) {}
 
-  int sent(int queue, long, const std::string& text) override {
+  void sent(int queue, long, const std::string& text) override {
     FUZZ_CHECK(queue == 98307 || queue == 229383 || queue == 0);
     FUZZ_CHECK(text.size() >= 16 && text.size() <= 28 && text.size() % 4 == 0);
     _waiting = true;
-    return 0;
   }
 
   void arrive() override {
-    if (!_waiting) return;
-    _waiting = false;
-    const std::string reply = _data.ConsumeRandomLengthString(64);
-    intoPipe(reply.data(), reply.size());
+    if (std::exchange(_waiting, false)) intoPipe(_in.bytes(64));
   }
 
-  int openNode(const char*, int) override {
-    if (_nodeText == "missing") return StandIns::openNode(nullptr, 0);
+  int openNode(const char* path) override {
+    if (_nodeText == "missing") return StandIns::openNode(path);
     const int fd = memfd_create("node", MFD_CLOEXEC);
     FUZZ_CHECK(fd > 0 && write(fd, _nodeText.data(), _nodeText.size()) >= 0 && lseek(fd, 0, SEEK_SET) == 0);
     return fd;
   }
 
-  int run(const char* commandLine) override {
+  int system(const char* commandLine) override {
     const std::string line = commandLine;
     FUZZ_CHECK(line.rfind(toolFolder, 0) == 0);
     FUZZ_CHECK(line.find_first_of("\n\t") == std::string::npos || line.back() == '\'');
-    return _data.ConsumeBool() ? 0 : -1;
+    return _in.once() ? 0 : -1;
   }
 
 private:
-  FuzzedDataProvider& _data;
+  Input& _in;
   const std::string _nodeText;
   bool _waiting = false;
 };
@@ -98,7 +90,9 @@ std::string predicted(const std::string& input) {
   return out;
 }
 
-void start() {
+} // namespace
+
+static void start() {
   tev::initlog("/dev/null");
   tev::log << tev::enable;
   StandIns standIns;
@@ -108,22 +102,15 @@ void start() {
   gCmdMap["exit"] = &quiet;
 }
 
-} // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
-  static const bool started = (start(), true);
-  (void)started;
-  FuzzedDataProvider data(bytes, size);
-  const std::string nodeText = data.ConsumeRandomLengthString(24);
-  const std::string lines = data.ConsumeRandomLengthString(2000);
-  Appliance appliance(data, nodeText);
-  std::istringstream in(lines);
+static void fuzz(Input& in) {
+  Appliance appliance(in, in.bytes(24));
+  const std::string lines = in.bytes(2000);
+  std::istringstream input(lines);
   std::ostringstream out, console;
   auto* const oldOut = std::cout.rdbuf(console.rdbuf());
   auto* const oldErr = std::cerr.rdbuf(console.rdbuf());
-  runPromptLoop(in, out);
+  runPromptLoop(input, out);
   std::cout.rdbuf(oldOut);
   std::cerr.rdbuf(oldErr);
   FUZZ_CHECK(out.str() == predicted(lines));
-  return 0;
 }

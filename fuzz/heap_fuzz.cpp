@@ -1,312 +1,204 @@
-// Sequences of calls on the managed heap beside a model: blocks are disjoint, keep their contents, come back newest
-// first; misuse is told and harmless; a system without memory is survived. After each call all counters and lists of
-// the heap are what the model says.
-#include "fuzz/Check.h"
+// Sequences of calls on the managed heap: blocks are disjoint, keep their contents, come back newest first; misuse is
+// reported and harmless; a system without memory is survived. After each call the heap's lists hold what is not in use.
+#include "fuzz/Target.h"
 
 #include "platform/krMem.h"
+#include "trial/SystemCalls.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
-#include <fuzzer/FuzzedDataProvider.h>
+#include <functional>
 #include <map>
-#include <vector>
 
 namespace {
 
-bool noMemory = false; // for the heap
-std::string told;      // on standard output since the last look
+std::string printed; // on standard output since the last look
 constexpr size_t header = 16;
-
-} // namespace
-
-// NOLINTBEGIN(bugprone-reserved-identifier): the linker's names
-extern "C" void* __real_malloc(size_t size);
-extern "C" void* __wrap_malloc(size_t size) { return noMemory ? nullptr : __real_malloc(size); }
-// NOLINTEND(bugprone-reserved-identifier)
-
-namespace {
 
 int classOf(size_t size) {
   const auto& sizes = g_heap->classSizes;
   return static_cast<int>(std::lower_bound(std::begin(sizes), std::end(sizes), size) - sizes);
 }
 
-char* headerOf(void* block) { return static_cast<char*>(block) - header; }
-
-void* next(void* listed) {
-  void* link = nullptr;
-  memcpy(&link, static_cast<char*>(listed) + header, sizeof link);
-  return link;
+/// The block of a class that was released before this one.
+char* nextOf(const char* block) {
+  char* next = nullptr;
+  memcpy(&next, block, sizeof next);
+  return next != nullptr ? next + header : nullptr;
 }
 
-/// The heap's own figures; the model changes a copy of them.
-struct Figures {
-  KrHeap heap = *g_heap;
+/// The block of a class that was released last; null for none.
+char* lastReleased(int type) {
+  void* const last = type < KR_MEM_CLASSES ? g_heap->freeLists[type] : nullptr;
+  return last != nullptr ? static_cast<char*>(last) + header : nullptr;
+}
 
-  bool operator==(const Figures& other) const {
-    const KrHeap &a = heap, &b = other.heap;
-    const auto same = [](const auto& x, const auto& y) {
-      return std::equal(std::begin(x), std::end(x), std::begin(y));
-    };
-    return same(a.freeLists, b.freeLists) && same(a.obtained, b.obtained) && same(a.smallest, b.smallest) &&
-           same(a.largest, b.largest) && same(a.requestedBytes, b.requestedBytes) &&
-           same(a.allocations, b.allocations) && same(a.inUse, b.inUse) && a.largeInUse == b.largeInUse &&
-           a.largeAllocations == b.largeAllocations && a.largeBytes == b.largeBytes && a.debug == b.debug &&
-           a.trackedBytes[0] == b.trackedBytes[0] && a.highestSlot == b.highestSlot;
-  }
-
-  void allocated(size_t size) {
-    const int i = classOf(size);
-    if (i == KR_MEM_CLASSES) {
-      ++heap.largeInUse;
-      ++heap.largeAllocations;
-      heap.largeBytes += size;
-      return;
-    }
-    if (heap.freeLists[i] != nullptr)
-      heap.freeLists[i] = next(heap.freeLists[i]);
-    else
-      ++heap.obtained[i];
-    const auto requested = static_cast<uint32_t>(size);
-    if (heap.allocations[i] == 0 || requested < heap.smallest[i]) heap.smallest[i] = requested;
-    heap.largest[i] = std::max(heap.largest[i], requested);
-    heap.requestedBytes[i] += size;
-    ++heap.allocations[i];
-    ++heap.inUse[i];
-    track(i, 1);
-  }
-
-  void released(void* block, size_t size) {
-    const int i = classOf(size);
-    if (i == KR_MEM_CLASSES) {
-      --heap.largeInUse;
-      return;
-    }
-    heap.freeLists[i] = headerOf(block);
-    --heap.inUse[i];
-    track(i, -1);
-  }
-
-private:
-  void track(int i, int sign) {
-    if (heap.watch == 0) return;
-    heap.highestSlot = 0; // there is one thread
-    heap.trackedBytes[0] += sign * static_cast<int64_t>(heap.classSizes[i] + header);
-  }
-};
-
-class Model {
+class Heap : public SystemCalls {
 public:
-  explicit Model(FuzzedDataProvider& data) : _data(data) {}
-
-  void step() {
-    told.clear();
-    noMemory = _data.ConsumeIntegralInRange(0, 15) == 15;
-    constexpr void (Model::*calls[])() = {
-        &Model::allocate, &Model::allocate, &Model::allocate,     &Model::reallocate,     &Model::reallocate,
-        &Model::release,  &Model::release,  &Model::releaseAgain, &Model::releaseForeign, &Model::setting};
-    (this->*_data.PickValueInArray(calls))();
-  }
-
-  void end() {
-    noMemory = false;
-    told.clear();
-    while (!_live.empty())
+  explicit Heap(Input& in) : _in(in) { present = this; }
+  ~Heap() {
+    _noMemory = false;
+    while (!_live.empty()) {
       release();
-    for (int i = 0; i < KR_MEM_CLASSES; ++i)
-      FUZZ_CHECK(listLength(i) == g_heap->obtained[i]);
+      check();
+    }
+    present = _before;
   }
+
+  void* malloc(size_t size) override { return _noMemory ? nullptr : SystemCalls::malloc(size); }
+
+  void check() {
+    size_t inUse[KR_MEM_CLASSES + 1] = {};
+    for (const auto& [at, block] : _live)
+      ++inUse[classOf(block.owned)];
+    FUZZ_CHECK(g_heap->largeInUse == inUse[KR_MEM_CLASSES]);
+    for (int i = 0; i < KR_MEM_CLASSES; ++i) {
+      FUZZ_CHECK(g_heap->inUse[i] == inUse[i]);
+      size_t released = g_heap->obtained[i] - inUse[i];
+      for (const char* at = lastReleased(i); at != nullptr; at = nextOf(at))
+        FUZZ_CHECK(released-- > 0);
+      FUZZ_CHECK(released == 0);
+    }
+    printed.clear();
+    _noMemory = _in.number(0, 15) == 15;
+  }
+
+  void allocate() {
+    const size_t size = pickSize();
+    g_clearBlock = _in.once() ? 1 : 0;
+    char* const block = obtain(size, [&] { return _in.once() ? krMalloc(size) : krZalloc(size); });
+    FUZZ_CHECK((printed.find("Zero alloc") != printed.npos) == (size == 0));
+    FUZZ_CHECK((printed.find("krMallocByHeap - Error") != printed.npos) == (block == nullptr));
+    FUZZ_CHECK(block != nullptr || errno == ENOMEM);
+    FUZZ_CHECK(block == nullptr || g_clearBlock == 0 || holds(block, size, 0));
+    if (block != nullptr) enter(block, size);
+  }
+
+  void reallocate() {
+    if (_live.empty()) return;
+    const auto old = any();
+    const auto [at, block] = *old;
+    FUZZ_CHECK(holds(at, block.size, block.fill));
+    const size_t size = pickSize();
+    if (size != 0 && classOf(block.owned) < KR_MEM_CLASSES && classOf(size) <= classOf(block.owned)) {
+      FUZZ_CHECK(krRealloc(at, size) == at);
+      memset(at, block.fill, size);
+      old->second.size = size;
+      return;
+    }
+    char* moved = nullptr;
+    if (size == 0) {
+      FUZZ_CHECK(krRealloc(at, 0) == nullptr);
+    } else {
+      moved = obtain(size, [&, from = at] { return krRealloc(from, size); });
+    }
+    _live.erase(old);
+    if (moved == nullptr) return;
+    FUZZ_CHECK(holds(moved, std::min(block.size, size), block.fill));
+    enter(moved, size);
+  }
+
+  void release() {
+    if (_live.empty()) return;
+    const auto [at, block] = *any();
+    FUZZ_CHECK(holds(at, block.size, block.fill));
+    krFree(at);
+    _live.erase(at);
+    FUZZ_CHECK(printed.empty());
+    const int type = classOf(block.owned);
+    FUZZ_CHECK(type == KR_MEM_CLASSES || lastReleased(type) == at);
+  }
+
+  void releaseAgain() {
+    char* block = lastReleased(_in.number(0, KR_MEM_CLASSES - 1));
+    for (int i = _in.number(0, 9); i > 0 && block != nullptr && nextOf(block) != nullptr; --i)
+      block = nextOf(block);
+    if (block != nullptr) misuse(block, "already deleted");
+  }
+
+  void releaseForeign() {
+    static char foreign[64];
+    char* address = foreign + 16 + _in.number(0, 32);
+    if (!_live.empty() && _in.once()) {
+      const auto [at, block] = *any();
+      const auto inside = _in.number<size_t>(0, block.size);
+      if (inside < header) return;
+      address = at + inside;
+    } else if (_in.once()) {
+      address = reinterpret_cast<char*>(_in.number<uintptr_t>(1, 4095));
+    }
+    misuse(address, "Delete invalid block");
+  }
+
+  void watch() { krMemEnableWatch(); }
 
 private:
   struct Block {
     size_t size;  ///< as requested; a block that was shrunk in its place has a smaller one
     size_t owned; ///< the size that its class came from
     char fill;
+
+    size_t room() const { return classOf(owned) < KR_MEM_CLASSES ? g_heap->classSizes[classOf(owned)] : owned; }
   };
-  using Live = std::map<char*, Block>;
 
-  size_t size() {
+  static bool holds(const char* block, size_t size, char fill) {
+    return std::all_of(block, block + size, [fill](char c) { return c == fill; });
+  }
+
+  size_t pickSize() {
     constexpr size_t edges[] = {48, 128, 512, 1024, 2304, 4352, 10240, 18432, 26624, 34816};
-    if (_data.ConsumeBool()) return _data.ConsumeIntegralInRange<size_t>(0, 40000);
-    return _data.PickValueInArray(edges) + _data.ConsumeIntegralInRange<size_t>(0, 2) - 1;
+    if (_in.once()) return _in.number<size_t>(0, 40000);
+    return _in.PickValueInArray(edges) + _in.number<size_t>(0, 2) - 1;
   }
 
-  Live::iterator any() {
-    return std::next(_live.begin(),
-                     _data.ConsumeIntegralInRange<ptrdiff_t>(0, static_cast<ptrdiff_t>(_live.size()) - 1));
+  std::map<char*, Block>::iterator any() {
+    return std::next(_live.begin(), _in.number<ptrdiff_t>(0, static_cast<ptrdiff_t>(_live.size()) - 1));
   }
 
-  static size_t listLength(int i) {
-    size_t length = 0;
-    for (void* at = g_heap->freeLists[i]; at != nullptr; at = next(at))
-      FUZZ_CHECK(++length <= g_heap->obtained[i]);
-    return length;
-  }
-
-  static void checkContents(Live::const_iterator block) {
-    const auto& [at, about] = *block;
-    const char fill = about.fill;
-    FUZZ_CHECK(std::all_of(at, at + about.size, [fill](char c) { return c == fill; }));
-  }
-
-  void check(const Figures& expected) const {
-    FUZZ_CHECK(Figures() == expected);
-    for (int i = 0; i < KR_MEM_CLASSES; ++i)
-      FUZZ_CHECK(listLength(i) == g_heap->obtained[i] - g_heap->inUse[i]);
-  }
-
-  /// Whether the next block of that size needs the system.
-  static bool needsSystem(const Figures& figures, size_t size) {
-    return classOf(size) == KR_MEM_CLASSES || figures.heap.freeLists[classOf(size)] == nullptr;
-  }
-
-  void enter(void* block, size_t size) {
-    auto* const at = static_cast<char*>(block);
-    FUZZ_CHECK(reinterpret_cast<uintptr_t>(at) % alignof(max_align_t) == 0);
-    const int i = classOf(size);
-    const size_t room = i < KR_MEM_CLASSES ? g_heap->classSizes[i] : size;
-    const auto after = _live.lower_bound(at);
-    FUZZ_CHECK(after == _live.end() || at + room + header <= after->first);
-    if (after != _live.begin()) {
-      const auto& [lower, about] = *std::prev(after);
-      const int k = classOf(about.owned);
-      FUZZ_CHECK(lower + (k < KR_MEM_CLASSES ? g_heap->classSizes[k] : about.owned) + header <= at);
-    }
-    // Not the bytes of the magic number, of which a forged header would need both.
-    const char fill = static_cast<char>(0x80 | (_counter++ & 0x3f));
-    memset(at, fill, size);
-    _live[at] = {size, size, fill};
-  }
-
-  void allocate() {
-    const size_t size = this->size();
-    Figures figures;
-    const bool fails = noMemory && needsSystem(figures, size);
-    if (!fails) figures.allocated(size); // before the call, which takes the links of the lists away
-    g_clearBlock = _data.ConsumeBool() ? 1 : 0;
+  /// A call that gives a block of that size: the one released last, or one of the system's. Null without memory.
+  char* obtain(size_t size, const std::function<void*()>& call) {
+    char* const released = lastReleased(classOf(size));
     errno = 0;
-    void* const block = _data.ConsumeBool() ? krMalloc(size) : krZalloc(size);
-    FUZZ_CHECK((block == nullptr) == fails);
-    FUZZ_CHECK((told.find("Zero alloc") != told.npos) == (size == 0));
-    FUZZ_CHECK((told.find("krMallocByHeap - Error") != told.npos) == fails);
-    if (fails) {
-      FUZZ_CHECK(errno == ENOMEM);
-      return check(figures);
-    }
-    if (g_clearBlock == 1) {
-      const auto* const bytes = static_cast<const char*>(block);
-      FUZZ_CHECK(std::all_of(bytes, bytes + size, [](char c) { return c == 0; }));
-    }
-    enter(block, size);
-    check(figures);
+    auto* const block = static_cast<char*>(call());
+    FUZZ_CHECK((block == nullptr) == (_noMemory && released == nullptr));
+    FUZZ_CHECK(released == nullptr || block == released);
+    return block;
   }
 
-  void reallocate() {
-    if (_live.empty()) return;
-    const auto old = any();
-    char* const at = old->first;
-    const Block about = old->second;
-    checkContents(old);
-    const size_t size = this->size();
-    Figures figures;
-    const bool pooled = classOf(about.owned) < KR_MEM_CLASSES;
-    const bool stays = size != 0 && pooled && classOf(size) <= classOf(about.owned);
-    const bool fails = size != 0 && !stays && noMemory && needsSystem(figures, size);
-    if (size != 0 && !stays && !fails) figures.allocated(size);
-    auto* const moved = static_cast<char*>(krRealloc(at, size));
-    FUZZ_CHECK((moved == nullptr) == (fails || size == 0));
-    if (stays) {
-      FUZZ_CHECK(moved == at);
-      memset(at, about.fill, size);
-      old->second.size = size;
-      return check(figures);
-    }
-    _live.erase(old);
-    if (moved != nullptr) {
-      const size_t kept = std::min(about.size, size);
-      FUZZ_CHECK(std::all_of(moved, moved + kept, [&](char c) { return c == about.fill; }));
-      enter(moved, size);
-    }
-    figures.released(at, about.owned);
-    check(figures);
+  void enter(char* at, size_t size) {
+    FUZZ_CHECK(reinterpret_cast<uintptr_t>(at) % alignof(max_align_t) == 0);
+    // Not the bytes of the magic number, of which a forged header would need both.
+    const Block block = {size, size, static_cast<char>(0x80 | (_counter++ & 0x3f))};
+    const auto after = _live.lower_bound(at);
+    FUZZ_CHECK(after == _live.end() || at + block.room() + header <= after->first);
+    FUZZ_CHECK(after == _live.begin() || std::prev(after)->first + std::prev(after)->second.room() + header <= at);
+    memset(at, block.fill, size);
+    _live[at] = block;
   }
 
-  void release() {
-    if (_live.empty()) return;
-    const auto block = any();
-    checkContents(block);
-    Figures figures;
-    figures.released(block->first, block->second.owned);
-    krFree(block->first);
-    // The model's list ends in the block; the heap's goes on from there.
-    _live.erase(block);
-    FUZZ_CHECK(told.empty());
-    check(figures);
-  }
-
-  void releaseAgain() {
-    std::vector<void*> released;
-    for (void* at : g_heap->freeLists)
-      for (; at != nullptr; at = next(at))
-        released.push_back(static_cast<char*>(at) + header);
-    if (released.empty()) return;
-    void* const block = released[_data.ConsumeIntegralInRange<size_t>(0, released.size() - 1)];
-    misuse(block, "already deleted");
-  }
-
-  void releaseForeign() {
-    static char nobodys[64];
-    char* address = nobodys + 16 + _data.ConsumeIntegralInRange(0, 32);
-    if (!_live.empty() && _data.ConsumeBool()) {
-      const auto block = any();
-      const size_t inside = _data.ConsumeIntegralInRange<size_t>(0, block->second.size);
-      if (inside < header) return;
-      address = block->first + inside;
-    } else if (_data.ConsumeBool()) {
-      address = reinterpret_cast<char*>(_data.ConsumeIntegralInRange<uintptr_t>(1, 4095));
-    }
-    misuse(address, "Delete invalid block");
-  }
-
-  void misuse(void* block, const char* text) {
-    Figures figures;
-    const size_t size = this->size();
-    // A block of that size is what such a krRealloc gives; without memory it gives none.
-    const bool gives = _data.ConsumeBool() && size != 0 && !(noMemory && needsSystem(figures, size));
-    if (!gives) {
-      krFree(block);
-    } else {
-      figures.allocated(size);
-      void* const fresh = krRealloc(block, size);
-      FUZZ_CHECK(fresh != nullptr);
+  void misuse(void* address, const char* text) {
+    const size_t size = pickSize();
+    if (_in.once() || size == 0) {
+      krFree(address);
+    } else if (char* const fresh = obtain(size, [=] { return krRealloc(address, size); }); fresh != nullptr) {
       enter(fresh, size);
     }
-    FUZZ_CHECK(told.find(text) != told.npos);
-    check(figures);
+    FUZZ_CHECK(printed.find(text) != printed.npos);
   }
 
-  void setting() {
-    Figures figures;
-    figures.heap.debug = _data.ConsumeIntegral<int>();
-    krMemSetDebug(figures.heap.debug);
-    FUZZ_CHECK(krMemGetDebug() == figures.heap.debug);
-    if (_data.ConsumeBool() && figures.heap.watch == 0) {
-      krMemEnableWatch();
-      figures.heap.highestSlot = -1;
-    }
-    check(figures);
-  }
-
-  FuzzedDataProvider& _data;
-  Live _live;
+  SystemCalls* const _before = present;
+  Input& _in;
+  bool _noMemory = false; // for the heap
+  std::map<char*, Block> _live;
   unsigned _counter = 0;
 };
 
-void start() {
+} // namespace
+
+static void start() {
   cookie_io_functions_t listener = {};
   listener.write = [](void*, const char* text, size_t size) {
-    told.append(text, size);
+    printed.append(text, size);
     return static_cast<ssize_t>(size);
   };
   stdout = fopencookie(nullptr, "w", listener);
@@ -314,15 +206,8 @@ void start() {
   krMemInit(1, 0);
 }
 
-} // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
-  static const bool started = (start(), true);
-  (void)started;
-  FuzzedDataProvider data(bytes, size);
-  Model model(data);
-  while (data.remaining_bytes() > 0)
-    model.step();
-  model.end();
-  return 0;
+static void fuzz(Input& in) {
+  Heap heap(in);
+  in.play(heap, {&Heap::allocate, &Heap::allocate, &Heap::allocate, &Heap::reallocate, &Heap::reallocate,
+                 &Heap::release, &Heap::release, &Heap::releaseAgain, &Heap::releaseForeign, &Heap::watch});
 }

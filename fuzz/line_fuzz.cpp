@@ -1,15 +1,10 @@
 // fioRdString and krFioRdString on any bytes, with reads that fail and buffers of any size.
-#include "fuzz/Check.h"
 #include "fuzz/StandIns.h"
 
 #include "platform/krFile.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
-#include <fuzzer/FuzzedDataProvider.h>
 #include <sys/mman.h>
-#include <unistd.h>
 
 namespace {
 
@@ -18,10 +13,9 @@ class Failing : public StandIns {
 public:
   explicit Failing(size_t at) : _at(at) {}
 
-  ssize_t haveRead(int fd, const void*, size_t wanted, ssize_t count) override {
-    FUZZ_CHECK(wanted == 1); // nothing behind the line may be consumed
-    if (_reads++ != _at) return count;
-    FUZZ_CHECK(count <= 0 || lseek(fd, -1, SEEK_CUR) >= 0);
+  ssize_t read(int fd, void* bytes, size_t size) override {
+    FUZZ_CHECK(size == 1); // nothing behind the line may be consumed
+    if (_reads++ != _at) return SystemCalls::read(fd, bytes, size);
     errno = EIO;
     return -1;
   }
@@ -31,13 +25,9 @@ private:
   size_t _reads = 0;
 };
 
-/// What a call must do.
-struct Expected {
-  int result;
-  std::string stored;
-};
-
-Expected expected(const std::string& text, size_t& at, size_t& reads, size_t failAt, int size, bool strict) {
+/// What a call must return and store.
+std::pair<int, std::string> expected(const std::string& text, size_t& at, size_t& reads, size_t failAt, int size,
+                                     bool strict) {
   if (size <= 0) return {strict ? -1 : 0, ""};
   std::string stored;
   while (stored.size() < static_cast<size_t>(size)) {
@@ -56,26 +46,23 @@ Expected expected(const std::string& text, size_t& at, size_t& reads, size_t fai
 
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
-  FuzzedDataProvider data(bytes, size);
-  const size_t failAt = data.ConsumeIntegralInRange<size_t>(0, 400);
-  const std::string text = data.ConsumeRandomLengthString(600);
+static void start() {}
+
+static void fuzz(Input& in) {
+  const auto failAt = in.number<size_t>(0, 400);
+  const std::string text = in.bytes(600);
   static const int fd = memfd_create("lines", MFD_CLOEXEC);
   FUZZ_CHECK(ftruncate(fd, 0) == 0 && pwrite(fd, text.data(), text.size(), 0) == static_cast<ssize_t>(text.size()));
   FUZZ_CHECK(lseek(fd, 0, SEEK_SET) == 0);
   Failing failing(failAt);
   size_t at = 0, reads = 0;
-  while (data.remaining_bytes() > 0) {
-    const bool strict = data.ConsumeBool();
-    const int room = data.ConsumeIntegralInRange(-1, 80);
+  while (in.remaining_bytes() > 0) {
+    const bool strict = in.once();
+    const int room = in.number(-1, 80);
     std::string buffer(static_cast<size_t>(std::max(room, 0)), '#');
-    const Expected wanted = expected(text, at, reads, failAt, room, strict);
-    const int result = (strict ? krFioRdString : fioRdString)(fd, buffer.data(), room);
-    FUZZ_CHECK(result == wanted.result);
-    FUZZ_CHECK(buffer.compare(0, wanted.stored.size(), wanted.stored) == 0);
-    FUZZ_CHECK(std::all_of(buffer.begin() + static_cast<ptrdiff_t>(wanted.stored.size()), buffer.end(),
-                           [](char c) { return c == '#'; }) ||
-               result < 0);
+    const auto [result, stored] = expected(text, at, reads, failAt, room, strict);
+    FUZZ_CHECK((strict ? krFioRdString : fioRdString)(fd, buffer.data(), room) == result);
+    FUZZ_CHECK(buffer.compare(0, stored.size(), stored) == 0);
+    FUZZ_CHECK(result < 0 || buffer.find_first_not_of('#', stored.size()) == buffer.npos);
   }
-  return 0;
 }

@@ -1,13 +1,11 @@
 // Queue buffers through Make and every class's Create: whatever the bytes, what is decoded is encoded as the same
 // message again.
-#include "fuzz/Check.h"
 #include "fuzz/StandIns.h"
 
 #include "messaging/Messages.h"
 #include "messaging/MsgQueue.h"
 
 #include <algorithm>
-#include <cstring>
 #include <iostream>
 #include <memory>
 
@@ -15,12 +13,10 @@ namespace {
 
 class Queue : public StandIns {
 public:
-  int sent(int queue, long type, const std::string& text) override {
+  void sent(int queue, long type, const std::string& text) override {
     FUZZ_CHECK(queue == queueId);
     const auto low = static_cast<int32_t>(type);
-    form.assign(reinterpret_cast<const char*>(&low), sizeof low);
-    form += text;
-    return 0;
+    form = std::string(reinterpret_cast<const char*>(&low), sizeof low) + text;
   }
 
   std::string form;
@@ -84,14 +80,16 @@ void checkAll(Queue& queue, const Buffer& buffer) {
 
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
-  if (!tev::log.IsEnabled()) {
-    tev::initlog("/dev/null");
-    tev::log << tev::enable;
-    std::cerr.rdbuf(nullptr); // two decoders trace there
-  }
+static void start() {
+  tev::initlog("/dev/null");
+  tev::log << tev::enable;
+  std::cerr.rdbuf(nullptr); // two decoders trace there
+}
+
+static void fuzz(Input& in) {
+  const auto bytes = in.ConsumeRemainingBytes<char>();
   Buffer buffer = {}; // as the receive loop has it: what did not come is zero
-  std::copy_n(bytes, std::min(size, sizeof buffer), buffer);
+  std::copy_n(bytes.begin(), std::min(bytes.size(), sizeof buffer), buffer);
   Queue queue;
   checkAll<AdminControlReqMsg, AdminControlRespMsg, GetVideoResolutionReqMsg, GetVideoResolutionRespMsg,
            SetAudioSourceReqMsg, SetAudioSourceRespMsg, SetLoggingModeReqMsg, SetVideoModeReqMsg, SetVideoModeRespMsg,
@@ -100,5 +98,4 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
   const std::unique_ptr<MsgObj> any(MsgObj::Make(buffer));
   const uint32_t id = number(buffer + 4, 2);
   FUZZ_CHECK((any != nullptr) == ((id >= 100 && id <= 112) || id == 120 || id == 121));
-  return 0;
 }
