@@ -172,8 +172,7 @@ void expectEveryLockFree() {
 } // namespace
 
 TEST(Cancel, ThreadsOnTheirWayOutMayBeCancelledOnceMore) {
-  if (!cancelsAnywhere)
-    GTEST_SKIP() << "the clean-up code of the thread sanitizer does not stand asynchronous cancellation";
+  if (!cancelsAnywhere) GTEST_SKIP() << notAnywhere;
   const Call table[] = {{"computes",
                          [] {
                            for (begun = true;;) {
@@ -213,8 +212,7 @@ TEST(Cancel, ThreadsOnTheirWayOutMayBeCancelledOnceMore) {
 }
 
 TEST(Cancel, AThreadThatBlocksRunsItsCleanUpHandlers) {
-  if (!cancelsAnywhere)
-    GTEST_SKIP() << "the clean-up code of the thread sanitizer does not stand asynchronous cancellation";
+  if (!cancelsAnywhere) GTEST_SKIP() << notAnywhere;
   static std::atomic<int> cleaned{0};
   auto block = [] {
     pthread_cleanup_push([](void*) { ++cleaned; }, nullptr);
@@ -290,8 +288,7 @@ TEST_F(CancelInFiles, BlockedCallsCanBeCancelledAndLeaveNothingBehind) {
 }
 
 TEST_F(CancelInFiles, EveryCallLeavesItsLocksFree) {
-  if (!cancelsAnywhere)
-    GTEST_SKIP() << "the clean-up code of the thread sanitizer does not stand asynchronous cancellation";
+  if (!cancelsAnywhere) GTEST_SKIP() << notAnywhere;
   krMemInit(1, 0);
   mutex = krMutexCreate(), heldMutex = krMutexCreate();
   readWrite = krReadWriteCreate(), heldReadWrite = krReadWriteCreate();
