@@ -12,6 +12,7 @@
 #include <ctime>
 #include <fcntl.h>
 #include <iterator>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 namespace {
@@ -84,8 +85,8 @@ bool copy(KrThreadId tid, ControlBlock* block) {
   int ends[2];
   if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0) return false;
   const kr::Descriptor out(ends[0]), in(ends[1]);
-  // NOLINTNEXTLINE(performance-no-int-to-ptr)
-  const ssize_t count = write(in.get(), reinterpret_cast<const void*>(tid), sizeof block->bytes);
+  // Not through the function of that name: the sanitizers would look at the memory themselves.
+  const ssize_t count = syscall(SYS_write, in.get(), tid, sizeof block->bytes);
   return count > 0 && read(out.get(), block->bytes, static_cast<size_t>(count)) == count;
 }
 
