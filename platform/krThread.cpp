@@ -240,10 +240,7 @@ int krThreadDelete(KrThreadId tid) { return kr::isThread(tid) ? kr::cancel(tid) 
 
 int krThreadJoin(KrThreadId tid, void** result) {
   if (!kr::isThread(tid)) return ESRCH;
-  return kr::uncancelled([=](int cancelState) {
-    if (!kr::isKept(tid)) return ESRCH;
-    return kr::cancellable(cancelState, [=] { return pthread_join(tid, result); });
-  });
+  return kr::uncancelled([=](int cancelState) { return kr::join(tid, result, cancelState); });
 }
 
 int krThreadResume(KrThreadId) { return kr::failWith(ENOSYS); }

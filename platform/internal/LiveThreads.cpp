@@ -20,7 +20,8 @@ namespace {
 struct LiveThread {
   KrThreadId tid;
   intptr_t owner;
-  uint64_t serial;  ///< handles come again, these do not
+  uint64_t serial; ///< handles come again, these do not
+  bool detached;
   unsigned holders; ///< for whom it does not end yet
   LiveThread* next;
 };
@@ -73,6 +74,12 @@ bool ticks(clockid_t clock) {
 bool isLeaving(KrThreadId tid) {
   return std::any_of(std::begin(leavers), std::end(leavers),
                      [tid](const auto& leaver) { return leaver.tid == tid && ticks(leaver.clock); });
+}
+
+bool anyLeaving() {
+  return std::any_of(std::begin(leavers), std::end(leavers), [](const auto& leaver) {
+    return leaver.tid != 0 && leaver.tid != kr::self() && ticks(leaver.clock);
+  });
 }
 
 /// Enough of what the C library keeps behind a handle to find the kernel's number of the thread.
@@ -133,7 +140,10 @@ int createThread(KrThreadId* tid, const pthread_attr_t* attributes, void* startB
     free(thread);
     return error;
   }
-  *thread = LiveThread{*tid, owner, ++lastSerial, 1, list};
+  int detached = PTHREAD_CREATE_JOINABLE;
+  // Succeeds for attributes that a thread was made with.
+  if (attributes != nullptr) (void)pthread_attr_getdetachstate(attributes, &detached);
+  *thread = LiveThread{*tid, owner, ++lastSerial, detached == PTHREAD_CREATE_DETACHED, 1, list};
   list = thread;
   return 0;
 }
@@ -170,9 +180,21 @@ ThreadsHeld::~ThreadsHeld() { (void)pthread_mutex_unlock(&listLock); }
 
 bool ThreadsHeld::exist(KrThreadId tid) const { return *find(tid) != nullptr || existsElsewhere(tid); }
 
-bool isKept(KrThreadId tid) {
-  ControlBlock block{};
-  return copy(tid, &block);
+int join(KrThreadId tid, void** result, int cancelState) {
+  {
+    const ThreadsHeld held;
+    const LiveThread* const thread = *find(tid);
+    if (thread != nullptr && thread->detached) return EINVAL;
+    if (!held.exist(tid)) {
+      // It has ended, or is about to. A detached thread that the kernel still has may take memory with it, also that
+      // behind other handles. One that waits for the list's lock instead is not waited for.
+      for (int i = 0; i < 100 && anyLeaving(); ++i)
+        (void)krThreadSuspend(1);
+      ControlBlock block{};
+      return copy(tid, &block) ? pthread_join(tid, result) : ESRCH;
+    }
+  }
+  return cancellable(cancelState, [=] { return pthread_join(tid, result); });
 }
 
 int cancel(KrThreadId tid) {

@@ -50,9 +50,8 @@ public:
   bool exist(KrThreadId tid) const;
 };
 
-/// Whether the system's calls can look at what an id names: a thread that has ended, but not been joined, or that
-/// exists.
-bool isKept(KrThreadId tid);
+/// pthread_join with cancellation disabled, for any thread; waits in `cancelState`.
+int join(KrThreadId tid, void** result, int cancelState);
 
 /// pthread_cancel, for any thread; ESRCH for none.
 int cancel(KrThreadId tid);
