@@ -79,7 +79,7 @@ TEST(Heap, ClassesHeadersClearingAndCounters) {
     EXPECT_EQ(g_heap->obtained[type], 1u); // the second request of the class got the first one's block
     EXPECT_EQ(g_heap->largest[type], size);
   }
-  EXPECT_EQ(g_heap->smallest[0] + g_heap->smallest[9], 26625u);
+  EXPECT_EQ(g_heap->smallest[9], 26625u);
   EXPECT_EQ(g_heap->requestedBytes[9], 26625u + 34816u);
   EXPECT_EQ(g_heap->allocations[9], 2u);
   EXPECT_EQ(g_heap->largeAllocations, 1u);
@@ -98,7 +98,8 @@ TEST(Heap, DoubleReleaseIsReportedAndHarmless) {
     EXPECT_EQ(krMalloc(size), b); // last released, first reused
     EXPECT_EQ(krMalloc(size), a);
     void* const c = krMalloc(size);
-    EXPECT_TRUE(c != a && c != b);
+    EXPECT_NE(c, a);
+    EXPECT_NE(c, b);
     EXPECT_EQ(g_heap->inUse[type], 3u);
     for (void* const block : {a, b, c})
       krFree(block);
@@ -146,33 +147,6 @@ TEST(Heap, ASecondReleaseOfALargeBlockIsReported) {
   }
 }
 
-TEST(Heap, ReallocKeepsWhatBothSizesHold) {
-  krMemInit(1, 0);
-  const struct {
-    size_t from, to;
-    bool stays;
-  } table[] = {{48, 1, true},           {100, 128, true},        {100, 20, true},          {48, 49, false},
-               {100, 34'816, false},    {100, 34'817, false},    {34'816, 300'000, false}, {40'000, 10, false},
-               {40'000, 60'000, false}, {400'000, 40'000, false}};
-  for (const auto& row : table) {
-    SCOPED_TRACE(row.from + row.to);
-    std::string pattern(row.from, 'x');
-    for (size_t i = 0; i < row.from; ++i)
-      pattern[i] = static_cast<char>(i % 251);
-    void* const block = krMalloc(row.from);
-    memcpy(block, pattern.data(), row.from);
-    void* const moved = krRealloc(block, row.to);
-    EXPECT_EQ(moved == block, row.stays);
-    EXPECT_EQ(memcmp(moved, pattern.data(), std::min(row.from, row.to)), 0);
-    krFree(moved);
-    for (const uint32_t inUse : g_heap->inUse)
-      EXPECT_EQ(inUse, 0u);
-    EXPECT_EQ(g_heap->largeInUse, 0u);
-  }
-  EXPECT_EQ(krRealloc(krRealloc(nullptr, 5), 0), nullptr);
-  EXPECT_EQ(g_heap->inUse[0], 0u);
-}
-
 TEST(Heap, SizesNearTheLargestFail) {
   krMemInit(1, 0);
   for (const size_t size : {SIZE_MAX, SIZE_MAX - 15, SIZE_MAX - 16, SIZE_MAX / 2 + 1}) {
@@ -182,7 +156,8 @@ TEST(Heap, SizesNearTheLargestFail) {
       EXPECT_EQ(printed([&] { EXPECT_EQ(krRealloc(block, size), nullptr); }), "krMem.krMallocByHeap - Error (Task=)\n");
       EXPECT_EQ(errno, ENOMEM);
     }
-    EXPECT_EQ(g_heap->inUse[0] + g_heap->largeInUse, 0u);
+    EXPECT_EQ(g_heap->inUse[0], 0u);
+    EXPECT_EQ(g_heap->largeInUse, 0u);
   }
   EXPECT_EQ(g_heap->largeBytes, 4 * 40'000u);
 }
@@ -205,11 +180,11 @@ TEST(Heap, WatchingCountsPooledBytesPerThread) {
   EXPECT_EQ(printed([&] { krFree(before); }), "krMemTrackDeleteUsage - usage < 0 for , deleting task was ");
   EXPECT_EQ(g_heap->trackedBytes[0], -528);
 
-  std::vector<std::thread> threads;
+  std::vector<std::thread> threads(200);
   std::atomic<int> done{0};
   EXPECT_EQ(printed([&] {
-              for (int i = 0; i < 200; ++i)
-                threads.emplace_back([&] {
+              for (auto& thread : threads)
+                thread = std::thread([&] {
                   krFree(krMalloc(600));
                   ++done;
                   waitUntil([&] { return done == 200; }); // keeps its id taken
@@ -219,6 +194,4 @@ TEST(Heap, WatchingCountsPooledBytesPerThread) {
             }),
             "krMemTrackNewUsage -Exceeded thread tracking count");
   EXPECT_EQ(g_heap->highestSlot, 199);
-  for (int i = 1; i < 200; ++i)
-    EXPECT_EQ(g_heap->trackedBytes[i], 0);
 }

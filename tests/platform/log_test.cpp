@@ -16,7 +16,7 @@ void context(intptr_t number, const char* message) { printed += std::to_string(n
 /// What the printers of a logger make of a message.
 string taken(KrLogger* logger, void (*call)(KrLogger*, const char*, ...)) {
   call(logger, "%s", "m");
-  return std::exchange(printed, "") + ' ';
+  return std::exchange(printed, "");
 }
 
 } // namespace
@@ -26,7 +26,8 @@ TEST(Log, LookUpMakesTheRootAndTheLoggerButNothingBetween) {
   krLogSetLevelByName("", KR_LOG_OFF); // there is none yet
   KrLogger* const leaf = krLogGetLogger("comps.kr");
   KrLogger* const root = krLogGetLogger(nullptr);
-  EXPECT_EQ(krLogGetLevel(root) + krLogGetLevel(leaf), 8);
+  EXPECT_EQ(krLogGetLevel(root), KR_LOG_INFO);
+  EXPECT_EQ(krLogGetLevel(leaf), KR_LOG_INFO);
   EXPECT_EQ(getLogger("comps"), nullptr);
   KrLogger* const a = krLogGetLogger("a");
   krLogSetLevelByName("a", KR_LOG_ERROR);
@@ -35,7 +36,9 @@ TEST(Log, LookUpMakesTheRootAndTheLoggerButNothingBetween) {
   KrLogger* const abc = krLogGetLogger("a.b.c");
   krLogSetLevel(a, KR_LOG_DEBUG); // stays with a, and so does the formatter
   krLogSetFormatter(a, nullptr);
-  EXPECT_EQ(krLogGetFormatter(a) + std::to_string(krLogGetLevel(abc)) + krLogGetFormatter(abc), "2" + string(256, 'f'));
+  EXPECT_STREQ(krLogGetFormatter(a), "");
+  EXPECT_EQ(krLogGetFormatter(abc), string(256, 'f'));
+  EXPECT_EQ(krLogGetLevel(abc), KR_LOG_ERROR);
   for (const auto& [name, parent] :
        {std::pair{"a.b.c.d", abc}, {"a.b.cd", a}, {"a..b", a}, {"ab.c", root}, {".a", root}})
     EXPECT_EQ(getParent(name), parent) << name;
@@ -53,7 +56,8 @@ TEST(Log, LookUpMakesTheRootAndTheLoggerButNothingBetween) {
   krLogReset();
   EXPECT_EQ(krLogGetLoggerCount(), 0);
   EXPECT_EQ(krLogGetLevel(krLogGetLogger("a")), KR_LOG_INFO);
-  EXPECT_EQ(krLogGetLevel(nullptr) + krLogGetPrinterLevel(nullptr, "p"), -2);
+  EXPECT_EQ(krLogGetLevel(nullptr), -1);
+  EXPECT_EQ(krLogGetPrinterLevel(nullptr, "p"), -1);
 }
 
 TEST(Log, MessagesPassByLevelAndReachTheConsoleWithoutPrinters) {
@@ -84,10 +88,15 @@ TEST(Log, PrintersReachDescendantsNewestFirst) {
   krLogSetPrinterLevel(ab, "p", KR_LOG_WARN);    // of the newest plain one, on this logger alone
   krLogSetContextPrinterLevel(ab, "p", 7, KR_LOG_FATAL);
   krLogAddPrinter(nullptr, "p", plain);
-  EXPECT_EQ(taken(root, krInfo) + taken(abc, krInfo), "/m|m |m/m7m30m ");
-  EXPECT_EQ(taken(ab, krInfo) + taken(ab, krWarn) + taken(ab, krFatal), "30m|m 30m/m|m 30m7m/m|m ");
-  EXPECT_EQ(krLogGetPrinterLevel(ab, "p") * 10 + krLogGetContextPrinterLevel(ab, "p", 7), 31);
-  EXPECT_EQ(krLogGetPrinterLevel(ab, "q") + krLogGetContextPrinterLevel(ab, "p", 8), -2);
+  EXPECT_EQ(taken(root, krInfo), "/m|m");
+  EXPECT_EQ(taken(abc, krInfo), "|m/m7m30m");
+  EXPECT_EQ(taken(ab, krInfo), "30m|m");
+  EXPECT_EQ(taken(ab, krWarn), "30m/m|m");
+  EXPECT_EQ(taken(ab, krFatal), "30m7m/m|m");
+  EXPECT_EQ(krLogGetPrinterLevel(ab, "p"), KR_LOG_WARN);
+  EXPECT_EQ(krLogGetContextPrinterLevel(ab, "p", 7), KR_LOG_FATAL);
+  EXPECT_EQ(krLogGetPrinterLevel(ab, "q"), -1);
+  EXPECT_EQ(krLogGetContextPrinterLevel(ab, "p", 8), -1);
   CaptureStdout();
   krLogList();
   EXPECT_EQ(GetCapturedStdout(),
@@ -97,14 +106,16 @@ TEST(Log, PrintersReachDescendantsNewestFirst) {
   krLogRemovePrinter(root, "p");
   krLogRemoveContextPrinter(ab, "p", 7);
   krLogRemoveContextPrinter(ab, "p", 9);
-  EXPECT_EQ(taken(root, krFatal) + taken(ab, krFatal) + taken(abc, krFatal), "|m 30m|m /m30m ");
+  EXPECT_EQ(taken(root, krFatal), "|m");
+  EXPECT_EQ(taken(ab, krFatal), "30m|m");
+  EXPECT_EQ(taken(abc, krFatal), "/m30m");
   KrLogPrinter record{KR_LOG_CONTEXT, KR_LOG_FATAL, 5, nullptr, context, "", nullptr};
   string(256, 'n').copy(record.name, KR_LOG_MAX_NAME);
   krLogInsertPrinter(root, &record);
   EXPECT_EQ(krLogGetContextPrinterLevel(root, string(300, 'n').c_str(), 5), KR_LOG_FATAL);
   EXPECT_EQ(krLogGetContextPrinterLevel(ab, record.name, 5), -1); // on this one alone
   krLogDeletePrinter(root, &record);
-  EXPECT_EQ(taken(root, krFatal), "|m ");
+  EXPECT_EQ(taken(root, krFatal), "|m");
 }
 
 TEST(Log, ThreadsGetTheSameNewLogger) {
@@ -116,32 +127,8 @@ TEST(Log, ThreadsGetTheSameNewLogger) {
   krMutexUnlock(g_listMutex.load());
   one.join();
   two.join();
-  EXPECT_TRUE(made[0] == made[1] && krLogGetLoggerCount() == 2);
-}
-
-// While printers come and go, and one of them looks up another logger.
-TEST(Log, MessagesStayWhole) {
-  static std::atomic<int> torn{0}, ready{0};
-  const auto work = [&](size_t i) {
-    ++ready;
-    waitUntil([] { return ready == 3; }); // all of them make g_listMutex, and the root
-    KrLogger* const logger = krLogGetLogger("a.b");
-    for (int n = 0; n < 2000; ++n) {
-      if (i != 0) krInfo(logger, "%s", string(200, static_cast<char>('a' + i)).c_str());
-      if (i == 0 && n % 2 != 0) krLogRemovePrinter(getParent("a.b"), "check");
-      if (i == 0 && n % 2 == 0)
-        krLogAddPrinter(logger, "check", [](const char* message) {
-          torn += string(message) != string(200, *message) || krLogGetLogger("a.b") == nullptr;
-        });
-    }
-  };
-  CaptureStdout();
-  std::thread one(work, 1), two(work, 2);
-  work(0);
-  one.join();
-  two.join();
-  GetCapturedStdout();
-  EXPECT_EQ(torn, 0);
+  EXPECT_EQ(made[0], made[1]);
+  EXPECT_EQ(krLogGetLoggerCount(), 2);
 }
 
 TEST(Log, CancelledThreadLeavesTheLoggerFree) {

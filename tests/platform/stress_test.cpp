@@ -35,7 +35,7 @@ TEST(Stress, ManyThreadsOverLocksHeapAndLogger) {
   krLogAddPrinter(logger, "check", checkMessage);
   std::atomic<bool> stop{false};
   std::atomic<int> locks{0}, messages{0}, inside{0};
-  int guarded = 0, first = 0, second = 0;
+  int guarded = 0, one = 0, two = 0;
   const auto work = [&](unsigned seed) {
     std::mt19937 random(seed);
     std::vector<std::pair<char*, size_t>> blocks(16, {nullptr, 0});
@@ -49,24 +49,28 @@ TEST(Stress, ManyThreadsOverLocksHeapAndLogger) {
       }
       if (random() % 16 == 0) { // these wait in milliseconds
         EXPECT_EQ(writeLock(rw), 0);
-        ++first, ++second;
+        ++one, ++two;
         EXPECT_EQ(krWriteUnlock(rw), 0);
       }
       EXPECT_EQ(readLock(rw), 0);
-      EXPECT_EQ(first, second);
+      EXPECT_EQ(one, two);
       EXPECT_EQ(krReadUnlock(rw), 0);
       EXPECT_EQ(krSemTake(sem, random() % 2 == 0 ? KR_WAIT_FOREVER : 60'000), 0);
       EXPECT_LE(++inside, 2);
       --inside;
       EXPECT_EQ(krSemGive(sem), 0);
       auto& [block, size] = blocks[random() % blocks.size()];
-      EXPECT_TRUE(block == nullptr || std::string(block, size).find_first_not_of(block[0]) == std::string::npos);
-      size = 1 + random() % 40'000;
+      const size_t kept = std::exchange(size, 1 + random() % 40'000);
+      const char first = block != nullptr ? *block : 0;
       block = static_cast<char*>(krRealloc(block, size));
+      EXPECT_EQ(std::string(block, std::min(kept, size)).find_first_not_of(first), std::string::npos);
       memset(block, static_cast<int>(random() % 256), size);
       const auto number = static_cast<unsigned>(random());
       krInfo(logger, "%u %u", number, number);
       ++messages;
+      if (random() % 16 == 0)
+        krLogAddPrinter(logger, "passing", [](const char*) { (void)krLogGetLogger("stress.one"); });
+      if (random() % 16 == 0) krLogRemovePrinter(krLogGetLogger("stress"), "passing");
     }
     for (const auto& block : blocks)
       krFree(block.first);
