@@ -10,75 +10,50 @@
 #include <stdexcept>
 #include <sys/prctl.h>
 #include <sys/wait.h>
-#include <unistd.h>
-#include <utility>
 
 namespace trial {
 
-namespace {
-
 using sim::check;
 
-[[noreturn]] void become(Words& words, Words& environment) {
-  (void)prctl(PR_SET_PDEATHSIG, SIGKILL); // cannot fail
-  for (std::string& setting : environment)
-    (void)putenv(setting.data()); // lives until the program is replaced
-  std::vector<char*> arguments;
-  for (std::string& word : words)
-    arguments.push_back(word.data());
-  arguments.push_back(nullptr);
-  (void)execvp(arguments[0], arguments.data());
-  _exit(127);
-}
-
-} // namespace
-
 Child::Child(Words words, Streams streams, Words environment) {
-  if (streams == Streams::terminal) {
-    _pid = check(forkpty(&_out, nullptr, nullptr, nullptr), "forkpty");
-    if (_pid == 0) become(words, environment);
-    _in = check(fcntl(_out, F_DUPFD_CLOEXEC, 0), "dup");
-    return;
-  }
-  int in[2] = {-1, -1}, out[2] = {-1, -1};
+  int in[2] = {-1, -1}, out[2] = {-1, -1}, terminal = -1;
   if (streams == Streams::inputAndOutput) check(pipe2(in, O_CLOEXEC), "pipe");
-  if (streams != Streams::none) check(pipe2(out, O_CLOEXEC), "pipe");
-  _pid = check(fork(), "fork");
+  if (streams == Streams::inputAndOutput || streams == Streams::output) check(pipe2(out, O_CLOEXEC), "pipe");
+  _pid = check(streams == Streams::terminal ? forkpty(&terminal, nullptr, nullptr, nullptr) : fork(), "fork");
   if (_pid == 0) {
     if (in[0] >= 0 && dup2(in[0], 0) < 0) _exit(126);
     if (out[1] >= 0 && (dup2(out[1], 1) < 0 || dup2(out[1], 2) < 0)) _exit(126);
-    become(words, environment);
+    (void)prctl(PR_SET_PDEATHSIG, SIGKILL); // cannot fail
+    for (std::string& setting : environment)
+      (void)putenv(setting.data()); // lives until the program is replaced
+    std::vector<char*> arguments;
+    for (std::string& word : words)
+      arguments.push_back(word.data());
+    arguments.push_back(nullptr);
+    (void)execvp(arguments[0], arguments.data());
+    _exit(127);
   }
-  for (const int theirs : {in[0], out[1]})
-    if (theirs >= 0) (void)close(theirs);
-  _in = in[1];
-  _out = out[0];
+  const kr::Descriptor input(in[0]), output(out[1]); // the child's ends
+  _in = kr::Descriptor(terminal >= 0 ? check(fcntl(terminal, F_DUPFD_CLOEXEC, 0), "dup") : in[1]);
+  _out = kr::Descriptor(terminal >= 0 ? terminal : out[0]);
 }
 
 Child::~Child() {
-  if (_pid > 0) {
-    (void)kill(_pid, SIGKILL);
-    (void)waitpid(_pid, nullptr, 0);
-  }
-  endInput();
-  if (_out >= 0) (void)close(_out);
+  if (_pid <= 0) return;
+  (void)kill(_pid, SIGKILL); // fails if it has ended
+  (void)waitpid(_pid, nullptr, 0);
 }
 
 void Child::type(const std::string& text) const {
-  const ssize_t written = write(_in, text.data(), text.size()); // fails when it has ended: seen when reading
+  const ssize_t written = write(_in.get(), text.data(), text.size()); // fails when it has ended: seen when reading
   (void)written;
 }
 
-void Child::endInput() {
-  if (_in >= 0) (void)close(_in);
-  _in = -1;
-}
-
 Child::Came Child::readMore(int longest) {
-  pollfd wait = {_out, POLLIN, 0};
+  pollfd wait = {_out.get(), POLLIN, 0};
   if (check(poll(&wait, 1, longest), "poll") == 0) return Came::nothing;
   char piece[4096];
-  const ssize_t count = read(_out, piece, sizeof piece); // fails at the end of a terminal
+  const ssize_t count = read(_out.get(), piece, sizeof piece); // fails at the end of a terminal
   if (count <= 0) return Came::end;
   unread.append(piece, static_cast<size_t>(count));
   return Came::text;

@@ -2,6 +2,8 @@
 #ifndef TEV_TRIAL_CHILD_H
 #define TEV_TRIAL_CHILD_H
 
+#include "platform/internal/Descriptor.h"
+
 #include <string>
 #include <sys/types.h>
 #include <vector>
@@ -25,7 +27,7 @@ public:
 
   /// A program that has ended does not care.
   void type(const std::string& text) const;
-  void endInput();
+  void endInput() { (void)_in.close(); } // nothing is left to do about a failure
 
   enum class Came { text, end, nothing };
 
@@ -45,8 +47,7 @@ public:
 
 private:
   pid_t _pid = -1;
-  int _in = -1;
-  int _out = -1;
+  kr::Descriptor _in, _out;
 };
 
 } // namespace trial

@@ -13,7 +13,6 @@
 #include <cstring>
 #include <map>
 #include <regex>
-#include <set>
 #include <sstream>
 #include <sys/mman.h>
 #include <sys/msg.h>
@@ -21,39 +20,6 @@
 namespace trial {
 
 namespace {
-
-// One of each kind. They set only what is set anyway, so that no answer depends on an earlier command.
-const Words lines = {"",
-                     "nonsense of some length and more words",
-                     "help",
-                     "help long",
-                     "help stream",
-                     "version",
-                     "temperature setpoint 60",
-                     "temperature",
-                     "fan speed 15",
-                     "fan",
-                     "vlan on",
-                     "vlan off",
-                     "mac 00:11:22:33:44:55",
-                     "mac",
-                     "serialnum 480213UNIT654321",
-                     "serialnum",
-                     "video-format hdmi",
-                     "video-format",
-                     "video-resolution 1280x720p@30",
-                     "video-resolution",
-                     "video-resolution 1x1",
-                     "audio-source digital",
-                     "audio-source",
-                     "snap 3 1",
-                     "stream stop",
-                     "stream",
-                     "log enable all",
-                     "log",
-                     "reboot",
-                     "factory config",
-                     "exit"};
 
 constexpr char noThread[] = "krThreadSpawn Failed to spawn [tCliAppTask], ";
 
@@ -63,13 +29,21 @@ const std::regex failureLine("error: (std::bad_alloc|couldn't .*|cannot .*)|krTh
                              "\\[tCliAppTask\\], .*|temperature: 11 degrees Celsius|temperature high point setting: "
                              "11 degrees Celsius|fan setting \\[0-63\\]: 0|fan rpm: (1605|22834)|video-format: ");
 
-std::set<std::string> linesOf(const std::string& text) {
-  std::set<std::string> all;
+Words partsOf(const std::string& text, char end) {
+  Words all;
   std::istringstream in(text);
-  for (std::string line; std::getline(in, line);)
-    all.insert(line);
+  for (std::string part; std::getline(in, part, end);)
+    all.push_back(part);
   return all;
 }
+
+// One of each kind. They set only what is set anyway, so that no answer depends on an earlier command.
+const Words lines = partsOf(
+    "|nonsense of some length and more words|help|help long|help stream|version|temperature setpoint 60|temperature"
+    "|fan speed 15|fan|vlan on|vlan off|mac 00:11:22:33:44:55|mac|serialnum 480213UNIT654321|serialnum"
+    "|video-format hdmi|video-format|video-resolution 1280x720p@30|video-resolution|video-resolution 1x1"
+    "|audio-source digital|audio-source|snap 3 1|stream stop|stream|log enable all|log|reboot|factory config|exit",
+    '|');
 
 /// Sends the shell a message that is too long, and then two of which it knows none. False if it does not take them.
 bool flood(int queue) {
@@ -176,12 +150,13 @@ private:
   }
 
   /// The words in which a failure shows that makes an answer differ; none if it shows in anything else, or not at all.
-  static std::set<std::string> failuresIn(const std::string& answer, const std::string& undisturbed) {
-    std::set<std::string> words;
-    for (const std::string& line : linesOf(answer)) {
-      if (linesOf(undisturbed).count(line) > 0) continue;
+  static Words failuresIn(const std::string& answer, const std::string& undisturbed) {
+    Words words;
+    const Words usual = partsOf(undisturbed, '\n');
+    for (const std::string& line : partsOf(answer, '\n')) {
+      if (std::find(usual.begin(), usual.end(), line) != usual.end()) continue;
       if (!std::regex_match(line, failureLine)) return {};
-      words.insert(line);
+      words.push_back(line);
     }
     return words;
   }
