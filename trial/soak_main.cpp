@@ -3,6 +3,7 @@
 // the same way and whose services do not fail, and compares. Watches the shell's memory and descriptors.
 //
 // tev-soak SHELL SEED minutes|requests NUMBER
+#include "messaging/FloodGate.h"
 #include "messaging/Protocol.h"
 #include "sim/Launch.h"
 #include "sim/Quoting.h"
@@ -102,7 +103,9 @@ private:
     _askedSinceProbe = _askedSinceProbe || line.asks;
     const bool bother = !_requestsOnly && _lines.once(30);
     const bool drains = bother && line.asks && leaveBytes();
-    const unsigned messages = bother && !line.asks ? sendMessages() : 0;
+    // No more than the shell logs one by one.
+    const bool logged = _messages + 8 < static_cast<unsigned long>(FloodGate::burst);
+    const unsigned messages = bother && !line.asks && logged ? sendMessages() : 0;
     ++_typed;
     _typedInDoubt += _inDoubt ? 1 : 0;
     const auto before = Clock::now();
