@@ -34,6 +34,7 @@ using Seconds = std::chrono::duration<double>;
 constexpr long flatness = 64;          // KiB that the resident memory may vary
 constexpr size_t drainedAtOnce = 1024; // bytes
 constexpr unsigned unexpectedMax = 20;
+constexpr double warmUp = 0.1; // of what is planned
 constexpr int serviceQueues[] = {protocol::videoQueueId, protocol::streamQueueId, protocol::adminQueueId};
 constexpr char answered[] = "answered", garbage[] = "answered with garbage", cut[] = "answered with too few bytes",
                mixedUp[] = "answered with what was not meant for it", timedOut[] = "timed out";
@@ -68,8 +69,9 @@ public:
     printf("%6s %9s %9s %8s %9s %11s\n", "minute", "lines", "requests", "Rss", "Anonymous", "descriptors");
     while (share() < 1 && _unexpected < unexpectedMax) {
       typeNext();
-      if (Clock::now() >= _nextSample) sample();
+      if (Clock::now() >= _nextSample || (_uses.empty() && share() >= warmUp)) sample();
     }
+    sample();
     const bool ended = end() && endByLongLine();
     report();
     return isFlat() && ended && _unexpected == 0;
@@ -238,7 +240,6 @@ private:
   void sample() {
     auto use = _shell.use();
     _nextSample = Clock::now() + std::chrono::seconds(1);
-    constexpr double warmUp = 0.1;
     if (share() >= warmUp) _uses.push_back(use);
     if (share() * 20 >= _nextRow) {
       _nextRow = static_cast<int>(share() * 20) + 1;
