@@ -31,7 +31,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using Seconds = std::chrono::duration<double>;
 
-constexpr long flatness = 64;          // KiB that the resident memory may vary
+constexpr long flatness = 48;          // KiB that the resident memory may vary
 constexpr size_t drainedAtOnce = 1024; // bytes
 constexpr unsigned unexpectedMax = 20;
 constexpr double warmUp = 0.1; // of what is planned
