@@ -24,24 +24,17 @@ constexpr char source[] = "common/CKrProperty";
 
 /// Where the calls lock, as the reports of long waits name it. Line and text are part of the reports: they never
 /// change, wherever the calls are in this file.
-struct Place {
-  int line;
-  const char* signature;
-};
-constexpr Place getInstancePlace{105,
-                                 "static CKrProperty* CKrProperty::getInstance(char*, bool (*)(char*, KrPropMap&), "
-                                 "bool (*)(char*, KrPropMap&))"};
-constexpr Place loadPlace{143, "bool CKrProperty::load(char*)"};
-constexpr Place storePlace{174, "bool CKrProperty::store(char*)"};
-constexpr Place setPropertyPlace{227, "void CKrProperty::setProperty(const char*, const char*)"};
-constexpr Place getTextPlace{269, "char* CKrProperty::getProperty(const char*, char*, const char*, int)"};
-constexpr Place getNumberPlace{320, "int32 CKrProperty::getProperty(const char*, int32)"};
-constexpr Place getLengthPlace{354, "unsigned int CKrProperty::getLength(const char*, const char*)"};
-
-class Held : public kr::Held {
-public:
-  Held(KrMutex* mutex, const Place& place) : kr::Held(mutex, source, place.line, place.signature) {}
-};
+constexpr kr::Place getInstancePlace{source, 105,
+                                     "static CKrProperty* CKrProperty::getInstance(char*, bool (*)(char*, KrPropMap&), "
+                                     "bool (*)(char*, KrPropMap&))",
+                                     ""};
+constexpr kr::Place loadPlace{source, 143, "bool CKrProperty::load(char*)", ""};
+constexpr kr::Place storePlace{source, 174, "bool CKrProperty::store(char*)", ""};
+constexpr kr::Place setPropertyPlace{source, 227, "void CKrProperty::setProperty(const char*, const char*)", ""};
+constexpr kr::Place getTextPlace{source, 269, "char* CKrProperty::getProperty(const char*, char*, const char*, int)",
+                                 ""};
+constexpr kr::Place getNumberPlace{source, 320, "int32 CKrProperty::getProperty(const char*, int32)", ""};
+constexpr kr::Place getLengthPlace{source, 354, "unsigned int CKrProperty::getLength(const char*, const char*)", ""};
 
 struct CloseFile {
   void operator()(FILE* file) const { (void)fclose(file); } // after reading; a writer closes before
@@ -96,7 +89,7 @@ CKrProperty* CKrProperty::getInstance(const char* file, KrPropCallback load, KrP
   return guarded("getInstance", [=]() -> CKrProperty* {
     KrMutex* const mutex = kr::mutexOnce(_dbsMutex);
     if (mutex == nullptr) throw std::bad_alloc();
-    const Held held(mutex, getInstancePlace);
+    const kr::Held held(mutex, getInstancePlace);
     if (strlen(file) >= sizeof _file) {
       krError(log(), "CKrProperty::getInstance: error, file name of more than 255 characters");
       return nullptr;
@@ -122,7 +115,7 @@ CKrProperty::CKrProperty(const char* file, KrPropCallback loader, KrPropCallback
 
 bool CKrProperty::load(const char* file) {
   return guarded("load", [=] {
-    const Held held(_mutex, loadPlace);
+    const kr::Held held(_mutex, loadPlace);
     std::string name(file != nullptr ? file : _file);
     if (_dirty) (void)store(name.c_str());
     return _load(name.data(), _settings);
@@ -131,7 +124,7 @@ bool CKrProperty::load(const char* file) {
 
 bool CKrProperty::store(const char* file) {
   return guarded("store", [=] {
-    const Held held(_mutex, storePlace);
+    const kr::Held held(_mutex, storePlace);
     if (!_dirty) return true;
     std::string name(file != nullptr ? file : _file);
     const bool stored = _store(name.data(), _settings);
@@ -180,7 +173,7 @@ void CKrProperty::setProperty(const char* name, const char* value) {
     return;
   }
   guarded("setProperty", [=] {
-    const Held held(_mutex, setPropertyPlace);
+    const kr::Held held(_mutex, setPropertyPlace);
     const auto found = _settings.find(name);
     if (found == _settings.end())
       _settings.emplace(name, value);
@@ -199,9 +192,9 @@ void CKrProperty::setProperty(const char* name, int32_t value) {
 }
 
 template <class Use>
-auto CKrProperty::withValue(const char* name, int line, const char* function, Use use) {
+auto CKrProperty::withValue(const char* name, const kr::Place& place, Use use) {
   return kr::uncancelled([&] {
-    const kr::Held held(_mutex, source, line, function);
+    const kr::Held held(_mutex, place);
     const auto found = _settings.find(name);
     return use(found != _settings.end() ? found->second.c_str() : nullptr);
   });
@@ -212,7 +205,7 @@ char* CKrProperty::getProperty(const char* name, char* buffer, const char* defau
     krError(log(), "CKrProperty::getProperty: error, null parameter");
     return buffer;
   }
-  return withValue(name, getTextPlace.line, getTextPlace.signature, [=](const char* value) {
+  return withValue(name, getTextPlace, [=](const char* value) {
     const char* const text = value != nullptr ? value : orEmpty(defaultText);
     if (size < 0) return buffer;
     size_t length = strlen(text);
@@ -228,7 +221,7 @@ int32_t CKrProperty::getProperty(const char* name, int32_t defaultValue) {
     krError(log(), "CKrProperty::getProperty: error, null parameter");
     return 0;
   }
-  return withValue(name, getNumberPlace.line, getNumberPlace.signature, [=](const char* value) {
+  return withValue(name, getNumberPlace, [=](const char* value) {
     if (value == nullptr) return defaultValue;
     const long number = strtol(value, nullptr, 10);
     return static_cast<int32_t>(std::clamp<long>(number, INT32_MIN, INT32_MAX));
@@ -240,7 +233,7 @@ unsigned int CKrProperty::getLength(const char* name, const char* defaultText) {
     krError(log(), "CKrProperty::getLength: error, null parameter");
     return 0;
   }
-  return withValue(name, getLengthPlace.line, getLengthPlace.signature, [=](const char* value) {
+  return withValue(name, getLengthPlace, [=](const char* value) {
     return static_cast<unsigned int>(strlen(value != nullptr ? value : orEmpty(defaultText)));
   });
 }

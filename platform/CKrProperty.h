@@ -10,6 +10,10 @@
 #include <map>
 #include <string>
 
+namespace kr {
+struct Place;
+}
+
 /// Settings by name, in the order of the names' bytes.
 using KrPropMap = std::map<std::string, std::string, std::less<>>;
 
@@ -70,7 +74,7 @@ private:
   template <class Work>
   static auto guarded(const char* function, Work work);
   template <class Use>
-  auto withValue(const char* name, int line, const char* function, Use use);
+  auto withValue(const char* name, const kr::Place& place, Use use);
 
   KrMutex* const _mutex; ///< guards all of the fields
   char _file[256] = "";

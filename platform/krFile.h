@@ -4,11 +4,11 @@
 // null argument is answered with -1 and errno KR_ERR_INVALID, where nothing else is said. Nothing is retried. Paths may
 // be of any length the system takes; relative ones start from the current directory of the process.
 //
-// All calls are safe from any thread. On a thread that may be cancelled, a cancellation waits until the call is through,
-// but takes effect where the call may wait for ever: while it reads or writes, opens a pipe or a device, prints, or waits
-// for a command. The call leaves no descriptor, no lock and no memory behind then, except for a descriptor that the
-// system opens in the moment of the cancellation. Not cancelled are krGetHostByName, and what a file system that does not
-// answer keeps waiting in any other way.
+// All calls are safe from any thread. On a thread that may be cancelled, a cancellation waits until the call is
+// through, but takes effect where the call may wait for ever: while it reads or writes, opens a pipe or a device,
+// prints, or waits for a command. The call leaves no descriptor, no lock and no memory behind then, except for a
+// descriptor that the system opens in the moment of the cancellation. Not cancelled are krGetHostByName, and what a
+// file system that does not answer keeps waiting in any other way.
 #ifndef TEV_PLATFORM_KRFILE_H
 #define TEV_PLATFORM_KRFILE_H
 

@@ -105,8 +105,8 @@ void krLogDeletePrinter(KrLogger* logger, const KrLogPrinter* key);
 int krLogGetLoggerCount();
 const char* krLogGetLoggerName(int index);
 
-/// Prints all loggers, newest first, each with its printers on one line, to standard output. Without memory for the text
-/// it is cut or missing.
+/// Prints all loggers, newest first, each with its printers on one line, to standard output. Without memory for the
+/// text it is cut or missing.
 void krLogList();
 
 /// Releases all loggers and printers. No other thread may be using a logger, and no handle is valid afterwards.

@@ -152,21 +152,17 @@ private:
 
 /// Where the calls lock the heap, as the reports of long waits name it. The numbers are part of the reports' text: they
 /// never change, wherever the calls are in this file.
-struct LockPlace {
-  int line;
-  const char* function;
-};
-constexpr LockPlace initHeapPlace{95, "krMemInitHeap"};
-constexpr LockPlace enableWatchPlace{151, "krMemEnableWatch"};
-constexpr LockPlace setDebugPlace{171, "krMemSetDebug"};
-constexpr LockPlace getDebugPlace{185, "krMemGetDebug"};
-constexpr LockPlace mallocByHeapPlace{292, "krMallocByHeap"};
-constexpr LockPlace freeByHeapPlace{446, "krFreeByHeap"};
-constexpr LockPlace reallocByHeapPlace{540, "krReallocByHeap"};
+constexpr kr::Place initHeapPlace{source, 95, "krMemInitHeap", ""};
+constexpr kr::Place enableWatchPlace{source, 151, "krMemEnableWatch", ""};
+constexpr kr::Place setDebugPlace{source, 171, "krMemSetDebug", ""};
+constexpr kr::Place getDebugPlace{source, 185, "krMemGetDebug", ""};
+constexpr kr::Place mallocByHeapPlace{source, 292, "krMallocByHeap", ""};
+constexpr kr::Place freeByHeapPlace{source, 446, "krFreeByHeap", ""};
+constexpr kr::Place reallocByHeapPlace{source, 540, "krReallocByHeap", ""};
 
 class HeapHeld : public kr::Held {
 public:
-  HeapHeld(KrHeap* heap, const LockPlace& place) : kr::Held(heap->mutex, source, place.line, place.function) {}
+  HeapHeld(KrHeap* heap, const kr::Place& place) : kr::Held(heap->mutex, place) {}
 };
 
 KrHeap* makeHeap() {

@@ -73,7 +73,7 @@ void* krZalloc(size_t size);
 void* krRealloc(void* block, size_t size);
 
 /// Releases a block. Null does nothing. Managed: an address that did not come from krMalloc, and a block released
-/// before, are reported and left alone, whatever the address and the size.
+/// before, are reported and left alone, for any address and size.
 void krFree(void* block);
 
 /// krFree on a given heap, g_heap. Reports also a null block. A null heap does nothing.

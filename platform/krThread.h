@@ -35,7 +35,8 @@ using KrThreadEntry = int (*)(intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, 
 /// Starts a detached thread. The stack size in bytes (0 for that of the environment variable KR_DEFAULT_STACKSIZE,
 /// 65536 without it) only shows on standard output: the thread gets the system's default stack. The name shows in the
 /// lines about the start and is not kept. Returns the thread's id, or KR_NO_THREAD with errno telling why it could not
-/// be made. Whoever is cancelled while the console takes nothing has started the thread, perhaps without its priority.
+/// be made. A caller that is cancelled while the console takes nothing has started the thread, perhaps without its
+/// priority.
 KrThreadId krThreadSpawn(const char* name, int priority, int stackSize, KrThreadEntry entry, intptr_t a1, intptr_t a2,
                          intptr_t a3, intptr_t a4, intptr_t a5, intptr_t a6, intptr_t a7, intptr_t a8, intptr_t a9,
                          intptr_t a10);

@@ -45,7 +45,8 @@ void outliveFileSizeLimit() {
 
 [[gnu::constructor(101)]] void prepareProcess() {
   fillStandardDescriptors();
-  // Whoever used the console before may have left it so that a read of no line yet, and a write to a full buffer, fail.
+  // Another program may have left the console non-blocking: a read without a line, and a write to a full buffer, fail
+  // then.
   consoleDidNotWait = waitForConsole();
   outliveFileSizeLimit();
 }

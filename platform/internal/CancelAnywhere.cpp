@@ -26,7 +26,7 @@ bool loadUnwinder() {
   return backtrace(&caller, 1) > 0;
 }
 
-// Ignored unless somebody asks for it, and nobody here asks for out-of-band data.
+// Ignored by default; the appliance uses no out-of-band data.
 constexpr int cancelSignal = SIGURG;
 
 /// On a new thread: lets the cancellations of others reach it.
@@ -72,7 +72,7 @@ bool inSystemCall(const ucontext_t& context) {
 
 void jump(void* to) { siglongjmp(*static_cast<kr::WayOut>(to), 1); }
 
-/// Ends a cancelled thread from where it is, unless it is on its way out already, by whatever way: the C library
+/// Ends a cancelled thread from where it is, unless it is ending already, by any way: the C library
 /// decides that in one step. All it gets to unwind is this frame.
 [[gnu::noinline]] void leave() {
   pthread_cleanup_push(jump, kr::wayOut);

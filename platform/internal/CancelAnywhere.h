@@ -3,7 +3,7 @@
 // pthread_cancel signals a thread that it has found open to cancellation, and the signal's handler looks at the type of
 // cancellation alone. A thread that has disabled cancellation meanwhile, and is in a cancellation point of the C
 // library, is cancelled with all that it holds. So a signal of the library's own comes first: its handler looks at both
-// and notes the cancellation; whatever pthread_cancel does afterwards has no effect. A thread that is open is unwound
+// and notes the cancellation; pthread_cancel afterwards has no effect. A thread that is open is unwound
 // from where it is, any other one ends in the call that opens it again, or in its wait.
 //
 // On 32-bit ARM the unwind tables describe a frame as it is at the calls it makes, not while it is being set up or

@@ -165,7 +165,7 @@ void letGo(KrThreadId tid) {
 bool stayTillTheEnd() {
   const ThreadsHeld held;
   LiveThread* const thread = *find(self());
-  // A thread that somebody else created with linuxEntry.
+  // A thread that was created with linuxEntry by other means.
   if (thread == nullptr) return true;
   if (pthread_setspecific(leaving, thread) == 0) return true;
   while (thread->holders != 0)

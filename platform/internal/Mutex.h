@@ -21,7 +21,7 @@ struct KrMutex {
 
 namespace kr {
 
-/// Where a lock call stands in the source, as its caller names it.
+/// The place of a lock call in the source, as its caller names it for reports of long waits.
 struct Place {
   const char* file;
   int line;
@@ -67,9 +67,8 @@ inline void unlockMutex(KrMutex* mutex) {
 /// lock without limit then always succeeds. Not for frames that run while cancellation is asynchronous.
 class Held {
 public:
-  Held(KrMutex* mutex, const char* file, int line, const char* function) : _mutex(mutex) {
-    (void)lockMutex(_mutex, {file, line, function, ""}, PTHREAD_CANCEL_DISABLE);
-  }
+  Held(KrMutex* mutex, const Place& place) : _mutex(mutex) { (void)lockMutex(_mutex, place, PTHREAD_CANCEL_DISABLE); }
+  Held(KrMutex* mutex, const char* file, int line, const char* function) : Held(mutex, {file, line, function, ""}) {}
   ~Held() { unlockMutex(_mutex); }
   Held(const Held&) = delete;
   Held& operator=(const Held&) = delete;

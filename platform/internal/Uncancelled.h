@@ -137,7 +137,7 @@ template <class Wait>
   return result;
 }
 
-/// Sleeps for a millisecond and then gives way to a cancellation. Whoever wakes every millisecond would often be
+/// Sleeps for a millisecond and then gives way to a cancellation. A thread that wakes every millisecond would often be
 /// cancelled on the way out of its sleep, which not every unwinder knows.
 inline void pollPause(int state) {
   // An interrupted sleep is a short one.

@@ -1,7 +1,7 @@
 #include "log/tevlog.h"
 
-#include "tests/Threads.h"
 #include "tests/Files.h"
+#include "tests/Threads.h"
 
 #include <cerrno>
 #include <cstdlib>
@@ -86,7 +86,7 @@ TEST_F(TraceLog, InitlogStartsAnEmptyDisabledFileOfAnyNameLength) {
   tev::log << tev::enable << "lost" << tev::endl; // silently
 }
 
-// Whatever others make of its name: it neither blocks nor writes into what is not its own.
+// With any kind of file under its name it neither blocks nor writes into what is not its own.
 TEST_F(TraceLog, OpensNothingButAFileOfItsOwn) {
   for (const char* name : {"victim", "twice", "another's"})
     write(name, "kept");
