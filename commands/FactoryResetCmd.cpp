@@ -33,7 +33,7 @@ bool FactoryResetCmd::operator()(const ArgVec& args) {
     printIncorrectParameters(getkey(), getshort());
     return false;
   }
-  ServiceRequest<AdminControlReqMsg> request(ServiceProxies(protocol::adminTask));
+  ServiceRequest<AdminControlReqMsg> request{ServiceProxies(protocol::adminTask)};
   using namespace protocol::adminControl;
   request->SetControl(args[1] == "config" ? factoryConfig : factoryFirmware);
   const char* const rule = "###############################################";

@@ -10,7 +10,7 @@
 namespace {
 
 void switchLogging(bool on) {
-  ServiceRequest<SetLoggingModeReqMsg> request(ServiceProxies(protocol::adminTask));
+  ServiceRequest<SetLoggingModeReqMsg> request{ServiceProxies(protocol::adminTask)};
   request->SetOnOff(on ? protocol::logging::on : protocol::logging::off);
   request->SetComponent(protocol::logging::allComponents);
   request.post();

@@ -8,7 +8,7 @@
 
 bool RebootCmd::operator()(const ArgVec&) {
   printLine(std::cerr, "reboot: ...");
-  ServiceRequest<AdminControlReqMsg> request(ServiceProxies(protocol::adminTask));
+  ServiceRequest<AdminControlReqMsg> request{ServiceProxies(protocol::adminTask)};
   request->SetControl(protocol::adminControl::reboot);
   request->SetArg1(0);
   request.exchange();

@@ -19,7 +19,7 @@ struct ServiceProxies {
 
 /// One request of class `Request`, from the shell's task to a service. Fill it through ->, then send it once:
 ///
-///   ServiceRequest<StreamControlReqMsg> request(ServiceProxies(protocol::streamTask));
+///   ServiceRequest<StreamControlReqMsg> request{ServiceProxies(protocol::streamTask)};
 ///   request->SetControl(1);
 ///   auto reply = request.exchange();
 template <class Request>

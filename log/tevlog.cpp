@@ -43,7 +43,7 @@ template <class Log, class Step>
 // Steps are small and go by value: the common case is a jump then, and few frames lie between the system call of a
 // flush and the caller. Each of them costs: the kernel makes the processor forget where they return to.
 template <class Log, class Step>
-[[gnu::noinline, gnu::no_sanitize("address")]] Log& uninterrupted(Log& out, Step step) {
+__attribute__((noinline, no_sanitize("address"))) Log& uninterrupted(Log& out, Step step) {
   const int type = deferCancelling();
   if (type == PTHREAD_CANCEL_DEFERRED) return locked(out, step);
   int state = PTHREAD_CANCEL_ENABLE;

@@ -44,7 +44,7 @@ void CKrThread::start(const char* name, int priority, int stackSize) {
   if (tid != KR_NO_THREAD) krWarn(_logger, "Trying to restart %s - ignored", krThreadName(tid));
 }
 
-void CKrThread::kill() {
+[[gnu::nothrow]] void CKrThread::kill() {
   KrThreadId tid = threadId();
   while (!_tid.compare_exchange_strong(tid, KR_NO_THREAD))
     tid = threadId();
