@@ -408,7 +408,7 @@ const char* krLogGetLoggerName(int index) {
 
 void krLogList() {
   kr::uncancelled([](int cancelState) {
-    const Listing listing(withList(noLine, __func__, listAll));
+    const Listing listing(withList(noLine, "krLogList", listAll));
     // The console may not take it for long.
     if (listing != nullptr) kr::say(cancelState, stdout, "%s", listing.get());
   });

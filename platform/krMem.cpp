@@ -96,6 +96,7 @@ private:
     Headers larger;
     larger._size = _size != 0 ? _size * 2 : 256;
     larger._shift = _size != 0 ? _shift - 1 : 64 - 8;
+    // NOLINTNEXTLINE(bugprone-sizeof-expression): an array of pointers
     larger._slots = static_cast<Header**>(calloc(larger._size, sizeof(Header*)));
     if (larger._slots == nullptr) return false;
     for (size_t i = 0; i < _size; ++i)
@@ -162,6 +163,7 @@ constexpr kr::Place reallocByHeapPlace{source, 540, "krReallocByHeap", ""};
 
 class HeapHeld : public kr::Held {
 public:
+  // NOLINTNEXTLINE(clang-analyzer-core.NullDereference): g_heap is not null in managed mode
   HeapHeld(KrHeap* heap, const kr::Place& place) : kr::Held(heap->mutex, place) {}
 };
 
