@@ -26,7 +26,7 @@ public:
   virtual void run() = 0;
 
   /// Starts the thread with krThreadSpawn. A started object warns on the logger "comps.kr" instead; one whose thread
-  /// could not be made may be started again. Whoever is cancelled while the console takes nothing has started the
+  /// could not be made may be started again. A caller that is cancelled while the console takes nothing has started the
   /// thread.
   void start(const char* name, int priority, int stackSize);
 
