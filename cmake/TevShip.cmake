@@ -14,8 +14,6 @@ function(tev_ship program)
   elseif(NOT TEV_LINK STREQUAL "shared")
     message(FATAL_ERROR "TEV_LINK is shared, runtime or static, not ${TEV_LINK}")
   endif()
-  # script/size reads the map.
-  target_link_options(${program} PRIVATE LINKER:-Map=$<TARGET_FILE:${program}>.map)
   if(TEV_SPLIT_DEBUG)
     # The debugger finds the symbols by the link as by the build id.
     add_custom_command(TARGET ${program} POST_BUILD
