@@ -22,6 +22,9 @@ inline bool write(const std::string& path, const std::string& text) {
   return !(std::ofstream(path) << text << std::flush).fail();
 }
 
+/// How many descriptors the process has open.
+inline auto openFiles() { return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}); }
+
 /// A file that grows.
 class Growing {
 public:

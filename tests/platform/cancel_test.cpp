@@ -30,8 +30,6 @@ void pass() {
   }
 }
 
-auto openFiles() { return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}); }
-
 class Idle : public CKrThread {
 public:
   void run() override {}

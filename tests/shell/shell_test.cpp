@@ -43,42 +43,13 @@ protected:
 
 } // namespace
 
-TEST(SplitLine, GivesTheWordsBetweenBlanksAndTabs) {
-  const std::vector<std::pair<std::string, ArgVec>> cases = {
-      {"", {}},
-      {" \t ", {}},
-      {"a", {"a"}},
-      {"  help\t\tlong ", {"help", "long"}},
-      {"a b\tc", {"a", "b", "c"}},
-      {"a\r", {"a\r"}},
-      {"'a b' \\ c\v", {"'a", "b'", "\\", "c\v"}},
-  };
-  ArgVec words = {"of", "the", "line", "before"};
-  for (const auto& [line, expected] : cases) {
-    splitLine(line, words);
-    EXPECT_EQ(words, expected) << "[" << line << "]";
-  }
-}
-
-TEST(CmdHistory, HoldsTheNewestLineOnly) {
-  CmdHistory first;
-  EXPECT_EQ(first.last(), "");
-  first.add("one");
-  first.add("two");
-  CmdHistory copy(first), assigned;
-  assigned = first;
-  first.add("");
-  EXPECT_EQ(first.last(), "");
-  EXPECT_EQ(copy.last(), "two");
-  EXPECT_EQ(assigned.last(), "two");
-}
-
-TEST_F(PromptLoop, AnEmptyLineRunsTheRememberedOneAgain) {
-  EXPECT_EQ(run("\nnote  remember \nnote other\n\nunknown\n\n"),
-            "tev-cli> tev-cli> tev-cli> tev-cli> tev-cli> command: [unknown] is not implemented \ntev-cli> tev-cli> ");
-  const ArgVec remembered = {"note", "remember"}, other = {"note", "other"};
-  EXPECT_EQ(command.calls, (std::vector<ArgVec>{remembered, other, remembered, remembered}));
-  EXPECT_EQ(history.last(), "note  remember ") << "as read, not the words joined";
+TEST_F(PromptLoop, AnEmptyLineRunsTheLineRememberedLastAgain) {
+  EXPECT_EQ(run("\nnote remember\nnote  remember this\nnote other\n\nunknown\n\n"),
+            "tev-cli> tev-cli> tev-cli> tev-cli> tev-cli> tev-cli> command: [unknown] is not implemented \n"
+            "tev-cli> tev-cli> ");
+  const ArgVec first = {"note", "remember"}, last = {"note", "remember", "this"}, other = {"note", "other"};
+  EXPECT_EQ(command.calls, (std::vector<ArgVec>{first, last, other, last, last}));
+  EXPECT_EQ(history.last(), "note  remember this") << "as read, not the words joined";
 }
 
 TEST_F(PromptLoop, ACommandThatThrowsDoesNotEndTheShell) {
