@@ -48,9 +48,6 @@ KrThreadId asker, ended;
 KrDir dir, noDir;
 KrDirEntry entry;
 KrFileInfo info;
-KrFsStat figures;
-KrTime now;
-time_t seconds;
 KrLogPrinter printer{KR_LOG_PLAIN, KR_LOG_DEBUG, 0, [](const char*) {}, nullptr, "p", nullptr};
 int null, full, empty, number;
 char text[300], fullPath[99];
@@ -102,7 +99,6 @@ const Call everyCall[] = {
     PAIR(writeLock(readWrite), krWriteUnlock(readWrite)),
     CALL(readLock(heldReadWrite)),
     CALL(writeLock(heldReadWrite)),
-    CALL(krReadUnlock(readWrite), krWriteUnlock(readWrite)),
     CALL(krReadWriteDestroy(krReadWriteCreate())),
     CALL(krSemTake(sem, 1), krSemGive(sem), krSemFlush(sem), krSemGetValue(sem)),
     CALL(krSemDestroy(krSemBinaryCreate(1))),
@@ -127,26 +123,31 @@ const Call everyCall[] = {
     CALL(krThreadJoin(krThreadSpawn_joinable("x", -1, 1 << 17, nothing, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0), nullptr)),
     CALL(krThreadSetPriority(ended, 5), krThreadGetPriority(ended, &number), krThreadGetPriority(asker, &number)),
     CALL(krThreadDelete(ended), krThreadAwaitEnd(asker), krThreadDelete(krThreadIdSelf())),
-    CALL(krThreadPause(asker), krThreadSuspend(0), krThreadResume(asker), krThreadName(asker), krGetTime(&now)),
     CALL(idle->start("x", KR_KEEP_PRIORITY, 0), idle->kill()),
     CALL(idle->getName(), idle->getPriority(&number), idle->setPriority(KR_KEEP_PRIORITY), idle->pause()),
     CALL((new (place) Idle)->~Idle()),
     CALL(krReadFromSysFile("file", text, 9), krWriteToSysFile("missing", "x")),
-    CALL(fioRdString(null, text, 9), krFioRdString(null, text, 9)),
-    CALL(krFileStat("file", &info), krFileSize("file"), krFileSizeByFd(null), krFileTimeGet("file", &seconds, nullptr)),
-    CALL(krFileCopy("file", "copy"), krFileDelete("missing"), krFileSymLink("file", "link")),
-    CALL(krFileReadLink("link", text, 9), krFileStatAttrib("file"), krFdSetCloexecFlag(null, 1)),
+    CALL(krFileStat("file", &info), krFileStatAttrib("file"), krFileCopy("file", "copy")),
     CALL(krDirOpen("missing", &noDir), krDirRead(&dir, &entry), krDirClose(&noDir)),
-    CALL(krDirMake("made"), krDirRemove("made"), krDirClean("empty"), krDirGet(text), krDirChange(".")),
+    CALL(krDirClean("empty"), krDirCopy(".", "copies"), krDirList(null, ".")),
     CALL(krDirDelete("missing")),
-    CALL(krDirCopy(".", "copies"), krDirList(null, ".")),
-    CALL(krFileSystemStat(".", &figures), krDiskSize(), krDiskFree(), krDiskClean()),
-    CALL(krGetHostName(text, 100), krInetNtoa(krInetAddr("1.2.3.4"), text), krGetHostByName("127.0.0.1")),
+    CALL(krDiskSize(), krDiskFree(), krDiskClean(), krGetHostByName("127.0.0.1")),
     CALL(krPrintf("%02000d", 1), krFdPrintf(null, "%d", 1)),
     CALL(CKrProperty::getInstance("settings"), properties->load(), properties->store("settings")),
     CALL(properties->setProperty("name", text), properties->setProperty("number", number)),
     CALL(properties->getProperty("name", text, "x", 9), properties->getLength("name", "x")),
 };
+
+void compute() {
+  while (begun) {
+  }
+}
+void computeWithoutSignals() {
+  sigset_t all;
+  (void)sigfillset(&all);
+  (void)pthread_sigmask(SIG_SETMASK, &all, nullptr);
+  compute();
+}
 
 /// Fails, or waits for ever, if a cancelled thread has kept a lock.
 void expectEveryLockFree() {
@@ -171,34 +172,20 @@ void expectEveryLockFree() {
 
 TEST(Cancel, ThreadsOnTheirWayOutMayBeCancelledOnceMore) {
   if (!cancelsAnywhere) GTEST_SKIP() << notAnywhere;
-  const Call table[] = {{"computes",
-                         [] {
-                           for (begun = true;;) {
-                           }
-                         }},
-                        {"sleeps",
-                         [] {
-                           for (begun = true;;)
-                             (void)krThreadSuspend(1);
-                         }},
-                        {"takes no signals",
-                         [] {
-                           sigset_t all;
-                           (void)sigfillset(&all);
-                           (void)pthread_sigmask(SIG_SETMASK, &all, nullptr);
-                           for (begun = true;;) {
-                           }
-                         }},
-                        {"returns", [] { begun = true; }},
-                        {"exits", [] {
-                           begun = true;
-                           pthread_exit(nullptr);
-                         }}};
+  const Call table[] = {{"computes", compute},
+                        {"takes no signals", computeWithoutSignals},
+                        {"sleeps", [] { (void)krThreadSuspend(60'000); }},
+                        {"returns", [] {}},
+                        {"exits", [] { pthread_exit(nullptr); }}};
   quietly([&] {
     for (const auto& row : table)
       for (int round = rounds(50); round > 0; --round) {
         begun = false;
-        const KrThreadId tid = spawn(row.make);
+        auto work = [&] {
+          begun = true;
+          row.make();
+        };
+        const KrThreadId tid = spawn(work);
         waitUntil([] { return begun.load(); });
         for (int i = 0; i < 2; ++i) {
           pass();
@@ -207,25 +194,6 @@ TEST(Cancel, ThreadsOnTheirWayOutMayBeCancelledOnceMore) {
         ASSERT_EQ(krThreadAwaitEnd(tid), 0) << row.name;
       }
   });
-}
-
-TEST(Cancel, AThreadThatBlocksRunsItsCleanUpHandlers) {
-  if (!cancelsAnywhere) GTEST_SKIP() << notAnywhere;
-  static std::atomic<int> cleaned{0};
-  auto block = [] {
-    pthread_cleanup_push([](void*) { ++cleaned; }, nullptr);
-    begun = true;
-    (void)krThreadSuspend(60'000);
-    pthread_cleanup_pop(0);
-  };
-  quietly([&] {
-    const KrThreadId tid = spawn(block);
-    waitUntil([] { return begun.load(); });
-    krThreadSuspend(50); // by now it sleeps
-    EXPECT_EQ(krThreadDelete(tid), 0);
-    EXPECT_EQ(krThreadAwaitEnd(tid), 0);
-  });
-  EXPECT_EQ(cleaned, 1);
 }
 
 using CancelInFiles = Scratch;
@@ -250,24 +218,20 @@ TEST_F(CancelInFiles, BlockedCallsCanBeCancelledAndLeaveNothingBehind) {
   ASSERT_EQ(setenv("PATH", ".:/bin:/usr/bin", 1), 0);
   krMemInit(1, 0);
   logger = krLogGetLogger("x");
-  static std::atomic<const Call*> call;
-  static std::atomic<int> allowed;
-  auto first = [] {
-    waitUntil([] { return allowed >= 1; });
-    call.load()->make();
-  };
-  auto second = [] {
-    waitUntil([] { return allowed >= 2; });
-    call.load()->make();
-  };
   ASSERT_EQ(setvbuf(stdout, nullptr, _IONBF, 0), 0);
   quietly([&] {
     const int console = dup(STDOUT_FILENO);
     for (const Call& row : blocked) {
       const auto before = openFiles();
       const uint32_t blocks = g_heap->inUse[0];
-      call = &row;
-      allowed = 0;
+      std::atomic<int> allowed{0};
+      const auto inTurn = [&](int turn) {
+        return [&, turn] {
+          waitUntil([&] { return allowed >= turn; });
+          row.make();
+        };
+      };
+      auto first = inTurn(1), second = inTurn(2);
       const KrThreadId tids[] = {spawn(first), spawn(second)};
       (void)dup2(full, STDOUT_FILENO); // what fails now could not be reported
       for (int i = 0; i < 2; ++i) {
@@ -306,19 +270,16 @@ TEST_F(CancelInFiles, EveryCallLeavesItsLocksFree) {
   ASSERT_EQ(krDirMake("empty"), 0);
   ASSERT_EQ(krDirMake("copies"), 0);
   auto leave = [] {};
-  static std::atomic<const Call*> current;
-  auto work = [] {
-    void (*const make)() = current.load()->make;
-    for (begun = true;;)
-      make();
-  };
   quietly([&] {
     ended = spawn(leave);
     ASSERT_EQ(krThreadAwaitEnd(ended), 0);
     for (const Call& call : everyCall)
       for (int round = rounds(5); round > 0; --round) {
-        current = &call;
         begun = false;
+        auto work = [&] {
+          for (begun = true;;)
+            call.make();
+        };
         const KrThreadId tid = spawn(work);
         if (round % 5 != 0)
           waitUntil([] { return begun.load(); }); // else it is cancelled before it begins, or about then
