@@ -9,7 +9,6 @@
 #include <gtest/gtest.h>
 #include <new>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -110,24 +109,6 @@ TEST_F(TraceLog, OpensNothingButAFileOfItsOwn) {
     EXPECT_EQ(contents(name), "kept");
   EXPECT_NE(access("nothing", F_OK), 0);
   (void)close(reader);
-}
-
-TEST_F(TraceLog, IsLeftToTheProcessThatWritesIt) {
-  const auto failureInAnotherProcess = [] {
-    const pid_t other = fork();
-    if (other == 0) _exit(tev::tevlog("shared.log").Failure());
-    int status = 0;
-    EXPECT_EQ(waitpid(other, &status, 0), other);
-    return WEXITSTATUS(status);
-  };
-  {
-    tev::tevlog log("shared.log");
-    log << tev::enable << "this one's" << tev::endl;
-    EXPECT_EQ(failureInAnotherProcess(), EBUSY);
-  }
-  EXPECT_EQ(contents("shared.log"), "this one's\n");
-  EXPECT_EQ(failureInAnotherProcess(), 0);
-  EXPECT_EQ(contents("shared.log"), "");
 }
 
 TEST_F(TraceLog, InitlogWithoutMemoryChangesNothing) {

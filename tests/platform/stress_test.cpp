@@ -16,9 +16,8 @@ std::atomic<long> wellFormed{0};
 
 /// The messages below name their number twice.
 void checkMessage(const char* message) {
-  const std::string copy = message;
-  const size_t half = copy.size() / 2;
-  wellFormed += copy[half] == ' ' && copy.substr(0, half) == copy.substr(half + 1);
+  const std::string copy = message, number = copy.substr(0, copy.size() / 2);
+  wellFormed += copy == number + ' ' + number;
 }
 
 } // namespace
