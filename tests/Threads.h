@@ -67,11 +67,16 @@ inline std::string printed(const std::function<void()>& work) {
   return testing::internal::GetCapturedStdout();
 }
 
+/// What `work` prints on standard error.
+inline std::string reported(const std::function<void()>& work) {
+  testing::internal::CaptureStderr();
+  work();
+  return testing::internal::GetCapturedStderr();
+}
+
 /// Runs `work`; what it prints on standard output and standard error is lost.
 inline void quietly(const std::function<void()>& work) {
-  testing::internal::CaptureStderr();
-  (void)printed(work);
-  (void)testing::internal::GetCapturedStderr();
+  (void)reported([&] { (void)printed(work); });
 }
 
 /// Whether the whole text matches an extended POSIX expression.

@@ -5,6 +5,7 @@
 #include "log/tevlog.h"
 #include "messaging/Messages.h"
 #include "messaging/MsgQueue.h"
+#include "tests/Threads.h"
 
 #include <algorithm>
 #include <cstring>
@@ -163,9 +164,7 @@ TEST_F(Wire, TwoDecodersTraceOnTheErrorStream) {
   const auto admin = queueForm(AdminControlRespMsg(1, 2), queue);
   const auto snapshot = queueForm(TakeSnapshotRespMsg(1, 2), queue);
   const auto traced = [](auto prototype, const auto& bytes, bool decodes) {
-    ::testing::internal::CaptureStderr();
-    EXPECT_EQ(MsgPtr(prototype.Create(bytes.data())) != nullptr, decodes);
-    return ::testing::internal::GetCapturedStderr();
+    return reported([&] { EXPECT_EQ(MsgPtr(prototype.Create(bytes.data())) != nullptr, decodes); });
   };
   EXPECT_EQ(traced(AdminControlRespMsg(), admin, true), "AdminControlReqMsg::Create(): msgtype=109\n"
                                                         "KIP_ADMIN_CNTRL_RESP_MSG_ID:status = 65535\n");

@@ -2,6 +2,7 @@
 
 #include "platform/internal/Uncancelled.h"
 
+#include <array>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
@@ -10,15 +11,14 @@
 
 namespace {
 
-using testing::internal::CaptureStderr;
-using testing::internal::GetCapturedStderr;
-
 std::atomic<bool> ran;
 std::atomic<size_t> stackSize;
 
 int checkArguments(intptr_t a1, intptr_t a2, intptr_t a3, intptr_t a4, intptr_t a5, intptr_t a6, intptr_t a7,
                    intptr_t a8, intptr_t a9, intptr_t a10) {
-  kr::uncancelled([] {
+  kr::uncancelled([=] {
+    EXPECT_EQ((std::array{a1, a2, a3, a4, a5, a6, a7, a8, a9, a10}),
+              (std::array<intptr_t, 10>{INTPTR_MIN, 2, 3, 4, 5, 6, 7, 8, 9, INTPTR_MAX}));
     size_t size = 0;
     pthread_attr_t attributes;
     (void)pthread_getattr_np(pthread_self(), &attributes);
@@ -26,8 +26,7 @@ int checkArguments(intptr_t a1, intptr_t a2, intptr_t a3, intptr_t a4, intptr_t 
     (void)pthread_attr_destroy(&attributes);
     stackSize = size;
   });
-  ran = a1 == INTPTR_MIN && a2 == 2 && a3 == 3 && a4 == 4 && a5 == 5 && a6 == 6 && a7 == 7 && a8 == 8 && a9 == 9 &&
-        a10 == INTPTR_MAX;
+  ran = true;
   return 5;
 }
 
@@ -75,12 +74,14 @@ TEST(Thread, SpawnsAreToldAndLogged) {
   for (const auto& row : table) {
     ran = false;
     KrThreadId tid = KR_NO_THREAD;
-    CaptureStderr();
-    const std::string console = printed([&] {
-      tid = row.spawn(name.c_str());
-      void* result = &ran;
-      EXPECT_EQ(row.spawn != detached ? krThreadJoin(tid, &result) : krThreadAwaitEnd(tid), 0);
-      EXPECT_EQ(result, row.spawn != detached ? nullptr : &ran);
+    std::string console;
+    std::string error = reported([&] {
+      console = printed([&] {
+        tid = row.spawn(name.c_str());
+        void* result = &ran;
+        EXPECT_EQ(row.spawn != detached ? krThreadJoin(tid, &result) : krThreadAwaitEnd(tid), 0);
+        EXPECT_EQ(result, row.spawn != detached ? nullptr : &ran);
+      });
     });
     EXPECT_TRUE(ran);
     EXPECT_EQ(stackSize >> 20 == 1, row.spawn == joinable); // the others get the system's default
@@ -97,7 +98,6 @@ TEST(Thread, SpawnsAreToldAndLogged) {
                id.c_str(), linux);
     const std::string started =
         format("New thread, tid = %d / PID = %d / LWP id = [0-9]+\n", static_cast<int>(tid), getpid());
-    std::string error = GetCapturedStderr();
     const size_t at = error.find("New thread"); // told by the thread itself, whenever it runs
     ASSERT_NE(at, std::string::npos);
     const size_t length = error.find("\n\n", at) + 2 - at;
@@ -123,15 +123,16 @@ TEST(Thread, DefaultStackSizeAndFailureToSpawn) {
                         "krThreadSpawn x ss:" + std::string(shown) + " p:-1 tid:[-0-9]+\n"));
   }
   int error = 0;
-  CaptureStderr();
-  EXPECT_EQ(printed([&] {
-              EXPECT_EQ(krThreadSpawn_joinable("x", 50, -1, checkArguments, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0),
-                        KR_NO_THREAD);
-              error = errno;
-            }),
-            format("krThreadSpawn x ss:-1 p:50 tid:%lu\n", KR_NO_THREAD));
-  EXPECT_EQ(GetCapturedStderr(), format("krThreadSpawn Failed to spawn [x], errno = [0x%08x : %s]\n",
-                                        static_cast<unsigned>(error), strerror(error)));
+  std::string console;
+  const std::string report = reported([&] {
+    console = printed([&] {
+      EXPECT_EQ(krThreadSpawn_joinable("x", 50, -1, checkArguments, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0), KR_NO_THREAD);
+      error = errno;
+    });
+  });
+  EXPECT_EQ(console, format("krThreadSpawn x ss:-1 p:50 tid:%lu\n", KR_NO_THREAD));
+  EXPECT_EQ(report, format("krThreadSpawn Failed to spawn [x], errno = [0x%08x : %s]\n", static_cast<unsigned>(error),
+                           strerror(error)));
 }
 
 TEST(Thread, Priorities) {
@@ -142,18 +143,20 @@ TEST(Thread, Priorities) {
     (void)onAnotherThread([&] { // where an urgent thread ends at once
       const auto [said, linux] = expectedPriority(krThreadIdSelf(), row.priority, row.linux);
       int readBack = -7;
-      CaptureStderr();
-      EXPECT_EQ(krThreadSetPriority(krThreadIdSelf(), row.priority), linux != 0 ? 0 : -1);
-      EXPECT_EQ(GetCapturedStderr(), said);
+      EXPECT_EQ(reported([&, allowed = linux != 0] {
+                  EXPECT_EQ(krThreadSetPriority(krThreadIdSelf(), row.priority), allowed ? 0 : -1);
+                }),
+                said);
       EXPECT_EQ(krThreadGetPriority(krThreadIdSelf(), &readBack), 0);
       EXPECT_EQ(readBack, linux != 0 ? row.readBack : 256);
       return 0;
     });
-  CaptureStderr();
-  for (const int wrong : {-2, 256, INT_MAX})
-    EXPECT_EQ(errnoOf(krThreadSetPriority(krThreadIdSelf(), wrong)), KR_ERR_PRIORITY);
-  EXPECT_EQ(krThreadSetPriority(krThreadIdSelf(), KR_KEEP_PRIORITY), 0);
-  EXPECT_EQ(GetCapturedStderr(), "");
+  EXPECT_EQ(reported([] {
+              for (const int wrong : {-2, 256, INT_MAX})
+                EXPECT_EQ(errnoOf(krThreadSetPriority(krThreadIdSelf(), wrong)), KR_ERR_PRIORITY);
+              EXPECT_EQ(krThreadSetPriority(krThreadIdSelf(), KR_KEEP_PRIORITY), 0);
+            }),
+            "");
 }
 
 TEST(Thread, IsCancelledAnywhereAndRefusedWhenItIsNone) {

@@ -63,8 +63,11 @@ TEST_F(BoardTest, AlertComesAndGoesWithTheTemperature) {
   _setup.frozen = false;
   write(CHIP + "speed", "0");
   (void)log();
+  board().advance(1);
+  EXPECT_EQ(log(), "") << "it gets warm slowly";
   board().advance(3600);
   EXPECT_EQ(log(), "alert on\n");
+  EXPECT_EQ(text(CHIP + "temperature"), "59\n") << "70 degrees, without a fan";
   EXPECT_EQ(text(ALERT), "0\n") << "active low";
   write(CHIP + "speed", "63");
   (void)log();

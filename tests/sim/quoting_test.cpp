@@ -9,12 +9,8 @@ TEST(Quoting, EveryByteCanBeToldFromTheText) {
       {"", R"("")"},
       {"29", R"("29")"},
       {"4\0"s, R"("4\0")"},
-      {"\0"s
-       "7",
-       R"("\0007")"}, // \07 would be another byte
-      {"\0"s
-       "8",
-       R"("\08")"},
+      {"\0007"s, R"("\0007")"}, // \07 would be another byte
+      {"\0008"s, R"("\08")"},
       {"63\n", R"("63\n")"},
       {"a\tb\rc\"d\\e'", R"("a\tb\rc\"d\\e'")"},
       {"\x01\x7f\x80\xff ~", R"("\001\177\200\377 ~")"},
@@ -31,8 +27,7 @@ TEST(Quoting, EveryByteCanBeToldFromTheText) {
 }
 
 TEST(Quoting, UnescapingTakesTheLongestEscapeAndNoOther) {
-  EXPECT_EQ(sim::unescaped(R"(\x41\x4g\1012\18)"), "A\x04gA2\x01"s
-                                                   "8");
+  EXPECT_EQ(sim::unescaped(R"(\x41\x4g\1012\18)"), "A\004gA2\0018"s);
   for (const char* wrong : {R"(\)", R"(\q)", R"(\x)", R"(\xg)", R"(\400)", R"(ok\8)"}) {
     EXPECT_EQ(sim::unescaped(wrong), std::nullopt) << wrong;
   }

@@ -1,9 +1,7 @@
 // tev-sim itself, run with small scripts in place of the shell.
 #include "trial/Child.h"
 
-#include <csignal>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 namespace {
 
@@ -36,16 +34,6 @@ protected:
 };
 
 INSTANTIATE_TEST_SUITE_P(Nodes, TevSim, testing::Values("fuse", "files"), [](const auto& kind) { return kind.param; });
-
-TEST_P(TevSim, KillingItLeavesNothing) {
-  for (const int signal : {SIGKILL, SIGTERM}) {
-    Child child(board("trap 'echo term; exit 3' TERM; setsid sleep 1000 & echo up; wait"), Streams::output);
-    child.readTo("up\n");
-    child.send(signal);
-    EXPECT_EQ(child.readTo(), signal == SIGKILL ? "" : "term\n") << "ends when the last process has ended";
-    EXPECT_EQ(child.wait(), signal == SIGKILL ? 128 + SIGKILL : 3);
-  }
-}
 
 TEST_P(TevSim, StatusIsSeenFromAnotherTerminal) {
   Child shell(board("echo up; cat; printf 1 > /sys/class/gpio/gpio26/value; echo on; cat"), Streams::terminal);
