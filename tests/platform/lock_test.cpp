@@ -38,7 +38,7 @@ TEST(Mutex, RecursionOwnershipAndFailures) {
   }
   EXPECT_EQ(krMutexUnlock(mutex), 0); // the owner stays recorded
   EXPECT_EQ(onAnotherThread([&] { return relock(mutex); }), 0);
-  EXPECT_EQ(krMutexUnlock(mutex), -1); // now it is somebody else
+  EXPECT_EQ(krMutexUnlock(mutex), -1); // now the other thread is
   ASSERT_EQ(lock(mutex, KR_WAIT_FOREVER), 0);
   krMutexDestroy(mutex); // held by the destroyer
   krMutexDestroy(nullptr);
@@ -236,7 +236,7 @@ TEST(Condition, WaitGivesTheMutexUp) {
   KrMutex* const mutex = krMutexCreate();
   KrCond* const cond = krCondCreate();
   EXPECT_EQ(errno, 0);
-  EXPECT_EQ(errnoOf(krCondWait(cond, mutex)), EPERM); // nobody's
+  EXPECT_EQ(errnoOf(krCondWait(cond, mutex)), EPERM); // not locked
   ASSERT_EQ(lock(mutex, KR_WAIT_FOREVER), 0);
   bool ready = false;
   std::thread setter([&] {

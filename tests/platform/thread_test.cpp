@@ -61,7 +61,7 @@ std::pair<std::string, int> expectedPriority(KrThreadId tid, int priority, int l
 
 } // namespace
 
-TEST(Thread, SpawnsAreToldAndLogged) {
+TEST(Thread, SpawnsArePrintedAndLogged) {
   const std::string name(300, 'n');
   const struct {
     KrThreadId (*spawn)(const char*);
@@ -90,21 +90,21 @@ TEST(Thread, SpawnsAreToldAndLogged) {
                            : "krThreadSpawn " + name + row.shownStack + format(" p:50 tid:%lu\n", tid));
     const auto [said, linux] = expectedPriority(tid, 50, 80);
     const std::string id = row.shown(tid), self = row.shown(krThreadIdSelf());
-    const std::string told = said + format("Thread [%s] (tid = %s); Linux Priority = %d; spawned by tid = %s\n",
-                                           name.c_str(), id.c_str(), linux, self.c_str());
+    const std::string lines = said + format("Thread [%s] (tid = %s); Linux Priority = %d; spawned by tid = %s\n",
+                                            name.c_str(), id.c_str(), linux, self.c_str());
     const std::string spawned =
         "[0-9/]{5} [0-9:]{8}\\.[0-9]{2} \\[" + asUnsigned(krThreadIdSelf()) +
         format("\\] krThreadSpawn: Spawned Thread \\[%s\\] \\(tid = %s\\); Linux Priority = %d\n", name.c_str(),
                id.c_str(), linux);
     const std::string started =
         format("New thread, tid = %d / PID = %d / LWP id = [0-9]+\n", static_cast<int>(tid), getpid());
-    const size_t at = error.find("New thread"); // told by the thread itself, whenever it runs
+    const size_t at = error.find("New thread"); // printed by the thread itself, whenever it runs
     ASSERT_NE(at, std::string::npos);
     const size_t length = error.find("\n\n", at) + 2 - at;
     EXPECT_TRUE(matches(error.substr(at, length), started + "\n"));
     error.erase(at, length);
-    EXPECT_EQ(error.substr(0, told.size()), told);
-    EXPECT_TRUE(matches(error.substr(told.size()), spawned + "\n"));
+    EXPECT_EQ(error.substr(0, lines.size()), lines);
+    EXPECT_TRUE(matches(error.substr(lines.size()), spawned + "\n"));
     if (access("/var/log", W_OK) != 0) continue;
     const std::string logged = log.news();
     for (const auto& line : {spawned, started}) // others may log there as well
