@@ -1,5 +1,5 @@
-// The queues, pipes, nodes and board tools that the product finds: those of the program that is linked with
-// tev_system_calls. Nothing of it reaches the machine, and no wait takes any time.
+// The queues, pipes, nodes and board tools that the product finds in a fuzz target. Nothing of it reaches the machine,
+// and no wait takes any time.
 #ifndef TEV_FUZZ_STANDINS_H
 #define TEV_FUZZ_STANDINS_H
 
@@ -21,10 +21,7 @@ public:
   StandIns& operator=(const StandIns&) = delete;
 
   /// The product sends: the text that follows the kernel's type of a queue form.
-  virtual void sent(int, long, const std::string&) {}
-
-  /// The product is about to wait for its pipe, or to read from it: the moment for bytes to arrive there.
-  virtual void arrive() {}
+  virtual void sent(int queue, long type, const std::string& text) = 0;
 
   int msgget(key_t, int) override { return queueId; }
   int msgctl(int, int, msqid_ds*) override { return 0; }
@@ -35,35 +32,29 @@ public:
     if (type > 0) sent(queue, type, {static_cast<const char*>(message) + sizeof type, size});
     return type > 0 ? 0 : -1;
   }
-  int mkfifo(const char*, mode_t) override {
-    FUZZ_CHECK(pipe2(_pipe, O_NONBLOCK | O_CLOEXEC) == 0);
-    return 0;
-  }
+  int mkfifo(const char*, mode_t) override { return pipe2(_pipe, O_NONBLOCK | O_CLOEXEC); }
   int unlink(const char*) override { return 0; }
   int open64(const char* path, int flags, mode_t mode) override {
     if (strncmp(path, "/tmp/", 5) != 0) return openNode(path);
     return SystemCalls::open64(("/proc/self/fd/" + std::to_string(_pipe[0])).c_str(), flags & ~O_NOFOLLOW, mode);
   }
-  int system(const char*) override { return 0; }
-  int poll(pollfd* waits, nfds_t count, int) override {
-    arrive();
-    return SystemCalls::poll(waits, count, 0);
-  }
-  ssize_t read(int fd, void* bytes, size_t size) override {
-    arrive();
-    return SystemCalls::read(fd, bytes, size);
-  }
 
+protected:
   /// The product opens a node. The descriptor, or -1 with errno.
   virtual int openNode(const char*) {
     errno = ENOENT;
     return -1;
   }
 
-protected:
   /// Puts bytes into the pipe that the product's endpoint has made.
   static void intoPipe(const std::string& bytes) {
     FUZZ_CHECK(::write(_pipe[1], bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size()));
+  }
+  /// Empties that pipe.
+  void emptyPipe() {
+    char bytes[4096];
+    while (SystemCalls::read(_pipe[0], bytes, sizeof bytes) > 0) {
+    }
   }
 
 private:

@@ -1,10 +1,11 @@
 // Console lines through splitter, registry and the real commands, on an appliance whose nodes hold anything and whose
-// services answer anything. What the loop itself prints is predicted to the byte; what reaches the services and the
-// board tools keeps its form.
+// services reply with any bytes, in any pieces between any two calls. What the loop itself prints is predicted to the
+// byte; what reaches the services and the board tools keeps its form, and replies are read as the protocol says.
 #include "fuzz/StandIns.h"
 
+#include "log/tevlog.h"
 #include "messaging/CommObj.h"
-#include "messaging/MsgObj.h"
+#include "messaging/Protocol.h"
 #include "shell/CmdMap.h"
 #include "shell/Shell.h"
 
@@ -25,21 +26,30 @@ public:
   const char* getshort() override { return ""; }
 };
 
-class Appliance : public StandIns {
+class FuzzedAppliance : public StandIns {
 public:
-  Appliance(Input& in, std::string nodeText) : _in(in), _nodeText(std::move(nodeText)) {}
+  FuzzedAppliance(Input& in, std::string nodeText) : _in(in), _nodeText(std::move(nodeText)) {}
+  ~FuzzedAppliance() { emptyPipe(); }
 
   void sent(int queue, long, const std::string& text) override {
-    FUZZ_CHECK(queue == 98307 || queue == 229383 || queue == 0);
+    FUZZ_CHECK(queue == protocol::videoQueueId || queue == protocol::streamQueueId || queue == protocol::adminQueueId);
     FUZZ_CHECK(text.size() >= 16 && text.size() <= 28 && text.size() % 4 == 0);
-    _waiting = true;
   }
 
-  void arrive() override {
-    if (std::exchange(_waiting, false)) intoPipe(_in.bytes(64));
+  int poll(pollfd* waits, nfds_t count, int) override {
+    _reads = 0;
+    arrive();
+    return SystemCalls::poll(waits, count, 0);
+  }
+
+  ssize_t read(int fd, void* bytes, size_t size) override {
+    FUZZ_CHECK(++_reads <= 3); // of a pipe after a wait, or of a node
+    arrive();
+    return SystemCalls::read(fd, bytes, size);
   }
 
   int openNode(const char* path) override {
+    _reads = 0;
     if (_nodeText == "missing") return StandIns::openNode(path);
     const int fd = memfd_create("node", MFD_CLOEXEC);
     FUZZ_CHECK(fd > 0 && write(fd, _nodeText.data(), _nodeText.size()) >= 0 && lseek(fd, 0, SEEK_SET) == 0);
@@ -56,12 +66,16 @@ public:
   }
 
 private:
+  void arrive() {
+    if (_in.once()) intoPipe(_in.bytes(64));
+  }
+
   Input& _in;
   const std::string _nodeText;
-  bool _waiting = false;
+  int _reads = 0;
 };
 
-/// What splitLine must give, said another way.
+/// What splitLine must return, written in another way.
 ArgVec wordsOf(const std::string& line) {
   ArgVec words;
   bool inside = false;
@@ -97,15 +111,16 @@ std::string predicted(const std::string& input) {
 static void start() {
   tev::initlog("/dev/null");
   tev::log << tev::enable;
-  StandIns standIns;
-  (void)new CommObj("tCliAppTask"); // the table of tasks keeps it
+  Input none(nullptr, 0);
+  FuzzedAppliance appliance(none, "");
+  (void)new CommObj(protocol::consoleTask); // the table of tasks keeps it
   initmap();
   static Quiet quiet; // instead of the command that ends the process
   gCmdMap["exit"] = &quiet;
 }
 
 static void fuzz(Input& in) {
-  Appliance appliance(in, in.bytes(24));
+  FuzzedAppliance appliance(in, in.bytes(24));
   const std::string lines = in.bytes(2000);
   std::istringstream input(lines);
   std::ostringstream out, console;

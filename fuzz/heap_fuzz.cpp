@@ -1,5 +1,5 @@
-// Sequences of calls on the managed heap: blocks are disjoint, keep their contents, come back newest first; misuse is
-// reported and harmless; a system without memory is survived. After each call the heap's lists hold what is not in use.
+// Sequences of calls on the managed heap: blocks keep their contents, released ones are used again, misuse is reported
+// and harmless, and a system without memory is survived. After each call the heap's counters agree with the model.
 #include "fuzz/Target.h"
 
 #include "platform/krMem.h"
@@ -9,55 +9,35 @@
 #include <cstring>
 #include <functional>
 #include <map>
+#include <set>
 
 namespace {
 
-std::string printed; // on standard output since the last look
+std::string printed;                      // on standard output since the last look
+std::set<char*> released[KR_MEM_CLASSES]; // blocks that the heap keeps, for as long as the process runs
 constexpr size_t header = 16;
-
-int classOf(size_t size) {
-  const auto& sizes = g_heap->classSizes;
-  return static_cast<int>(std::lower_bound(std::begin(sizes), std::end(sizes), size) - sizes);
-}
-
-/// The block of a class that was released before this one.
-char* nextOf(const char* block) {
-  char* next = nullptr;
-  memcpy(&next, block, sizeof next);
-  return next != nullptr ? next + header : nullptr;
-}
-
-/// The block of a class that was released last; null for none.
-char* lastReleased(int type) {
-  void* const last = type < KR_MEM_CLASSES ? g_heap->freeLists[type] : nullptr;
-  return last != nullptr ? static_cast<char*>(last) + header : nullptr;
-}
 
 class Heap : public SystemCalls {
 public:
   explicit Heap(Input& in) : _in(in) { present = this; }
   ~Heap() {
     _noMemory = false;
-    while (!_live.empty()) {
+    while (!_live.empty())
       release();
-      check();
-    }
+    check();
     present = _before;
   }
 
   void* malloc(size_t size) override { return _noMemory ? nullptr : SystemCalls::malloc(size); }
 
   void check() {
-    size_t inUse[KR_MEM_CLASSES + 1] = {};
+    std::map<int, uint32_t> inUse;
     for (const auto& [at, block] : _live)
-      ++inUse[classOf(block.owned)];
-    FUZZ_CHECK(g_heap->largeInUse == inUse[KR_MEM_CLASSES]);
-    for (int i = 0; i < KR_MEM_CLASSES; ++i) {
-      FUZZ_CHECK(g_heap->inUse[i] == inUse[i]);
-      size_t released = g_heap->obtained[i] - inUse[i];
-      for (const char* at = lastReleased(i); at != nullptr; at = nextOf(at))
-        FUZZ_CHECK(released-- > 0);
-      FUZZ_CHECK(released == 0);
+      ++inUse[block.type];
+    FUZZ_CHECK(g_heap->largeInUse == inUse[KR_MEM_NO_CLASS]);
+    for (int type = 0; type < KR_MEM_CLASSES; ++type) {
+      FUZZ_CHECK(g_heap->inUse[type] == inUse[type]);
+      FUZZ_CHECK(g_heap->obtained[type] == inUse[type] + released[type].size());
     }
     printed.clear();
     _noMemory = _in.number(0, 15) == 15;
@@ -80,7 +60,7 @@ public:
     const auto [at, block] = *old;
     FUZZ_CHECK(holds(at, block.size, block.fill));
     const size_t size = pickSize();
-    if (size != 0 && classOf(block.owned) < KR_MEM_CLASSES && classOf(size) <= classOf(block.owned)) {
+    if (size != 0 && krMemGetType(size) <= block.type && block.type != KR_MEM_NO_CLASS) { // it fits
       FUZZ_CHECK(krRealloc(at, size) == at);
       memset(at, block.fill, size);
       old->second.size = size;
@@ -92,7 +72,7 @@ public:
     } else {
       moved = obtain(size, [&, from = at] { return krRealloc(from, size); });
     }
-    _live.erase(old);
+    leave(old);
     if (moved == nullptr) return;
     FUZZ_CHECK(holds(moved, std::min(block.size, size), block.fill));
     enter(moved, size);
@@ -100,33 +80,25 @@ public:
 
   void release() {
     if (_live.empty()) return;
-    const auto [at, block] = *any();
-    FUZZ_CHECK(holds(at, block.size, block.fill));
-    krFree(at);
-    _live.erase(at);
+    const auto block = any();
+    FUZZ_CHECK(holds(block->first, block->second.size, block->second.fill));
+    krFree(block->first);
     FUZZ_CHECK(printed.empty());
-    const int type = classOf(block.owned);
-    FUZZ_CHECK(type == KR_MEM_CLASSES || lastReleased(type) == at);
+    leave(block);
   }
 
   void releaseAgain() {
-    char* block = lastReleased(_in.number(0, KR_MEM_CLASSES - 1));
-    for (int i = _in.number(0, 9); i > 0 && block != nullptr && nextOf(block) != nullptr; --i)
-      block = nextOf(block);
-    if (block != nullptr) misuse(block, "already deleted");
+    const auto& pool = released[_in.number(0, KR_MEM_CLASSES - 1)];
+    if (pool.empty()) return;
+    const auto last = static_cast<ptrdiff_t>(std::min<size_t>(pool.size(), 10)) - 1;
+    misuse(*std::next(pool.begin(), _in.number<ptrdiff_t>(0, last)), "already deleted");
   }
 
   void releaseForeign() {
     static char foreign[64];
-    char* address = foreign + 16 + _in.number(0, 32);
-    if (!_live.empty() && _in.once()) {
-      const auto [at, block] = *any();
-      const auto inside = _in.number<size_t>(0, block.size);
-      if (inside < header) return;
-      address = at + inside;
-    } else if (_in.once()) {
-      address = reinterpret_cast<char*>(_in.number<uintptr_t>(1, 4095));
-    }
+    char* address = foreign + header + _in.number(0, 32);
+    if (_in.once()) address = reinterpret_cast<char*>(_in.number<uintptr_t>(1, 4095));
+    if (!_live.empty() && _in.once()) address = any()->first + _in.number(header, 3 * header);
     misuse(address, "Delete invalid block");
   }
 
@@ -134,46 +106,48 @@ public:
 
 private:
   struct Block {
-    size_t size;  ///< as requested; a block that was shrunk in its place has a smaller one
-    size_t owned; ///< the size that its class came from
+    size_t size; ///< as requested
+    int type;
     char fill;
-
-    size_t room() const { return classOf(owned) < KR_MEM_CLASSES ? g_heap->classSizes[classOf(owned)] : owned; }
   };
+  using Blocks = std::map<char*, Block>;
 
   static bool holds(const char* block, size_t size, char fill) {
     return std::all_of(block, block + size, [fill](char c) { return c == fill; });
   }
 
   size_t pickSize() {
-    constexpr size_t edges[] = {48, 128, 512, 1024, 2304, 4352, 10240, 18432, 26624, 34816};
     if (_in.once()) return _in.number<size_t>(0, 40000);
-    return _in.PickValueInArray(edges) + _in.number<size_t>(0, 2) - 1;
+    return g_heap->classSizes[_in.number(0, KR_MEM_CLASSES - 1)] + _in.number<size_t>(0, 2) - 1;
   }
 
-  std::map<char*, Block>::iterator any() {
+  Blocks::iterator any() {
     return std::next(_live.begin(), _in.number<ptrdiff_t>(0, static_cast<ptrdiff_t>(_live.size()) - 1));
   }
 
-  /// A call that gives a block of that size: the one released last, or one of the system's. Null without memory.
+  /// A call that returns a block of that size: a released one, if there is any. Null without memory.
   char* obtain(size_t size, const std::function<void*()>& call) {
-    char* const released = lastReleased(classOf(size));
+    static std::set<char*> none;
+    const int type = krMemGetType(size);
+    std::set<char*>& pool = type == KR_MEM_NO_CLASS ? none : released[type];
     errno = 0;
     auto* const block = static_cast<char*>(call());
-    FUZZ_CHECK((block == nullptr) == (_noMemory && released == nullptr));
-    FUZZ_CHECK(released == nullptr || block == released);
+    FUZZ_CHECK((block == nullptr) == (_noMemory && pool.empty()));
+    FUZZ_CHECK(pool.empty() || pool.erase(block) == 1);
     return block;
   }
 
   void enter(char* at, size_t size) {
     FUZZ_CHECK(reinterpret_cast<uintptr_t>(at) % alignof(max_align_t) == 0);
     // Not the bytes of the magic number, of which a forged header would need both.
-    const Block block = {size, size, static_cast<char>(0x80 | (_counter++ & 0x3f))};
-    const auto after = _live.lower_bound(at);
-    FUZZ_CHECK(after == _live.end() || at + block.room() + header <= after->first);
-    FUZZ_CHECK(after == _live.begin() || std::prev(after)->first + std::prev(after)->second.room() + header <= at);
+    const Block block = {size, krMemGetType(size), static_cast<char>(0x80 | (_counter++ & 0x3f))};
     memset(at, block.fill, size);
     _live[at] = block;
+  }
+
+  void leave(Blocks::iterator block) {
+    if (block->second.type != KR_MEM_NO_CLASS) released[block->second.type].insert(block->first);
+    _live.erase(block);
   }
 
   void misuse(void* address, const char* text) {
@@ -189,7 +163,7 @@ private:
   SystemCalls* const _before = present;
   Input& _in;
   bool _noMemory = false; // for the heap
-  std::map<char*, Block> _live;
+  Blocks _live;
   unsigned _counter = 0;
 };
 
