@@ -2,38 +2,43 @@
 
 #include "sim/SystemError.h"
 
+#include <algorithm>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>
-#include <sys/stat.h>
 
 namespace trial {
 
 namespace {
 
 constexpr char traceLog[] = "/tmp/cli.log";
+constexpr char replyType[] = "   msgType = ";
+
+// The lines of the trace log, by the text that they begin with or, after a *, hold.
+constexpr std::pair<std::string_view, Answer::Event> lineKinds[] = {
+    {"MsgObj::send()[isReqSyncMsg/remote] - pSourceCommObj->ReadReplyMsg(...) returned: ", Answer::request},
+    {"timed out waiting on reply of msgType: ", Answer::timedOut},
+    {"couldn't get all the expected data, size=", Answer::tooShort},
+    {"flushing data from pipe: ", Answer::drained},
+    {"MsgObj::Make(): returning 0 for creation request of msgid: ", Answer::undecoded},
+    {"CommObj::run() - dropping an oversized message from msgQ: ", Answer::undecoded},
+    {"   ", Answer::none},
+    {"CommObj::ReadReplyMsg(...) - ", Answer::none},
+    {"MsgObj::send()[isReqSyncMsg/remote] - ", Answer::none},
+    {"*espmsg: ", Answer::none},
+    {"*RespMsg:", Answer::none}};
 
 void take(const std::string& line, Answer& answer) {
-  const auto begins = [&line](const char* with) { return line.rfind(with, 0) == 0; };
-  if (begins("timed out waiting on reply of msgType: ")) {
-    answer.timedOut = true;
-  } else if (begins("couldn't get all the expected data, size=")) {
-    answer.tooShort = true;
-  } else if (begins("MsgObj::send()[isReqSyncMsg/remote] - pSourceCommObj->ReadReplyMsg(...) returned: ")) {
-    ++answer.requests;
-  } else if (begins("   msgType = ")) {
-    answer.type = line;
-  } else if (begins("flushing data from pipe: ")) {
-    ++answer.drained;
-  } else if (begins("MsgObj::Make(): returning 0 for creation request of msgid: ") ||
-             begins("CommObj::run() - dropping an oversized message from msgQ: ")) {
-    ++answer.undecoded;
-  } else if (!line.empty() && !begins("   ") && !begins("CommObj::ReadReplyMsg(...) - ") &&
-             !begins("MsgObj::send()[isReqSyncMsg/remote] - ") && line.find("espmsg: ") == line.npos &&
-             line.find("RespMsg:") == line.npos) {
-    answer.other.push_back(line);
-  }
+  if (line.empty()) return;
+  const auto* const found = std::find_if(std::begin(lineKinds), std::end(lineKinds), [&line](const auto& kind) {
+    const std::string_view text = kind.first;
+    return text[0] == '*' ? line.find(text.substr(1)) != line.npos : line.rfind(text, 0) == 0;
+  });
+  const Answer::Event event = found == std::end(lineKinds) ? Answer::unknown : found->second;
+  ++answer.events[event];
+  if (event == Answer::unknown) answer.unknownLine = line;
+  if (line.rfind(replyType, 0) == 0) answer.replyType = line;
 }
 
 /// The first process that `parent` has started.
@@ -76,6 +81,13 @@ void Console::readTrace(Answer& answer) {
     take(_rest.substr(0, end), answer);
 }
 
+void Console::onBoard(const Words& command) const {
+  Words words = {"nsenter", "--target", std::to_string(_board), "--mount", "--pid"};
+  words.insert(words.end(), command.begin(), command.end());
+  if (trial::Child(words, trial::Child::Streams::none).wait() != 0)
+    throw std::runtime_error("cannot run " + command[0]);
+}
+
 void Console::cutLogs() const {
   constexpr off_t kept = 1 << 20;
   std::vector<std::string> logs = {_root + traceLog};
@@ -83,10 +95,9 @@ void Console::cutLogs() const {
     logs.push_back(entry.path());
   for (const std::string& log : logs) {
     const kr::Descriptor file(open(log.c_str(), O_WRONLY | O_CLOEXEC));
-    struct stat about = {};
+    const off_t size = lseek(file.get(), 0, SEEK_END);
     // A file system that cannot do it keeps the bytes.
-    if (file && fstat(file.get(), &about) == 0 && about.st_size > 2 * kept)
-      (void)fallocate(file.get(), FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, 0, about.st_size - kept);
+    if (size > 2 * kept) (void)fallocate(file.get(), FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, 0, size - kept);
   }
 }
 

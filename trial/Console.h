@@ -7,21 +7,19 @@
 
 #include <map>
 #include <string>
-#include <vector>
 
 namespace trial {
 
 /// What came of a line.
 struct Answer {
+  /// What a line of the trace log reports. Lines that do not belong there are `unknown`.
+  enum Event { none, request, timedOut, tooShort, drained, undecoded, unknown };
+
   Shell::State state = Shell::State::prompting;
   std::string text = {};
-  // From the trace log:
-  unsigned requests = 0;
-  bool timedOut = false, tooShort = false;
-  unsigned drained = 0;                ///< stale bytes were found before a request was sent
-  unsigned undecoded = 0;              ///< messages came to the shell that it cannot decode
-  std::string type = {};               ///< the line that shows the type of the reply; empty for none
-  std::vector<std::string> other = {}; ///< lines that should not be there
+  unsigned events[unknown + 1] = {}; ///< how many of each are in the trace log
+  std::string replyType = {};        ///< its line about the type of the last reply; empty for none
+  std::string unknownLine = {};      ///< its last line that is unknown
 };
 
 class Console : public Shell {
@@ -35,16 +33,16 @@ public:
   /// Adds what the trace log has got since the last look.
   void readTrace(Answer& answer);
 
-  /// A process in the board's namespaces.
-  pid_t board() const { return _board; }
+  /// Runs a command on the board. Throws std::runtime_error if it fails.
+  void onBoard(const Words& command) const;
   /// Gives back the memory of all but the ends of the board's logs, which would fill the machine's.
   void cutLogs() const;
   /// Memory of the shell on this board, in KiB, and descriptors.
   std::map<std::string, long> use() const;
 
 private:
-  pid_t _board;
-  std::string _root; // of the board's files
+  pid_t _board;      // a process in its namespaces
+  std::string _root; // of its files
   kr::Descriptor _trace;
   off_t _at = 0;
   std::string _rest = {}; // a line's beginning

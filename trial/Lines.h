@@ -9,11 +9,8 @@
 namespace trial {
 
 struct Line {
-  std::string kind = {}; ///< the command, or what it is instead
-  std::string text = {}; ///< at most 127 bytes
-  std::string sets = {}; ///< the word that the next query of this kind shows; empty where that is not known
-  bool asks = false;     ///< sends a request and waits for its reply
-  bool queries = false;  ///< shows the setting of its kind
+  std::string text;  ///< at most 127 bytes
+  bool asks = false; ///< sends a request and waits for its reply
 };
 
 /// The same seed gives the same lines.
@@ -31,7 +28,7 @@ public:
 
 private:
   std::string_view oneOf(std::string_view forms);
-  std::string expand(std::string_view form, std::string& sets);
+  std::string expand(std::string_view form);
 
   std::mt19937 _engine;
 };
