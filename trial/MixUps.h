@@ -4,28 +4,28 @@
 
 #include "trial/World.h"
 
+#include <array>
+
 namespace trial {
 
-/// What happened on a way, with `strayBytes` at its start, that must not; empty for nothing.
-inline std::string ruledOut(const World& world, size_t strayBytes) {
-  bool allInTime = strayBytes == 0, allOwn = true;
+/// What happened on a way that must not, unless there were stray bytes at its start; empty for nothing.
+inline std::string ruledOut(const World& world, bool strayBytes) {
+  bool allInTime = !strayBytes, allOwn = true;
   for (unsigned i = 0; i < exchanges; ++i) {
     const Exchange& exchange = world.all[i];
     const std::string who = "exchange " + std::to_string(i + 1);
-    const bool drained = exchange.pending <= drainedMax;
-    const bool own = isOwn(exchange, i);
+    const bool own = world.isOwn(i);
     allOwn = allOwn && own;
     allInTime = allInTime && exchange.behaviour == Behaviour::whole && !exchange.timedOut;
-    for (const PendingUnit& pending : exchange.got) {
-      const unsigned from = pending.unit.exchange;
-      if (from != stray && from > i) return who + " got bytes of a later reply";
-      if (drained && pending.since < exchange.drainedAt) return who + " got bytes that its drain had to take";
-      if (drained && from < i && pending.since <= world.all[from].endedAt)
+    for (const Piece& piece : exchange.got) {
+      if (piece.exchange != stray && piece.exchange > i) return who + " got bytes of a later reply";
+      if (exchange.drained && piece.since < exchange.drainedAt) return who + " got bytes that its drain had to take";
+      if (exchange.drained && piece.exchange < i && piece.since <= world.all[piece.exchange].endedAt)
         return who + " got bytes of another reply that were not late";
     }
     if (exchange.replied && exchange.timedOut) return who + " timed out and has a reply";
     const bool answered = exchange.behaviour == Behaviour::whole || exchange.behaviour == Behaviour::twice;
-    if (drained && exchange.quiet && !own && (exchange.replied || (answered && !exchange.timedOut)))
+    if (exchange.drained && exchange.quiet && !own && (exchange.replied || (answered && !exchange.timedOut)))
       return who + " has not its own reply, although nothing else was on its way";
   }
   return allInTime && !allOwn ? "a mix-up although every reply came once, whole and in time" : world.fault;
@@ -47,45 +47,33 @@ constexpr const char* titles[mixUps] = {"a late reply of the same service",
                                         "no reply, because bytes of another came first",
                                         "what one drain left of more than 1024 bytes"};
 
-/// Whether the units come from one copy of a reply, in order.
-inline bool isOfOne(const Exchange& exchange) {
-  const Unit first = exchange.got.empty() ? Unit{} : exchange.got[0].unit;
-  for (size_t i = 0; i < exchange.got.size(); ++i) {
-    const Unit& unit = exchange.got[i].unit;
-    if (unit.exchange != first.exchange || unit.copy != first.copy || unit.index != first.index + i) return false;
-  }
-  return exchange.replied;
-}
-
-inline bool isWholeOf(const World& world, unsigned i, unsigned from) {
-  const Exchange& exchange = world.all[i];
-  return isOfOne(exchange) && exchange.got[0].unit.exchange == from && exchange.got[0].unit.index == 0 &&
-         exchange.got.size() == world.all[from].request->units;
-}
-
 /// Which of them happened to exchange `i`.
 inline std::array<bool, mixUps> mixUpsOf(const World& world, unsigned i) {
   const Exchange& exchange = world.all[i];
-  const Unit first = exchange.got.empty() ? Unit{} : exchange.got[0].unit;
+  const Piece first = exchange.got.empty() ? Piece{} : exchange.got[0];
   const auto has = [&exchange](unsigned from) {
-    return std::any_of(exchange.got.begin(), exchange.got.end(), [&](auto& p) { return p.unit.exchange == from; });
+    return std::any_of(exchange.got.begin(), exchange.got.end(), [&](auto& piece) { return piece.exchange == from; });
   };
-  const bool late = isOfOne(exchange) && first.exchange < i;
-  const Exchange& source = world.all[late ? first.exchange : i];
-  const bool whole = late && isWholeOf(world, i, first.exchange);
-  const bool pieced = exchange.replied && !isOfOne(exchange);
+  const auto hasReplyTo = [&world](unsigned which, unsigned from) {
+    return world.all[which].hasWhole(from, world.all[from].request->replySize);
+  };
+  const bool late = exchange.hasOne() && first.exchange < i;
+  const unsigned from = late ? first.exchange : i;
+  const Exchange& source = world.all[from];
+  const bool sameService = source.request->service == exchange.request->service;
+  const bool pieced = exchange.replied && !exchange.hasOne();
   const bool startsLate = pieced && first.exchange != i && has(i);
-  return {whole && source.request->service == exchange.request->service,
-          whole && source.request->service != exchange.request->service,
-          late && first.copy == 1 && isOwn(source, first.exchange) && source.got[0].unit.copy == 0,
-          late && first.index == 0 && exchange.got.size() < source.request->units,
-          startsLate && first.index == 0,
-          startsLate && first.index > 0,
+  return {late && hasReplyTo(i, from) && sameService,
+          late && hasReplyTo(i, from) && !sameService,
+          late && first.copy == 1 && world.isOwn(from) && source.got[0].copy == 0,
+          late && first.from == 0 && first.to < source.request->replySize,
+          startsLate && first.from == 0,
+          startsLate && first.from > 0,
           pieced && first.exchange == i,
           pieced && !has(i),
-          i >= 2 && isWholeOf(world, i, i - 1) && isWholeOf(world, i - 1, i - 2),
+          i >= 2 && hasReplyTo(i, i - 1) && hasReplyTo(i - 1, i - 2),
           exchange.behaviour == Behaviour::refused && exchange.replied,
-          isOwn(exchange, i) && exchange.reads == 3,
+          world.isOwn(i) && exchange.reads == 3,
           !exchange.replied && !exchange.timedOut && exchange.behaviour == Behaviour::whole,
           exchange.replied && has(stray)};
 }

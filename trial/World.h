@@ -5,16 +5,14 @@
 
 #include "messaging/CommObj.h"
 #include "messaging/GetVideoResolutionReqMsg.h"
+#include "messaging/Protocol.h"
 #include "messaging/SetVideoModeReqMsg.h"
 #include "messaging/StreamControlReqMsg.h"
 #include "trial/Choices.h"
 #include "trial/SystemCalls.h"
 
 #include <algorithm>
-#include <array>
 #include <atomic>
-#include <cstdint>
-#include <cstring>
 #include <deque>
 #include <functional>
 #include <memory>
@@ -27,86 +25,88 @@ namespace trial {
 
 constexpr unsigned exchanges = 3; // in a row
 constexpr unsigned services = 2;
-constexpr size_t unitSize = 2; // bytes that no fault divides
-constexpr size_t drainedMax = 1024;
+constexpr size_t drainedMax = 1024;   // bytes
+constexpr size_t strayPiece = 32;     // bytes
 constexpr unsigned stray = exchanges; // the exchange that bytes are for which belong to none
-
-enum class Behaviour { whole, twice, silent, half, split, refused };
-constexpr unsigned behaviours = 6;
-/// The parts of the reply that each of them writes: which copy, from which half to which.
-const std::vector<std::array<unsigned, 3>> parts[behaviours] = {{{0, 0, 2}}, {{0, 0, 2}, {1, 0, 2}}, {},
-                                                                {{0, 0, 1}}, {{0, 0, 1}, {0, 1, 2}}, {}};
 
 /// What the requests are that the exchanges are made of.
 struct Request {
   const char* name;
   unsigned service;
-  size_t units; // of its reply
+  size_t replySize; // bytes
   MsgObj* (*make)(unsigned long source);
 };
 
 template <class Message>
 MsgObj* make(unsigned long source) {
-  auto* message = new Message(source, 98307); // the destination is not looked at here
+  auto* message = new Message(source, protocol::videoQueueId); // the destination is not looked at here
   message->SetSync();
   message->SetRemote();
   return message;
 }
 
-constexpr Request requests[] = {{"video-format", 0, 20 / unitSize, make<SetVideoModeReqMsg>},
-                                {"video-resolution", 0, 28 / unitSize, make<GetVideoResolutionReqMsg>},
-                                {"stream", 1, 20 / unitSize, make<StreamControlReqMsg>}};
+constexpr Request requests[] = {{"video-format", 0, 20, make<SetVideoModeReqMsg>},
+                                {"video-resolution", 0, 28, make<GetVideoResolutionReqMsg>},
+                                {"stream", 1, 20, make<StreamControlReqMsg>}};
 
-/// What a unit in the pipe holds: where it comes from.
-struct Unit {
-  uint8_t exchange : 2;
-  uint8_t copy : 1; // of its reply
-  uint8_t index : 5;
-};
-static_assert(sizeof(Unit) == 1);
+/// Bytes of a reply, in order: what a service is going to write, what is in the pipe, or what was read.
+struct Piece {
+  unsigned exchange;  // that the reply is for
+  unsigned copy;      // of the reply
+  size_t from, to;    // in the reply
+  unsigned since = 0; // the step at which they came into the pipe
 
-/// A unit in the pipe, and the step since which it has been there.
-struct PendingUnit {
-  Unit unit;
-  unsigned since;
+  /// The byte at a place says where it comes from.
+  char at(size_t place) const { return static_cast<char>(exchange << 6 | copy << 5 | place); }
 };
 
-/// Units that a service is going to write.
-struct Write {
-  unsigned exchange, copy;
-  size_t from, to;
-};
+enum class Behaviour { whole, twice, silent, half, split, refused };
+constexpr unsigned behaviours = 6;
+
+/// What a service writes as its reply.
+inline std::vector<Piece> replyTo(unsigned exchange, size_t size, Behaviour behaviour) {
+  switch (behaviour) {
+  case Behaviour::whole:
+    return {{exchange, 0, 0, size}};
+  case Behaviour::twice:
+    return {{exchange, 0, 0, size}, {exchange, 1, 0, size}};
+  case Behaviour::half:
+    return {{exchange, 0, 0, size / 2}};
+  case Behaviour::split:
+    return {{exchange, 0, 0, size / 2}, {exchange, 0, size / 2, size}};
+  default:
+    return {};
+  }
+}
 
 struct Exchange {
   const Request* request = nullptr;
   Behaviour behaviour = Behaviour::whole;
   unsigned drainedAt = 0; // when the drain looked whether there is anything
   unsigned endedAt = 0;
-  unsigned lines = 0; // of the story by then
-  size_t pending = 0; // bytes, when the drain looked
-  bool quiet = false; // at that moment nothing was still to be written
+  bool drained = false; // all that was in the pipe then
+  bool quiet = false;   // at that moment nothing was still to be written
   bool timedOut = false;
   bool replied = false;
-  unsigned reads = 0;           // calls, of its reply
-  std::vector<PendingUnit> got; // in the reply that it returned, or before it gave up
+  unsigned reads = 0;     // calls, of its reply
+  std::vector<Piece> got; // in the reply that it returned, or before it gave up
+  std::string bytes;      // of these pieces
+
+  /// Whether it returned bytes of one reply only, in order.
+  bool hasOne() const { return replied && got.size() == 1; }
+  /// Whether it returned the whole reply, which has `size` bytes, to the exchange `from`.
+  bool hasWhole(unsigned from, size_t size) const {
+    return hasOne() && got[0].exchange == from && got[0].from == 0 && got[0].to == size;
+  }
 };
 
 /// What may happen.
 struct Trial {
   const char* name;
-  unsigned faults; // at most in one way, not counting replies that are late
-  size_t stray;    // bytes in the pipe at the start
-  bool signals;    // may interrupt a wait once; that is a fault
+  unsigned faults;    // at most in one way, not counting replies that are late
+  size_t strayPieces; // in the pipe at the start
+  bool signals;       // may interrupt a wait once; that is a fault
 };
-
-/// Whether the exchange of this number got all of one copy of its own reply and nothing else.
-inline bool isOwn(const Exchange& exchange, unsigned number) {
-  for (size_t i = 0; i < exchange.got.size(); ++i) {
-    const Unit& unit = exchange.got[i].unit;
-    if (unit.exchange != number || unit.copy != exchange.got[0].unit.copy || unit.index != i) return false;
-  }
-  return exchange.replied;
-}
 
 /// One way through three exchanges, on the thread that makes it.
 class World : public SystemCalls {
@@ -125,11 +125,19 @@ public:
   /// Called before each call of an exchange, if set.
   inline static std::function<void()> atEachCall;
 
-  /// Goes the way. Adds to `story`, if there is one, what happens on it.
-  void run(std::vector<std::string>* story = nullptr) {
-    _story = story;
-    for (size_t i = 0; i < _trial.stray / unitSize; ++i)
-      _pipe.push_back({{stray, 0, static_cast<uint8_t>(i & 31U)}, 0});
+  Exchange all[exchanges];
+  std::string fault;              ///< of the way that the exchanges make their calls
+  std::vector<std::string> story; ///< what happens, if tellsStory is set
+  size_t lines[exchanges] = {};   ///< of the story at the end of each exchange
+  bool tellsStory = false;
+
+  /// Whether an exchange returned its own reply.
+  bool isOwn(unsigned number) const { return all[number].hasWhole(number, all[number].request->replySize); }
+
+  /// Goes the way.
+  void run() {
+    for (size_t i = 0; i < _trial.strayPieces; ++i)
+      _pipe.push_back({stray, 0, 0, strayPiece});
     for (_current = 0; _current < exchanges; ++_current) {
       Exchange& exchange = all[_current];
       exchange.request = &requests[_choices.pick(std::size(requests))];
@@ -139,20 +147,13 @@ public:
       if (std::exchange(_interrupted, 0) != 0) wrong("does not wait on after a signal");
       exchange.replied = reply != nullptr;
       exchange.endedAt = _now;
-      if (exchange.replied &&
-          (exchange.got.size() != exchange.request->units || reply->size() != exchange.got.size() * unitSize))
-        wrong("has a reply that is not complete");
-      // What the caller has is what was read, and nothing else.
-      for (size_t i = 0; exchange.replied && i < exchange.got.size(); ++i)
-        if (memcmp(static_cast<const char*>(reply->image()) + i * unitSize, &exchange.got[i].unit, sizeof(Unit)) != 0)
-          wrong("has other bytes than it read");
+      if (exchange.replied && (exchange.bytes.size() != exchange.request->replySize ||
+                               std::string(static_cast<const char*>(reply->image()), reply->size()) != exchange.bytes))
+        wrong("has a reply that is not complete, or other bytes than it read");
       note(who() + "   has " + whatItGot(exchange));
-      exchange.lines = _lines;
+      lines[_current] = story.size();
     }
   }
-
-  Exchange all[exchanges];
-  std::string fault; ///< of the way that the exchanges make their calls
 
   int poll(pollfd* wait, nfds_t, int timeout) override {
     const int ready = isMine() ? isReady(timeout) : -1;
@@ -168,21 +169,26 @@ public:
     while (mayWrite()) {
     }
     if (reading) ++exchange.reads;
-    const size_t units = std::min(size / unitSize, _pipe.size());
-    if (units == 0) {
+    std::string bytes;
+    while (!_pipe.empty() && bytes.size() < size) {
+      Piece taken = _pipe.front();
+      taken.to = std::min(taken.to, taken.from + size - bytes.size());
+      for (size_t place = taken.from; place < taken.to; ++place)
+        bytes += taken.at(place);
+      if (reading) add(taken, exchange.got);
+      _pipe.front().from = taken.to;
+      if (taken.to == _pipe.front().to) _pipe.pop_front();
+    }
+    if (bytes.empty()) {
       if (reading) note(who() + "   reads nothing");
       errno = EAGAIN;
       return -1;
     }
-    memset(buffer, 0, units * unitSize);
-    for (size_t i = 0; i < units; ++i)
-      memcpy(static_cast<char*>(buffer) + i * unitSize, &_pipe[i].unit, sizeof(Unit));
-    const auto end = _pipe.begin() + static_cast<ptrdiff_t>(units);
-    if (reading) exchange.got.insert(exchange.got.end(), _pipe.begin(), end);
-    _pipe.erase(_pipe.begin(), end);
-    if (exchange.got.size() == exchange.request->units) busy = false;
-    note(who() + (reading ? "   reads " : "   drains ") + std::to_string(units * unitSize) + " bytes");
-    return static_cast<ssize_t>(units * unitSize);
+    std::copy(bytes.begin(), bytes.end(), static_cast<char*>(buffer));
+    if (reading) exchange.bytes += bytes;
+    if (exchange.bytes.size() == exchange.request->replySize) busy = false;
+    note(who() + (reading ? "   reads " : "   drains ") + std::to_string(bytes.size()) + " bytes");
+    return static_cast<ssize_t>(bytes.size());
   }
 
   int msgsnd(int, const void*, size_t, int) override {
@@ -195,9 +201,8 @@ public:
     if (exchange.behaviour != Behaviour::whole) ++_faults;
     const bool refused = exchange.behaviour == Behaviour::refused;
     note(who() + (refused ? "   cannot send" : "   sends"));
-    const size_t units = exchange.request->units;
-    for (const auto& [copy, from, to] : parts[static_cast<unsigned>(exchange.behaviour)])
-      _due[exchange.request->service].push_back({_current, copy, from * units / 2, to * units / 2});
+    for (const Piece& piece : replyTo(_current, exchange.request->replySize, exchange.behaviour))
+      _due[exchange.request->service].push_back(piece);
     errno = refused ? EIDRM : 0;
     return refused ? -1 : 0;
   }
@@ -233,7 +238,10 @@ private:
     _stage = drains ? Stage::draining : Stage::reading; // if it reads at all
     if (drains) {
       exchange.drainedAt = ++_now;
-      exchange.pending = _pipe.size() * unitSize;
+      size_t pending = 0;
+      for (const Piece& piece : _pipe)
+        pending += piece.to - piece.from;
+      exchange.drained = pending <= drainedMax;
       exchange.quiet = std::all_of(std::begin(_due), std::end(_due), [](const auto& due) { return due.empty(); });
       busy = true;
     } else if (_pipe.empty()) {
@@ -246,45 +254,47 @@ private:
 
   /// A service may write something now, if it has to. Whether it did.
   bool mayWrite() {
-    unsigned able[services], count = 0;
-    for (unsigned service = 0; service < services; ++service)
-      if (!_due[service].empty()) able[count++] = service;
-    const unsigned picked = count == 0 ? 0 : _choices.pick(count + 1);
+    std::vector<std::deque<Piece>*> able;
+    for (auto& due : _due)
+      if (!due.empty()) able.push_back(&due);
+    const unsigned picked = able.empty() ? 0 : _choices.pick(static_cast<unsigned>(able.size()) + 1);
     if (picked == 0) return false;
-    const Write next = _due[able[picked - 1]].front();
-    _due[able[picked - 1]].pop_front();
+    Piece next = able[picked - 1]->front();
+    able[picked - 1]->pop_front();
     note(std::string("    ") +
-         (next.to < all[next.exchange].request->units ? "the first half of "
-          : next.from > 0                             ? "the second half of "
-                                                      : "") +
+         (next.to < all[next.exchange].request->replySize ? "the first half of "
+          : next.from > 0                                 ? "the second half of "
+                                                          : "") +
          "reply " + std::to_string(next.exchange + 1) + (next.copy > 0 ? " again" : "") + " arrives");
-    for (size_t i = next.from; i < next.to; ++i)
-      _pipe.push_back({{static_cast<uint8_t>(next.exchange & 3U), static_cast<uint8_t>(next.copy & 1U),
-                        static_cast<uint8_t>(i & 31U)},
-                       _now});
+    next.since = _now;
+    _pipe.push_back(next);
     return true;
+  }
+
+  /// Adds a piece that was read, to the one before if it continues that.
+  static void add(const Piece& piece, std::vector<Piece>& to) {
+    const bool continues = !to.empty() && to.back().exchange == piece.exchange && to.back().copy == piece.copy &&
+                           to.back().to == piece.from;
+    if (continues)
+      to.back().to = piece.to;
+    else
+      to.push_back(piece);
   }
 
   std::string whatItGot(const Exchange& exchange) const {
     if (!exchange.replied) return "no reply";
-    if (isOwn(exchange, _current)) return "its own reply";
+    if (isOwn(_current)) return "its own reply";
     std::string text;
-    for (size_t i = 0, count = 1; i < exchange.got.size(); i += count, count = 1) {
-      const Unit first = exchange.got[i].unit;
-      while (i + count < exchange.got.size() && exchange.got[i + count].unit.exchange == first.exchange &&
-             exchange.got[i + count].unit.index == first.index + count)
-        ++count;
-      text += (text.empty() ? "bytes " : " and bytes ") + std::to_string(first.index * unitSize) + " to " +
-              std::to_string((first.index + count) * unitSize - 1) + " of " +
-              (first.exchange == stray ? "stray ones" : "reply " + std::to_string(first.exchange + 1));
-    }
+    for (const Piece& piece : exchange.got)
+      text += (text.empty() ? "bytes " : " and bytes ") + std::to_string(piece.from) + " to " +
+              std::to_string(piece.to - 1) + " of " +
+              (piece.exchange == stray ? "stray ones" : "reply " + std::to_string(piece.exchange + 1));
     return text;
   }
 
   void note(const std::string& what) {
     ++_now;
-    ++_lines;
-    if (_story != nullptr) _story->push_back(what);
+    if (tellsStory) story.push_back(what);
   }
   void wrong(const std::string& what) {
     if (fault.empty()) fault = "exchange " + who() + " " + what;
@@ -296,16 +306,14 @@ private:
   const Trial& _trial;
   Choices& _choices;
   CommObj& _console;
-  std::vector<std::string>* _story = nullptr;
   unsigned _now = 0;
-  unsigned _lines = 0; // of the story
   unsigned _current = 0;
   unsigned _faults = 0;
   unsigned _reads = 0;
   int _interrupted = 0; // milliseconds that the interrupted wait was for
   Stage _stage = Stage::drains;
-  std::deque<PendingUnit> _pipe;
-  std::deque<Write> _due[services];
+  std::deque<Piece> _pipe;
+  std::deque<Piece> _due[services]; // what they are going to write
 };
 
 } // namespace trial
