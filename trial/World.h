@@ -12,6 +12,7 @@
 #include "trial/SystemCalls.h"
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <deque>
 #include <functional>
@@ -62,22 +63,9 @@ struct Piece {
 
 enum class Behaviour { whole, twice, silent, half, split, refused };
 constexpr unsigned behaviours = 6;
-
-/// What a service writes as its reply.
-inline std::vector<Piece> replyTo(unsigned exchange, size_t size, Behaviour behaviour) {
-  switch (behaviour) {
-  case Behaviour::whole:
-    return {{exchange, 0, 0, size}};
-  case Behaviour::twice:
-    return {{exchange, 0, 0, size}, {exchange, 1, 0, size}};
-  case Behaviour::half:
-    return {{exchange, 0, 0, size / 2}};
-  case Behaviour::split:
-    return {{exchange, 0, 0, size / 2}, {exchange, 0, size / 2, size}};
-  default:
-    return {};
-  }
-}
+/// What each of them writes: which copy of the reply, from which half to which.
+const std::vector<std::array<unsigned, 3>> writes[behaviours] = {{{0, 0, 2}}, {{0, 0, 2}, {1, 0, 2}}, {},
+                                                                 {{0, 0, 1}}, {{0, 0, 1}, {0, 1, 2}}, {}};
 
 struct Exchange {
   const Request* request = nullptr;
@@ -88,16 +76,9 @@ struct Exchange {
   bool quiet = false;   // at that moment nothing was still to be written
   bool timedOut = false;
   bool replied = false;
-  unsigned reads = 0;     // calls, of its reply
   std::vector<Piece> got; // in the reply that it returned, or before it gave up
   std::string bytes;      // of these pieces
-
-  /// Whether it returned bytes of one reply only, in order.
-  bool hasOne() const { return replied && got.size() == 1; }
-  /// Whether it returned the whole reply, which has `size` bytes, to the exchange `from`.
-  bool hasWhole(unsigned from, size_t size) const {
-    return hasOne() && got[0].exchange == from && got[0].from == 0 && got[0].to == size;
-  }
+  std::string story;      // what happened until its end, in lines
 };
 
 /// What may happen.
@@ -126,13 +107,13 @@ public:
   inline static std::function<void()> atEachCall;
 
   Exchange all[exchanges];
-  std::string fault;              ///< of the way that the exchanges make their calls
-  std::vector<std::string> story; ///< what happens, if tellsStory is set
-  size_t lines[exchanges] = {};   ///< of the story at the end of each exchange
-  bool tellsStory = false;
+  std::string fault; ///< of the way that the exchanges make their calls
 
   /// Whether an exchange returned its own reply.
-  bool isOwn(unsigned number) const { return all[number].hasWhole(number, all[number].request->replySize); }
+  bool isOwn(unsigned number) const {
+    const std::vector<Piece>& got = all[number].got;
+    return all[number].replied && got.size() == 1 && got[0].exchange == number && got[0].from == 0;
+  }
 
   /// Goes the way.
   void run() {
@@ -151,7 +132,7 @@ public:
                                std::string(static_cast<const char*>(reply->image()), reply->size()) != exchange.bytes))
         wrong("has a reply that is not complete, or other bytes than it read");
       note(who() + "   has " + whatItGot(exchange));
-      lines[_current] = story.size();
+      exchange.story = _story;
     }
   }
 
@@ -168,7 +149,6 @@ public:
     if (++_reads > 3 || (_stage != Stage::draining && !reading)) wrong("reads where it should not");
     while (mayWrite()) {
     }
-    if (reading) ++exchange.reads;
     std::string bytes;
     while (!_pipe.empty() && bytes.size() < size) {
       Piece taken = _pipe.front();
@@ -201,8 +181,9 @@ public:
     if (exchange.behaviour != Behaviour::whole) ++_faults;
     const bool refused = exchange.behaviour == Behaviour::refused;
     note(who() + (refused ? "   cannot send" : "   sends"));
-    for (const Piece& piece : replyTo(_current, exchange.request->replySize, exchange.behaviour))
-      _due[exchange.request->service].push_back(piece);
+    const size_t half = exchange.request->replySize / 2;
+    for (const auto& [copy, from, to] : writes[static_cast<unsigned>(exchange.behaviour)])
+      _due[exchange.request->service].push_back({_current, copy, from * half, to * half});
     errno = refused ? EIDRM : 0;
     return refused ? -1 : 0;
   }
@@ -294,7 +275,7 @@ private:
 
   void note(const std::string& what) {
     ++_now;
-    if (tellsStory) story.push_back(what);
+    _story += what + '\n';
   }
   void wrong(const std::string& what) {
     if (fault.empty()) fault = "exchange " + who() + " " + what;
@@ -306,6 +287,7 @@ private:
   const Trial& _trial;
   Choices& _choices;
   CommObj& _console;
+  std::string _story;
   unsigned _now = 0;
   unsigned _current = 0;
   unsigned _faults = 0;

@@ -2,64 +2,80 @@
 //
 // The code that sends a request and reads its reply is the product's own. The system calls that it makes on queue and
 // pipe end here, among services that answer at any moment: on time, late, twice, never, half or in two halves. Every
-// choice that they have is tried. Mix-ups that the protocol rules out must not come about; those that it permits must,
-// and of each the shortest way is printed.
+// choice that they have is tried. Mix-ups that the protocol rules out must not come about. Those that it permits are
+// the stories on a page of the documentation, and each of them must come about.
 //
 // To be run on the stand-in appliance, because its endpoint makes a queue and a pipe.
 //
-// tev-exchange [FILE [FAULTS]]      FILE is the page that must show what is printed, FAULTS how many exchanges may be
-//                                   answered in another way than once and whole; default: three
-#include "trial/MixUps.h"
+// tev-exchange PAGE [FAULTS]      FAULTS is how many exchanges may be answered in another way than once and whole;
+//                                 default: all
+#include "trial/World.h"
 
 #include <cstdio>
 #include <fstream>
-#include <sstream>
+#include <map>
 #include <stdexcept>
 
 namespace trial {
 
 namespace {
 
-struct MixUp {
-  unsigned fewestSteps = ~0U;          // to the end of the exchange
-  std::vector<std::string> story = {}; // empty if it has not happened
-};
-using Found = std::array<MixUp, mixUps>;
+using Stories = std::map<std::string, bool>; // whether each has come about
 
-/// Goes the way that `choices` has just been, and returns what happened up to the end of exchange `last`.
-std::vector<std::string> storyOf(const Trial& trial, Choices& choices, CommObj& console, unsigned last) {
-  choices.again();
-  World world(trial, choices, console);
-  world.tellsStory = true;
-  world.run();
-  world.story.resize(world.lines[last]);
-  return world.story;
+/// The stories on the page: the lines between those that mark code.
+Stories storiesOn(const std::string& page) {
+  std::ifstream file(page);
+  Stories stories;
+  std::string story;
+  bool inside = false;
+  for (std::string line; std::getline(file, line);) {
+    if (line == "```") {
+      if (inside) stories[std::exchange(story, "")] = false;
+      inside = !inside;
+    } else if (inside) {
+      story += line + '\n';
+    }
+  }
+  if (stories.empty()) throw std::runtime_error("no stories in " + page);
+  return stories;
+}
+
+/// What happened on a way that must not, unless there were stray bytes at its start; empty for nothing.
+std::string ruledOut(const World& world, bool strayBytes) {
+  bool allInTime = !strayBytes, allOwn = true;
+  for (unsigned i = 0; i < exchanges; ++i) {
+    const Exchange& exchange = world.all[i];
+    const std::string who = "exchange " + std::to_string(i + 1);
+    const bool own = world.isOwn(i);
+    allOwn = allOwn && own;
+    allInTime = allInTime && exchange.behaviour == Behaviour::whole && !exchange.timedOut;
+    for (const Piece& piece : exchange.got) {
+      if (piece.exchange != stray && piece.exchange > i) return who + " got bytes of a later reply";
+      if (exchange.drained && piece.since < exchange.drainedAt) return who + " got bytes that its drain had to take";
+      if (exchange.drained && piece.exchange < i && piece.since <= world.all[piece.exchange].endedAt)
+        return who + " got bytes of another reply that were not late";
+    }
+    if (exchange.replied && exchange.timedOut) return who + " timed out and has a reply";
+    const bool answered = exchange.behaviour == Behaviour::whole || exchange.behaviour == Behaviour::twice;
+    if (exchange.drained && exchange.quiet && !own && (exchange.replied || (answered && !exchange.timedOut)))
+      return who + " has not its own reply, although nothing else was on its way";
+  }
+  return allInTime && !allOwn ? "a mix-up although every reply came once, whole and in time" : world.fault;
 }
 
 /// Goes all ways. False, with the reason printed, if one of them must not be.
-bool explore(const Trial& trial, CommObj& console, Found& found) {
+bool explore(const Trial& trial, CommObj& console, Stories& stories) {
   Choices choices;
   unsigned long ways = 0;
   do {
     World world(trial, choices, console);
     world.run();
     ++ways;
-    std::string problem = ruledOut(world, trial.strayPieces > 0);
-    for (unsigned i = 0; i < exchanges; ++i) {
-      const Exchange& exchange = world.all[i];
-      const auto happened = mixUpsOf(world, i);
-      for (size_t kind = 0; kind < mixUps; ++kind) {
-        if (!happened[kind] || exchange.endedAt >= found[kind].fewestSteps) continue;
-        found[kind] = {exchange.endedAt, storyOf(trial, choices, console, i)};
-      }
-      const bool known = std::find(happened.begin(), happened.end(), true) != happened.end();
-      if (exchange.replied && !world.isOwn(i) && !known && problem.empty())
-        problem = "exchange " + std::to_string(i + 1) + " has a mix-up of no known kind";
-    }
+    for (const Exchange& exchange : world.all)
+      if (const auto found = stories.find(exchange.story); found != stories.end()) found->second = true;
+    const std::string problem = ruledOut(world, trial.strayPieces > 0);
     if (problem.empty()) continue;
-    printf("%s: %s\n", trial.name, problem.c_str());
-    for (const std::string& line : storyOf(trial, choices, console, exchanges - 1))
-      printf("    %s\n", line.c_str());
+    printf("%s: %s\n%s", trial.name, problem.c_str(), world.all[exchanges - 1].story.c_str());
     return false;
   } while (choices.nextWay());
   printf("%s: %lu ways\n", trial.name, ways);
@@ -92,42 +108,21 @@ bool secondWaits(CommObj& console) {
   return good && World::trespasses == 0;
 }
 
-/// Prints the mix-ups. Whether each has come about and `page`, if there is one, shows it.
-bool print(const Found& found, const std::string& page) {
-  bool fine = true;
-  for (size_t kind = 0; kind < mixUps; ++kind) {
-    std::string text = std::string("### ") + titles[kind] + "\n\n```\n";
-    for (const std::string& line : found[kind].story)
-      text += line + "\n";
-    text += "```\n";
-    const bool shown = page.empty() || page.find(text) != page.npos;
-    printf("\n%s%s%s", text.c_str(), found[kind].story.empty() ? "NEVER HAPPENED\n" : "",
-           shown ? "" : "NOT ON THE PAGE\n");
-    fine = fine && !found[kind].story.empty() && shown;
-  }
-  return fine;
-}
-
 bool run(const std::string& page, unsigned faults) {
+  Stories stories = storiesOn(page);
   auto* console = new CommObj("tExchange"); // StopAll() deletes it
   if (console->GetPipeFd() < 0) throw std::runtime_error("no endpoint here");
-  Found late, stray, interrupted;
-  bool fine = explore({"late and faulty replies", faults, 0, false}, *console, late);
-  fine = fine &&
-         explore({"late replies and too many stray bytes", 0, drainedMax / strayPiece + 1, false}, *console, stray);
-  fine = fine && explore({"late and faulty replies, and signals", 1, 0, true}, *console, interrupted);
-  fine = fine && secondWaits(*console);
+  bool fine =
+      explore({"late and faulty replies", faults, 0, false}, *console, stories) &&
+      explore({"late replies and too many stray bytes", 0, drainedMax / strayPiece + 1, false}, *console, stories) &&
+      explore({"late and faulty replies, and signals", 1, 0, true}, *console, stories) && secondWaits(*console);
   CommObj::StopAll();
-  late.back() = stray.back();
-  return print(late, page) && fine;
-}
-
-std::string contentsOf(const char* path) {
-  std::ifstream file(path);
-  std::stringstream text;
-  text << file.rdbuf();
-  if (!file) throw std::runtime_error(std::string("cannot read ") + path);
-  return text.str();
+  for (const auto& [story, cameAbout] : stories) {
+    if (!cameAbout) printf("on the page, but never happened:\n%s", story.c_str());
+    fine = fine && cameAbout;
+  }
+  printf("%zu stories\n", stories.size());
+  return fine;
 }
 
 } // namespace
@@ -136,9 +131,9 @@ std::string contentsOf(const char* path) {
 
 int main(int argc, char** argv) {
   try {
-    const std::string page = argc > 1 ? trial::contentsOf(argv[1]) : "";
+    if (argc < 2) throw std::runtime_error("usage: tev-exchange PAGE [FAULTS]");
     const unsigned long faults = argc > 2 ? std::stoul(argv[2]) : trial::exchanges;
-    return trial::run(page, static_cast<unsigned>(faults)) ? 0 : 1;
+    return trial::run(argv[1], static_cast<unsigned>(faults)) ? 0 : 1;
   } catch (const std::exception& error) {
     (void)fprintf(stderr, "tev-exchange: %s\n", error.what());
     return 2;
