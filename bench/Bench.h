@@ -22,10 +22,10 @@
 
 namespace bench {
 
-/// What counts: wall time, processor time of the process, or what the function sets with SetIterationTime().
+/// What is measured: wall time, processor time of the process, or what the function sets with SetIterationTime().
 enum class Clock { wall, processor, manual };
 
-struct Options {
+struct Measurement {
   double bar = 0; ///< the highest ratio allowed; 0 for none
   int threads = 1;
   Clock clock = Clock::wall;
@@ -35,11 +35,12 @@ struct Options {
 using Function = std::function<void(benchmark::State&)>;
 
 /// A row with a peer: the ratio of both medians, beside its bar.
-void compare(const std::string& what, const std::string& beside, const Options& options, Function ours, Function peer);
+void compare(const std::string& what, const std::string& beside, const Measurement& measurement, Function ours,
+             Function peer);
 
 /// A row without: the time for each size, which the function finds in state.range(0).
 void growth(const std::string& what, const std::vector<int64_t>& sizes, const Function& function,
-            const Options& options = {});
+            const Measurement& measurement = {});
 
 } // namespace bench
 

@@ -7,7 +7,7 @@
 
 namespace {
 
-/// Both log "fan 17 set to auto", which nobody prints.
+/// Both log "fan 17 set to auto" to a printer that discards it.
 void logOurs(benchmark::State& state) {
   KrLogger* const logger = krLogGetLogger("bench.log");
   if (krLogGetPrinterLevel(logger, "null") == -1)

@@ -30,10 +30,10 @@ using Times = std::map<std::string, std::vector<double>>;
 
 std::string nameOf(size_t row, const std::string& side) { return std::to_string(row) + ":" + side; }
 
-void add(const std::string& name, const bench::Options& options, bench::Function function, int64_t size = 0) {
+void add(const std::string& name, const bench::Measurement& measurement, bench::Function function, int64_t size = 0) {
   auto* const entry = benchmark::RegisterBenchmark(name.c_str(), std::move(function));
-  entry->Arg(size)->Threads(options.threads);
-  switch (options.clock) {
+  entry->Arg(size)->Threads(measurement.threads);
+  switch (measurement.clock) {
   case bench::Clock::wall:
     entry->UseRealTime();
     break;
@@ -44,7 +44,7 @@ void add(const std::string& name, const bench::Options& options, bench::Function
     entry->UseManualTime();
     break;
   }
-  if (options.iterations != 0) entry->Iterations(options.iterations);
+  if (measurement.iterations != 0) entry->Iterations(measurement.iterations);
 }
 
 class Collector : public benchmark::BenchmarkReporter {
@@ -120,18 +120,19 @@ bool print(const Times& times) {
 
 namespace bench {
 
-void compare(const std::string& what, const std::string& beside, const Options& options, Function ours, Function peer) {
-  rows().push_back({what, beside, options.bar, {}});
+void compare(const std::string& what, const std::string& beside, const Measurement& measurement, Function ours,
+             Function peer) {
+  rows().push_back({what, beside, measurement.bar, {}});
   const size_t row = rows().size() - 1;
-  add(nameOf(row, "ours"), options, std::move(ours));
-  add(nameOf(row, "peer"), options, std::move(peer));
+  add(nameOf(row, "ours"), measurement, std::move(ours));
+  add(nameOf(row, "peer"), measurement, std::move(peer));
 }
 
 void growth(const std::string& what, const std::vector<int64_t>& sizes, const Function& function,
-            const Options& options) {
+            const Measurement& measurement) {
   rows().push_back({what, "", 0, sizes});
   for (const int64_t size : sizes)
-    add(nameOf(rows().size() - 1, std::to_string(size)), options, function, size);
+    add(nameOf(rows().size() - 1, std::to_string(size)), measurement, function, size);
 }
 
 } // namespace bench
