@@ -1,5 +1,4 @@
-// The queues, pipes, nodes and board tools that the product finds in a fuzz target. Nothing of it reaches the machine,
-// and no wait takes any time.
+// The queues, pipes and nodes that the product finds in a fuzz target. The calls do not reach the machine.
 #ifndef TEV_FUZZ_STANDINS_H
 #define TEV_FUZZ_STANDINS_H
 

@@ -6,7 +6,7 @@
 #include <fuzzer/FuzzedDataProvider.h>
 #include <string>
 
-/// Reports that the product did something wrong.
+/// Ends the program with a report unless the condition holds.
 #define FUZZ_CHECK(condition)                                                                                          \
   do {                                                                                                                 \
     if (!(condition)) {                                                                                                \
@@ -25,8 +25,6 @@ public:
     return ConsumeIntegralInRange(first, last);
   }
   std::string bytes(size_t longest) { return ConsumeRandomLengthString(longest); }
-  /// Without a zero byte.
-  std::string word(size_t longest) { return bytes(longest).c_str(); }
 
   /// Calls members of the model until the input ends, and after each check().
   template <class Model, size_t count>
