@@ -15,7 +15,7 @@ namespace trial {
 
 using sim::check;
 
-Child::Child(Words words, Streams streams, Words environment) {
+Child::Child(Strings words, Streams streams, Strings environment) {
   int in[2] = {-1, -1}, out[2] = {-1, -1}, terminal = -1;
   if (streams == Streams::inputAndOutput) check(pipe2(in, O_CLOEXEC), "pipe");
   if (streams == Streams::inputAndOutput || streams == Streams::output) check(pipe2(out, O_CLOEXEC), "pipe");

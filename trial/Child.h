@@ -1,4 +1,4 @@
-// A program that somebody types to and reads from.
+// A program that runs as a child process, whose input and output are pipes or a terminal.
 #ifndef TEV_TRIAL_CHILD_H
 #define TEV_TRIAL_CHILD_H
 
@@ -10,24 +10,24 @@
 
 namespace trial {
 
-using Words = std::vector<std::string>;
+using Strings = std::vector<std::string>;
 
 /// Failures of the system are thrown as std::system_error.
 class Child {
 public:
-  /// What is connected to pipes of ours, or to a terminal of its own. What is not stays that of this process.
+  /// Which of its standard streams are pipes to this process, or a terminal of its own. The others are inherited.
   enum class Streams { none, output, inputAndOutput, terminal };
 
   /// Starts the program with these words, and NAME=VALUE added to its environment. Both output streams are one.
-  Child(Words words, Streams streams, Words environment = {});
+  Child(Strings words, Streams streams, Strings environment = {});
   /// Kills a program that has not been waited for.
   ~Child();
   Child(const Child&) = delete;
   Child& operator=(const Child&) = delete;
 
-  /// A program that has ended does not care.
+  /// Writes to its input. Has no effect on a program that has ended.
   void type(const std::string& text) const;
-  void endInput() { (void)_in.close(); } // nothing is left to do about a failure
+  void endInput() { (void)_in.close(); } // a failure has no effect on what follows
 
   enum class Came { text, end, nothing };
 

@@ -53,7 +53,7 @@ pid_t childOf(pid_t parent) {
 } // namespace
 
 Console::Console(const std::string& program, const std::string& sim)
-    : Shell(sim.empty() ? Words{program} : Words{sim, "--frozen", "--", program}) {
+    : Shell(sim.empty() ? Strings{program} : Strings{sim, "--frozen", "--", program}) {
   std::string text;
   if (awaitPrompt(&text) != State::prompting) throw std::runtime_error("no prompt: " + text);
   (void)usleep(1'500'000); // by then the shell's task has printed what it prints at its start
@@ -79,13 +79,6 @@ void Console::readTrace(Answer& answer) {
   }
   for (size_t end = 0; (end = _rest.find('\n')) != _rest.npos; _rest.erase(0, end + 1))
     take(_rest.substr(0, end), answer);
-}
-
-void Console::onBoard(const Words& command) const {
-  Words words = {"nsenter", "--target", std::to_string(_board), "--mount", "--pid"};
-  words.insert(words.end(), command.begin(), command.end());
-  if (trial::Child(words, trial::Child::Streams::none).wait() != 0)
-    throw std::runtime_error("cannot run " + command[0]);
 }
 
 void Console::cutLogs() const {

@@ -33,8 +33,6 @@ public:
   /// Adds what the trace log has got since the last look.
   void readTrace(Answer& answer);
 
-  /// Runs a command on the board. Throws std::runtime_error if it fails.
-  void onBoard(const Words& command) const;
   /// Gives back the memory of all but the ends of the board's logs, which would fill the machine's.
   void cutLogs() const;
   /// Memory of the shell on this board, in KiB, and descriptors.

@@ -4,7 +4,6 @@
 
 #include <random>
 #include <string>
-#include <string_view>
 
 namespace trial {
 
@@ -22,14 +21,10 @@ public:
   Line next(bool asking);
 
   unsigned below(unsigned limit) { return static_cast<unsigned>(_engine() % limit); }
-  bool once(unsigned in) { return below(in) == 0; }
   /// `length` bytes of which none is zero, a blank or the end of a line.
   std::string word(size_t length);
 
 private:
-  std::string_view oneOf(std::string_view forms);
-  std::string expand(std::string_view form);
-
   std::mt19937 _engine;
 };
 

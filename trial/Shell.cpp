@@ -11,13 +11,8 @@ namespace {
 constexpr char prompt[] = "tev-cli> ";
 constexpr int longestSilence = 15'000; // milliseconds; an exchange takes three seconds at most
 
-/// Where the prompt begins that ends what `text` begins with. A help text may hold one, but not at the start of a line.
-size_t findPrompt(const std::string& text) {
-  size_t at = text.find(prompt);
-  while (at != text.npos && at > 0 && text[at - 1] != '\n')
-    at = text.find(prompt, at + 1);
-  return at;
-}
+/// Where the first prompt at the start of a line begins. A help text may hold one elsewhere.
+size_t findPrompt(const std::string& text) { return ('\n' + text).find(std::string("\n") + prompt); }
 
 } // namespace
 
@@ -31,11 +26,10 @@ Shell::State Shell::awaitPrompt(std::string* text) {
   return came == Came::text ? State::prompting : came == Came::end ? State::ended : State::silent;
 }
 
-int Shell::end(std::string* text) {
+int Shell::end() {
   endInput();
   while (readMore(longestSilence) == Came::text) {
   }
-  *text = withoutThreadLines(std::exchange(unread, ""));
   return wait();
 }
 

@@ -9,7 +9,7 @@ namespace trial {
 class Shell : private Child {
 public:
   /// Starts the words, with NAME=VALUE added to the environment. Throws std::system_error.
-  explicit Shell(Words words, Words environment = {})
+  explicit Shell(Strings words, Strings environment = {})
       : Child(std::move(words), Streams::inputAndOutput, std::move(environment)) {}
 
   enum class State { prompting, ended, silent };
@@ -22,7 +22,7 @@ public:
   State awaitPrompt(std::string* text);
 
   /// Ends the input and waits for the end of the shell. Its exit status, 128 + n for signal n.
-  int end(std::string* text);
+  int end();
 
   using Child::pid;
 };

@@ -70,10 +70,10 @@ const std::vector<std::array<unsigned, 3>> writes[behaviours] = {{{0, 0, 2}}, {{
 struct Exchange {
   const Request* request = nullptr;
   Behaviour behaviour = Behaviour::whole;
-  unsigned drainedAt = 0; // when the drain looked whether there is anything
+  unsigned drainedAt = 0; // the step at which the drain looked for bytes
   unsigned endedAt = 0;
   bool drained = false; // all that was in the pipe then
-  bool quiet = false;   // at that moment nothing was still to be written
+  bool quiet = false;   // no service had anything left to write at that step
   bool timedOut = false;
   bool replied = false;
   std::vector<Piece> got; // in the reply that it returned, or before it gave up
@@ -233,7 +233,7 @@ private:
     return _pipe.empty() ? 0 : 1;
   }
 
-  /// A service may write something now, if it has to. Whether it did.
+  /// Lets a service write what it has left to write, or not. Returns whether one did.
   bool mayWrite() {
     std::vector<std::deque<Piece>*> able;
     for (auto& due : _due)
@@ -256,10 +256,8 @@ private:
   static void add(const Piece& piece, std::vector<Piece>& to) {
     const bool continues = !to.empty() && to.back().exchange == piece.exchange && to.back().copy == piece.copy &&
                            to.back().to == piece.from;
-    if (continues)
-      to.back().to = piece.to;
-    else
-      to.push_back(piece);
+    if (!continues) to.push_back(piece);
+    to.back().to = piece.to;
   }
 
   std::string whatItGot(const Exchange& exchange) const {

@@ -9,12 +9,12 @@
 //
 // tev-exchange PAGE [FAULTS]      FAULTS is how many exchanges may be answered in another way than once and whole;
 //                                 default: all
+#include "trial/Verdict.h"
 #include "trial/World.h"
 
-#include <cstdio>
 #include <fstream>
+#include <iterator>
 #include <map>
-#include <stdexcept>
 
 namespace trial {
 
@@ -22,25 +22,22 @@ namespace {
 
 using Stories = std::map<std::string, bool>; // whether each has come about
 
-/// The stories on the page: the lines between those that mark code.
-Stories storiesOn(const std::string& page) {
-  std::ifstream file(page);
+/// The stories in a file: what is between lines that mark code.
+Stories storiesIn(const std::string& path) {
+  std::ifstream file(path);
+  const std::string page{std::istreambuf_iterator<char>(file), {}}, mark = "```\n";
   Stories stories;
-  std::string story;
-  bool inside = false;
-  for (std::string line; std::getline(file, line);) {
-    if (line == "```") {
-      if (inside) stories[std::exchange(story, "")] = false;
-      inside = !inside;
-    } else if (inside) {
-      story += line + '\n';
-    }
+  for (size_t begin = 0, end = 0; (begin = page.find(mark, end)) != page.npos; end += mark.size()) {
+    begin += mark.size();
+    end = page.find(mark, begin);
+    require(end != page.npos, "a story without an end in " + path);
+    stories[page.substr(begin, end - begin)] = false;
   }
-  if (stories.empty()) throw std::runtime_error("no stories in " + page);
+  require(!stories.empty(), "no stories in " + path);
   return stories;
 }
 
-/// What happened on a way that must not, unless there were stray bytes at its start; empty for nothing.
+/// What is wrong about a way; empty if it keeps to the protocol. With stray bytes at its start, no mix-up is wrong.
 std::string ruledOut(const World& world, bool strayBytes) {
   bool allInTime = !strayBytes, allOwn = true;
   for (unsigned i = 0; i < exchanges; ++i) {
@@ -58,7 +55,7 @@ std::string ruledOut(const World& world, bool strayBytes) {
     if (exchange.replied && exchange.timedOut) return who + " timed out and has a reply";
     const bool answered = exchange.behaviour == Behaviour::whole || exchange.behaviour == Behaviour::twice;
     if (exchange.drained && exchange.quiet && !own && (exchange.replied || (answered && !exchange.timedOut)))
-      return who + " has not its own reply, although nothing else was on its way";
+      return who + " does not have its own reply, although no other bytes were on their way";
   }
   return allInTime && !allOwn ? "a mix-up although every reply came once, whole and in time" : world.fault;
 }
@@ -109,9 +106,9 @@ bool secondWaits(CommObj& console) {
 }
 
 bool run(const std::string& page, unsigned faults) {
-  Stories stories = storiesOn(page);
+  Stories stories = storiesIn(page);
   auto* console = new CommObj("tExchange"); // StopAll() deletes it
-  if (console->GetPipeFd() < 0) throw std::runtime_error("no endpoint here");
+  require(console->GetPipeFd() >= 0, "no endpoint here");
   bool fine =
       explore({"late and faulty replies", faults, 0, false}, *console, stories) &&
       explore({"late replies and too many stray bytes", 0, drainedMax / strayPiece + 1, false}, *console, stories) &&
@@ -130,12 +127,7 @@ bool run(const std::string& page, unsigned faults) {
 } // namespace trial
 
 int main(int argc, char** argv) {
-  try {
-    if (argc < 2) throw std::runtime_error("usage: tev-exchange PAGE [FAULTS]");
-    const unsigned long faults = argc > 2 ? std::stoul(argv[2]) : trial::exchanges;
-    return trial::run(argv[1], static_cast<unsigned>(faults)) ? 0 : 1;
-  } catch (const std::exception& error) {
-    (void)fprintf(stderr, "tev-exchange: %s\n", error.what());
-    return 2;
-  }
+  return trial::verdictOf("tev-exchange PAGE [FAULTS]", argc == 2 || argc == 3, [&] {
+    return trial::run(argv[1], argc == 3 ? static_cast<unsigned>(std::stoul(argv[2])) : trial::exchanges);
+  });
 }

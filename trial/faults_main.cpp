@@ -5,17 +5,16 @@
 #include "messaging/Protocol.h"
 #include "sim/SystemError.h"
 #include "trial/Injection.h"
+#include "trial/Queues.h"
 #include "trial/Shell.h"
+#include "trial/Verdict.h"
 
 #include <algorithm>
-#include <csignal>
 #include <cstdio>
 #include <cstring>
-#include <map>
 #include <regex>
 #include <sstream>
 #include <sys/mman.h>
-#include <sys/msg.h>
 
 namespace trial {
 
@@ -29,8 +28,8 @@ const std::regex failureLine("error: (std::bad_alloc|couldn't .*|cannot .*)|krTh
                              "\\[tCliAppTask\\], .*|temperature: 11 degrees Celsius|temperature high point setting: "
                              "11 degrees Celsius|fan setting \\[0-63\\]: 0|fan rpm: (1605|22834)|video-format: ");
 
-Words partsOf(const std::string& text, char end) {
-  Words all;
+Strings partsOf(const std::string& text, char end) {
+  Strings all;
   std::istringstream in(text);
   for (std::string part; std::getline(in, part, end);)
     all.push_back(part);
@@ -38,7 +37,7 @@ Words partsOf(const std::string& text, char end) {
 }
 
 // One of each kind. They set only what is set anyway, so that no answer depends on an earlier command.
-const Words lines = partsOf(
+const Strings lines = partsOf(
     "|nonsense of some length and more words|help|help long|help stream|version|temperature setpoint 60|temperature"
     "|fan speed 15|fan|vlan on|vlan off|mac 00:11:22:33:44:55|mac|serialnum 480213UNIT654321|serialnum"
     "|video-format hdmi|video-format|video-resolution 1280x720p@30|video-resolution|video-resolution 1x1"
@@ -47,37 +46,35 @@ const Words lines = partsOf(
 
 /// Sends the shell a message that is too long, and then two of which it knows none. False if it does not take them.
 bool flood(int queue) {
-  struct {
-    long type = 1;
-    char text[600] = {};
-  } message;
-  msqid_ds about = {};
   for (const size_t size : {600, 28, 28})
-    if (msgsnd(queue, &message, size, IPC_NOWAIT) != 0) return false;
+    if (!sendMessage(queue, std::string(size, '\0'))) return false;
   // When it has taken the last one, it is through with the others.
-  for (int waited = 0; msgctl(queue, IPC_STAT, &about) == 0 && waited < 100'000; ++waited) {
-    if (about.msg_qnum == 0) return true;
+  for (int waited = 0; !isEmpty(queue); ++waited) {
+    if (waited == 100'000) return false;
     (void)usleep(100); // an interrupted pause only looks earlier
   }
-  return false;
+  return true;
 }
 
 /// What a run printed, by line typed; the first answer is what precedes the first prompt.
 struct Run {
-  Words answers;
+  Strings answers;
   int status = 0;
   bool silent = false;
   bool deaf = false; ///< its task did not take its messages
 };
 
-/// What came of faults of one kind.
-struct Outcomes {
-  unsigned unnoticed = 0; ///< printed what an undisturbed shell prints
-  unsigned reported = 0;  ///< commands printed their words for a failure
-  unsigned refused = 0;   ///< the shell ended at its start, and said why
-  std::map<std::string, unsigned> words;
-  Words wrong; ///< everything else
-};
+/// Whether an answer differs from the usual one only by lines that report a failure.
+bool reportsFailure(const std::string& answer, const std::string& usual) {
+  const Strings usualParts = partsOf(usual, '\n');
+  bool reported = false;
+  for (const std::string& part : partsOf(answer, '\n')) {
+    if (std::find(usualParts.begin(), usualParts.end(), part) != usualParts.end()) continue;
+    if (!std::regex_match(part, failureLine)) return false;
+    reported = true;
+  }
+  return reported;
+}
 
 class Faults {
 public:
@@ -96,26 +93,21 @@ public:
     uint32_t reached[kind::other];
     std::copy(std::begin(_injection->calls), std::end(_injection->calls), reached);
     bool fine = _undisturbed.status == 0 && !_undisturbed.silent && !_undisturbed.deaf;
-    printf("%-15s %8s %9s %10s %9s %8s %6s\n", "call", "reached", "injected", "unnoticed", "reported", "refused",
-           "wrong");
+    printf("%-15s %8s %9s %6s\n", "call", "reached", "injected", "wrong");
     for (uint32_t kind = 0; kind < kind::other; ++kind) {
-      Outcomes outcomes;
-      unsigned injected = 0;
+      unsigned injected = 0, wrong = 0;
       // One call alone, and for what runs out rather than fails also all from that one on.
       for (const bool once : {true, false}) {
         for (uint32_t n = 1; n <= reached[kind] && (once || kind <= kind::open); n += step) {
-          const Run disturbed = play(kind, n, once ? n : UINT32_MAX);
+          const std::string problem = problemOf(play(kind, n, once ? n : UINT32_MAX));
           injected += _injection->failed != 0 ? 1 : 0;
-          judge(disturbed, std::to_string(n) + (once ? "" : " and all later"), outcomes);
+          if (problem.empty()) continue;
+          printf("WRONG %s %u%s: %s\n", callKinds[kind].name, n, once ? "" : " and all later", problem.c_str());
+          ++wrong;
         }
       }
-      printf("%-15s %8u %9u %10u %9u %8u %6zu\n", callKinds[kind].name, reached[kind], injected, outcomes.unnoticed,
-             outcomes.reported, outcomes.refused, outcomes.wrong.size());
-      for (const auto& [text, count] : outcomes.words)
-        printf("%24u x %s\n", count, text.c_str());
-      for (const std::string& text : outcomes.wrong)
-        printf("WRONG %s %s\n", callKinds[kind].name, text.c_str());
-      fine = fine && outcomes.wrong.empty() && injected > 0;
+      printf("%-15s %8u %9u %6u\n", callKinds[kind].name, reached[kind], injected, wrong);
+      fine = fine && wrong == 0 && injected > 0;
       (void)fflush(stdout); // a lost line of the table shows by itself
     }
     return fine;
@@ -145,52 +137,31 @@ private:
       run.answers.push_back(text);
     }
     run.silent = state == Shell::State::silent;
-    if (!run.silent) run.status = shell.end(&text);
+    if (!run.silent) run.status = shell.end();
     return run;
   }
 
-  /// The words in which a failure shows that makes an answer differ; none if it shows in anything else, or not at all.
-  static Words failuresIn(const std::string& answer, const std::string& undisturbed) {
-    Words words;
-    const Words usual = partsOf(undisturbed, '\n');
-    for (const std::string& line : partsOf(answer, '\n')) {
-      if (std::find(usual.begin(), usual.end(), line) != usual.end()) continue;
-      if (!std::regex_match(line, failureLine)) return {};
-      words.push_back(line);
+  /// What is wrong about a run; empty if it is as it should be. A shell may go on and report what it could not do, or
+  /// end at its start with a report.
+  std::string problemOf(const Run& run) const {
+    const Strings &answers = run.answers, &usual = _undisturbed.answers;
+    if (run.deaf) return "messages stay in the queue, status " + std::to_string(run.status);
+    if (run.status == 1 && answers.size() == 1 && answers[0].find("tev-cli: out of memory\n") != answers[0].npos)
+      return "";
+    if (run.silent || run.status != 0)
+      return (run.silent ? "silent" : "status " + std::to_string(run.status)) + " after \"" +
+             (answers.size() < 2 ? "" : lines[answers.size() - 2]) + "\"";
+    for (size_t i = 0; i < usual.size(); ++i) {
+      const std::string answer = i < answers.size() ? answers[i] : "";
+      if (answer != usual[i] && !reportsFailure(answer, usual[i]))
+        return "\"" + (i == 0 ? "" : lines[i - 1]) + "\" is answered: " + answer;
     }
-    return words;
-  }
-
-  void judge(const Run& run, const std::string& fault, Outcomes& outcomes) const {
-    const Words &answers = run.answers, &usual = _undisturbed.answers;
-    static const std::string noStart = "tev-cli: out of memory\n";
-    const std::string& begin = answers[0];
-    if (run.deaf) {
-      outcomes.wrong.push_back(fault + ": messages stay in the queue, status " + std::to_string(run.status));
-    } else if (answers == usual && run.status == 0) {
-      ++outcomes.unnoticed;
-    } else if (run.status == 1 && answers.size() == 1 && begin.size() >= noStart.size() &&
-               begin.compare(begin.size() - noStart.size(), noStart.size(), noStart) == 0) {
-      ++outcomes.refused;
-    } else if (run.status != 0 || run.silent) {
-      outcomes.wrong.push_back(fault + (run.silent ? ": silent" : ": status " + std::to_string(run.status)) +
-                               " after \"" + (answers.size() < 2 ? "" : lines[answers.size() - 2]) + "\"");
-    } else {
-      ++outcomes.reported;
-      for (size_t i = 0; i < usual.size(); ++i) {
-        const std::string answer = i < answers.size() ? answers[i] : "";
-        if (answer == usual[i]) continue;
-        const auto words = failuresIn(answer, usual[i]);
-        for (const std::string& line : words)
-          ++outcomes.words[line];
-        if (words.empty()) outcomes.wrong.push_back(fault + ": " + (i == 0 ? "" : lines[i - 1]) + " gives: " + answer);
-      }
-    }
+    return "";
   }
 
   const std::string _program;
   Injection* _injection = nullptr;
-  Words _environment;
+  Strings _environment;
   Run _undisturbed;
 };
 
@@ -199,14 +170,7 @@ private:
 } // namespace trial
 
 int main(int argc, char** argv) {
-  try {
-    if (argc == 3 || argc == 4) {
-      (void)signal(SIGPIPE, SIG_IGN); // cannot fail
-      return trial::Faults(argv[1], argv[2]).run(argc == 4 ? static_cast<uint32_t>(std::stoul(argv[3])) : 1) ? 0 : 1;
-    }
-    (void)fprintf(stderr, "usage: tev-faults SHELL LIBRARY [STEP]\n");
-  } catch (const std::exception& error) {
-    (void)fprintf(stderr, "tev-faults: %s\n", error.what());
-  }
-  return 2;
+  return trial::verdictOf("tev-faults SHELL LIBRARY [STEP]", argc == 3 || argc == 4, [&] {
+    return trial::Faults(argv[1], argv[2]).run(argc == 4 ? static_cast<uint32_t>(std::stoul(argv[3])) : 1);
+  });
 }

@@ -6,7 +6,7 @@
 namespace {
 
 using trial::Child;
-using trial::Words;
+using Words = trial::Strings;
 using Streams = Child::Streams;
 
 std::string outputOf(const Words& words) {
