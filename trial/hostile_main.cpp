@@ -96,15 +96,12 @@ void runAs(uid_t user, const std::function<void()>& work) {
 }
 
 /// What the other user does during the session. What is refused has no effect.
-void disturb(const Round& round) {
+[[noreturn]] void disturb(const Round& round) {
   const std::string message(28, '\0');
-  for (;; (void)usleep(round.has(races) || round.has(floods) ? 0 : 1000)) {
-    for (const std::string& path : {pipeOf(round.guess), pipeOf(round.guess + 1), std::string(trace)}) {
+  for (;;) {
+    for (const std::string& path : {pipeOf(round.guess), pipeOf(round.guess + 1), std::string(trace)})
       if (round.has(races)) (void)symlink(victim, path.c_str());
-    }
-    if (!round.has(floods)) continue;
-    const int queue = msgget(protocol::consoleQueueKey, 0);
-    while (sendMessage(queue, message)) {
+    while (round.has(floods) && sendMessage(msgget(protocol::consoleQueueKey, 0), message)) {
     }
   }
 }
@@ -128,7 +125,7 @@ void play(const Round& round, Seen& seen, const std::string& program, const std:
     if (round.has(openQueue) || round.has(closedQueue))
       check(msgget(protocol::consoleQueueKey, IPC_CREAT | (round.has(openQueue) ? 0666 : 0)), "msgget");
   });
-  (void)startAs(round.other(), [&] { disturb(round); });
+  if (round.has(races) || round.has(floods)) (void)startAs(round.other(), [&] { disturb(round); });
   turnInto(round.shell());
   seen.reached = "the start of the shell";
   Shell shell({program});
