@@ -1,16 +1,15 @@
 #include "tests/messaging/Fixture.h"
 
 #include "log/tevlog.h"
-#include "tests/Namespaces.h"
+#include "tests/Isolation.h"
 
 #include <cstdio>
+#include <cstring>
 #include <sys/ipc.h>
 #include <sys/msg.h>
 
 void Messaging::SetUp() {
-  const std::string obstacle = enterNamespaces(CLONE_NEWIPC | CLONE_NEWNS);
-  if (!obstacle.empty()) GTEST_SKIP() << obstacle;
-  ASSERT_EQ(mount("tmp", "/tmp", "tmpfs", MS_NOSUID, nullptr), 0);
+  if (!whyNotIsolated().empty()) GTEST_SKIP() << whyNotIsolated();
   (void)msgget(IPC_PRIVATE, 0600); // uses up the queue id 0, which stands for no task
   tev::initlog("/tmp/trace.log");
   tev::log << tev::enable;
