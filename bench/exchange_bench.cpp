@@ -3,9 +3,9 @@
 
 #include "log/tevlog.h"
 #include "messaging/CommObj.h"
-#include "messaging/MsgQueue.h"
 #include "messaging/SetVideoModeReqMsg.h"
 #include "messaging/SetVideoModeRespMsg.h"
+#include "messaging/internal/MsgQueue.h"
 
 #include <csignal>
 #include <cstring>

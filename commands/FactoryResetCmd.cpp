@@ -5,7 +5,7 @@
 #include "commands/Words.h"
 #include "messaging/AdminControlReqMsg.h"
 #include "platform/CKrProperty.h"
-#include "platform/internal/Descriptor.h"
+#include "platform/Descriptor.h"
 #include "platform/krLog.h"
 #include "platform/krMem.h"
 

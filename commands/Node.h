@@ -2,7 +2,7 @@
 #ifndef TEV_COMMANDS_NODE_H
 #define TEV_COMMANDS_NODE_H
 
-#include "platform/internal/Descriptor.h"
+#include "platform/Descriptor.h"
 
 #include <cstddef>
 #include <string>

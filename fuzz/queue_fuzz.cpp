@@ -3,7 +3,7 @@
 #include "fuzz/StandIns.h"
 
 #include "messaging/Messages.h"
-#include "messaging/MsgQueue.h"
+#include "messaging/internal/MsgQueue.h"
 
 #include <algorithm>
 #include <iostream>

@@ -1,6 +1,6 @@
 #include "log/tevlog.h"
 
-#include "log/LogFile.h"
+#include "log/internal/LogFile.h"
 
 #include <cerrno>
 #include <cstdint>

@@ -1,7 +1,7 @@
 #include "messaging/AdminControlRespMsg.h"
 
-#include "messaging/ErrorTrace.h"
 #include "messaging/Protocol.h"
+#include "messaging/internal/ErrorTrace.h"
 
 const MsgLayout AdminControlRespMsg::layout = {
     "AdminControlRespMsg",   protocol::adminControlResp, PipeForm::bigEndian,

@@ -1,11 +1,13 @@
 #include "messaging/CommObj.h"
 
 #include "log/tevlog.h"
-#include "messaging/Blocking.h"
-#include "messaging/Immortal.h"
 #include "messaging/MsgObj.h"
 #include "messaging/Protocol.h"
 #include "messaging/ReplyPipe.h"
+#include "messaging/internal/Blocking.h"
+#include "messaging/internal/FloodGate.h"
+#include "messaging/internal/Immortal.h"
+#include "messaging/internal/MsgQueue.h"
 #include "platform/internal/Uncancelled.h"
 
 #include <algorithm>
@@ -75,6 +77,15 @@ public:
 private:
   CommObj& _endpoint;
 };
+
+// Whether one more message that is dropped gets a line in the log. A line with the count of those without one comes
+// before it.
+bool mayLog(FloodGate& unusable) {
+  if (!unusable.passes(monotonicMs() / 1000)) return false;
+  if (const long held = unusable.takeHeld(); held > 0)
+    tev::log << "CommObj::run() - messages dropped without a line: " << held << tev::endl;
+  return true;
+}
 
 } // namespace
 
@@ -181,36 +192,28 @@ KR_UNWOUND_BY_CANCELLATION void CommObj::run() {
 [[gnu::noinline]] KR_UNWOUND_BY_CANCELLATION void CommObj::receiveLoop(int cancelState) {
   const BlockingState handlers(cancelState);
   _pid = static_cast<uint16_t>(getpid());
+  FloodGate unusable; // messages without a use
   char buffer[msgTypeSize + msgTextMax] = {};
   for (;;) {
     if (receiveFromQueue(_queueId, buffer) < 0) {
-      if (!handleReceiveFailure(errno)) return;
+      if (!handleReceiveFailure(errno, unusable)) return;
       continue;
     }
     const std::unique_ptr<MsgObj> message(MsgObj::Decode(buffer));
     if (message != nullptr)
       message->InvokeHandler(this);
-    else if (mayLogUnusable())
+    else if (mayLog(unusable))
       MsgObj::LogUndecodable(buffer);
   }
 }
 
-// Whether one more message that is dropped gets a line in the log. A line with the count of those without one comes
-// before it.
-bool CommObj::mayLogUnusable() {
-  if (!_unusable.passes(monotonicMs() / 1000)) return false;
-  if (const long held = _unusable.takeHeld(); held > 0)
-    tev::log << "CommObj::run() - messages dropped without a line: " << held << tev::endl;
-  return true;
-}
-
 // Returns whether to go on receiving. Whatever happens, the loop does not spin.
-bool CommObj::handleReceiveFailure(int reason) {
+bool CommObj::handleReceiveFailure(int reason, FloodGate& unusable) {
   switch (reason) {
   case EINTR:
     return true;
   case E2BIG: // it would stay at the head of the queue
-    if (mayLogUnusable())
+    if (mayLog(unusable))
       tev::log << "CommObj::run() - dropping an oversized message from msgQ: " << _queueId << tev::endl;
     (void)dropFromQueue(_queueId); // fails only if the queue is gone, which the next receive reports
     return true;

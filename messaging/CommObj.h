@@ -6,24 +6,24 @@
 // without StopAll(); the next endpoint with the same key then takes the queue over.
 //
 // Handlers run on the endpoint's thread with cancellation disabled. Where a handler sends and has to wait, for the sync
-// lock or for room in a full queue, it can be cancelled all the same (see Blocking.h), so that StopAll() does not wait
-// for other tasks; its frames are unwound then.
+// lock or for room in a full queue, it can be cancelled all the same, so that StopAll() does not wait for other tasks;
+// its frames are unwound then.
 //
 // Threads: SetKey, construction, go and StopAll belong to one thread, while no other uses an endpoint. Afterwards any
 // thread may send from an endpoint; the sync lock makes synchronous exchanges one at a time.
 #ifndef TEV_MESSAGING_COMMOBJ_H
 #define TEV_MESSAGING_COMMOBJ_H
 
-#include "messaging/FloodGate.h"
 #include "messaging/MsgQOutStream.h"
-#include "messaging/MsgQueue.h"
 #include "messaging/PipeOutStream.h"
+#include "messaging/QueueOrigin.h"
 #include "platform/CKrThread.h"
 
 #include <atomic>
 #include <map>
 #include <string>
 
+class FloodGate;
 class MsgObj;
 
 class CommObj : public CKrThread {
@@ -31,7 +31,8 @@ public:
   /// Creates the queue (with the next key, mode 0660) and the pipe "/tmp/<name>.<task id>" and enters the task in the
   /// tables. `taskName` is cut to 23 characters. What cannot be created is reported in the trace log; without a queue
   /// the endpoint has the task id 0 and is in no table. With `ownQueueOnly`, a queue that another user has a hold on is
-  /// not used: see obtainQueue(). Throws std::bad_alloc, in which case the endpoint is in no table.
+  /// not used: it is removed, where that is permitted, or else the endpoint has a queue without a key. Throws
+  /// std::bad_alloc, in which case the endpoint is in no table.
   explicit CommObj(const char* taskName, bool ownQueueOnly = false);
 
   /// Removes queue and pipe. An endpoint in the tables is destroyed by StopAll() only.
@@ -56,7 +57,7 @@ public:
 
   /// Receives messages and runs their handlers. Returns only when the queue is gone. The calling thread can be
   /// cancelled while it waits for a message, and where a handler that sends waits. Messages that cannot be decoded each
-  /// write a line to the trace log; of a flood of them, only the first and then one a second (see FloodGate.h).
+  /// write a line to the trace log; of a flood of them, only the first 10,000 and then one a second.
   void run() override;
 
   /// Deliver `message` into this endpoint's queue (async) or pipe (sync), if `srcTid` is a local endpoint; else nothing
@@ -75,7 +76,7 @@ public:
   [[nodiscard]] MsgObj* Exchange(MsgObj& request, CommObj* local);
 
   /// Held from before a synchronous request is sent until its reply has been read. Waiting for it is a cancellation
-  /// point as Blocking.h says.
+  /// point, as far as the caller of Send() or of run() has cancellation enabled.
   void SyncLock();
   void SyncUnLock();
 
@@ -100,8 +101,7 @@ private:
 
   void enterTables();
   void receiveLoop(int cancelState);
-  bool mayLogUnusable();
-  bool handleReceiveFailure(int reason);
+  bool handleReceiveFailure(int reason, FloodGate& unusable);
   bool readReply(MsgObj& reply);
   void openPipe();
 
@@ -116,7 +116,6 @@ private:
   int _queueId;
   MsgQOutStream _queueOut{noDescriptor};
   PipeOutStream _pipeOut{noDescriptor};
-  FloodGate _unusable; ///< messages without a use; of the endpoint's thread
   unsigned long _taskId = 0;
   std::atomic<uint16_t> _pid{0};
   int _pipeFd = noDescriptor;

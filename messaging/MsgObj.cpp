@@ -1,7 +1,7 @@
 #include "messaging/MsgObj.h"
 
-#include "messaging/Immortal.h"
-#include "messaging/MsgQueue.h"
+#include "messaging/internal/Immortal.h"
+#include "messaging/internal/MsgQueue.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,9 +1,9 @@
 // How a message travels: MsgObj::Send().
-#include "messaging/Blocking.h"
 #include "messaging/CommObj.h"
-#include "messaging/ErrorTrace.h"
 #include "messaging/MsgObj.h"
 #include "messaging/ReplyPipe.h"
+#include "messaging/internal/Blocking.h"
+#include "messaging/internal/ErrorTrace.h"
 
 #include <algorithm>
 #include <cerrno>

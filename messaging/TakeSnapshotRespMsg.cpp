@@ -1,7 +1,7 @@
 #include "messaging/TakeSnapshotRespMsg.h"
 
-#include "messaging/ErrorTrace.h"
 #include "messaging/Protocol.h"
+#include "messaging/internal/ErrorTrace.h"
 
 const MsgLayout TakeSnapshotRespMsg::layout = {
     "TakeSnapshotRespMsg",   protocol::takeSnapshotResp, PipeForm::native,

@@ -1,8 +1,9 @@
 #include "platform/krFile.h"
 
-#include "platform/internal/Descriptor.h"
+#include "platform/Descriptor.h"
 #include "platform/internal/Diagnostic.h"
 #include "platform/internal/Failure.h"
+#include "platform/internal/OpenWaiting.h"
 #include "platform/internal/Uncancelled.h"
 #include "platform/krError.h"
 

@@ -2,7 +2,7 @@
 #ifndef TEV_SIM_BOARDLOG_H
 #define TEV_SIM_BOARDLOG_H
 
-#include "platform/internal/Descriptor.h"
+#include "platform/Descriptor.h"
 
 #include <string>
 #include <string_view>

@@ -2,7 +2,7 @@
 #ifndef TEV_SIM_BOARDPROCESS_H
 #define TEV_SIM_BOARDPROCESS_H
 
-#include "platform/internal/Descriptor.h"
+#include "platform/Descriptor.h"
 #include "sim/Options.h"
 
 #include <csignal>

@@ -2,7 +2,7 @@
 #ifndef TEV_SIM_BOARDSOCKET_H
 #define TEV_SIM_BOARDSOCKET_H
 
-#include "platform/internal/Descriptor.h"
+#include "platform/Descriptor.h"
 
 #include <functional>
 #include <poll.h>

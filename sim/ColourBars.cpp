@@ -1,6 +1,6 @@
 #include "sim/ColourBars.h"
 
-#include "platform/internal/Descriptor.h"
+#include "platform/Descriptor.h"
 
 #include <array>
 #include <cerrno>

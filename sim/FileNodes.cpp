@@ -4,7 +4,7 @@
 // Before that, the board handles what was written to files released earlier, writes the node's present text to the file
 // and puts a new leased file in its place for the next open. When the opener closes the released file, its contents are
 // what was written to the node.
-#include "platform/internal/Descriptor.h"
+#include "platform/Descriptor.h"
 #include "sim/Layout.h"
 #include "sim/NodeServer.h"
 #include "sim/SystemError.h"

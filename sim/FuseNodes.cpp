@@ -1,6 +1,6 @@
 // The nodes as a FUSE file system. The kernel passes on each open, read and write separately, so the board sees the
 // exact bytes, and a node can refuse what its driver would refuse.
-#include "platform/internal/Descriptor.h"
+#include "platform/Descriptor.h"
 #include "sim/NodeServer.h"
 #include "sim/SystemError.h"
 

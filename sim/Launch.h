@@ -2,7 +2,7 @@
 #ifndef TEV_SIM_LAUNCH_H
 #define TEV_SIM_LAUNCH_H
 
-#include "platform/internal/Descriptor.h"
+#include "platform/Descriptor.h"
 
 #include <string>
 #include <vector>

@@ -1,6 +1,6 @@
 #include "sim/Layout.h"
 
-#include "platform/internal/Descriptor.h"
+#include "platform/Descriptor.h"
 #include "sim/SystemError.h"
 
 #include <cstdio>

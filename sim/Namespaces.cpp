@@ -1,6 +1,6 @@
 #include "sim/Namespaces.h"
 
-#include "platform/internal/Descriptor.h"
+#include "platform/Descriptor.h"
 #include "sim/SystemError.h"
 
 #include <fcntl.h>

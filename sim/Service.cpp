@@ -2,7 +2,7 @@
 
 #include "messaging/MsgOf.h"
 #include "messaging/ReplyPipe.h"
-#include "platform/internal/Descriptor.h"
+#include "platform/Descriptor.h"
 #include "sim/Appliance.h"
 #include "sim/BoardSocket.h"
 

@@ -2,7 +2,7 @@
 #ifndef TEV_TRIAL_CHILD_H
 #define TEV_TRIAL_CHILD_H
 
-#include "platform/internal/Descriptor.h"
+#include "platform/Descriptor.h"
 
 #include <string>
 #include <sys/types.h>

@@ -2,7 +2,7 @@
 #ifndef TEV_TRIAL_CONSOLE_H
 #define TEV_TRIAL_CONSOLE_H
 
-#include "platform/internal/Descriptor.h"
+#include "platform/Descriptor.h"
 #include "trial/Shell.h"
 
 #include <map>

@@ -3,8 +3,8 @@
 // shell's memory and descriptors.
 //
 // tev-soak SHELL SEED minutes|requests NUMBER
-#include "messaging/FloodGate.h"
 #include "messaging/Protocol.h"
+#include "messaging/internal/FloodGate.h"
 #include "sim/Launch.h"
 #include "sim/Quoting.h"
 #include "sim/SystemError.h"

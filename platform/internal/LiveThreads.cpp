@@ -1,6 +1,6 @@
 #include "platform/internal/LiveThreads.h"
 
-#include "platform/internal/Descriptor.h"
+#include "platform/Descriptor.h"
 #include "platform/internal/Failure.h"
 #include "platform/internal/Self.h"
 #include "platform/internal/Uncancelled.h"

@@ -3,10 +3,11 @@
 #include "tests/messaging/Fixture.h"
 
 #include "messaging/CommObj.h"
-#include "messaging/MsgQueue.h"
 #include "messaging/ProxyCommObj.h"
 #include "messaging/SetVideoModeReqMsg.h"
 #include "messaging/SetVideoModeRespMsg.h"
+#include "messaging/internal/FloodGate.h"
+#include "messaging/internal/MsgQueue.h"
 #include "tests/Threads.h"
 
 #include <atomic>

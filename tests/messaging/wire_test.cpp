@@ -4,7 +4,7 @@
 
 #include "log/tevlog.h"
 #include "messaging/Messages.h"
-#include "messaging/MsgQueue.h"
+#include "messaging/internal/MsgQueue.h"
 #include "tests/Threads.h"
 
 #include <algorithm>

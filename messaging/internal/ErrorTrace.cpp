@@ -1,4 +1,4 @@
-#include "messaging/ErrorTrace.h"
+#include "messaging/internal/ErrorTrace.h"
 
 #include <cstdarg>
 #include <cstdio>

@@ -1,6 +1,6 @@
-#include "messaging/MsgQueue.h"
+#include "messaging/internal/MsgQueue.h"
 
-#include "messaging/Blocking.h"
+#include "messaging/internal/Blocking.h"
 #include "platform/internal/Uncancelled.h"
 
 #include <cerrno>

@@ -1,4 +1,4 @@
-#include "log/LogFile.h"
+#include "log/internal/LogFile.h"
 
 #include <charconv>
 #include <fcntl.h>

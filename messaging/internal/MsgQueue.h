@@ -5,6 +5,8 @@
 #ifndef TEV_MESSAGING_MSGQUEUE_H
 #define TEV_MESSAGING_MSGQUEUE_H
 
+#include "messaging/QueueOrigin.h"
+
 #include <cstddef>
 #include <sys/types.h>
 
@@ -21,14 +23,6 @@ constexpr size_t msgTextMax = 512; ///< longest text that is received
 /// the message does not fill of the buffer is zeroed. Returns the length of the text, or -1 with msgrcv's errno, in
 /// which case the buffer is untouched.
 [[nodiscard]] ssize_t receiveFromQueue(int queueId, void* buffer);
-
-/// How an endpoint came by its queue.
-enum class QueueOrigin {
-  none,     ///< it has none
-  keyed,    ///< made with its key, or found under it
-  replaced, ///< made with its key, in place of another user's
-  unkeyed,  ///< made without a key: none was given (IPC_PRIVATE), or another user's queue has it
-};
 
 /// Makes or finds the queue with that key, mode 0660. With `ownOnly`, one that another user owns or created, or that is
 /// open to more than its owner and group, is not used: it is removed, where that is permitted, or else a queue without
