@@ -10,10 +10,19 @@ public:
 
   using MsgOf::MsgOf;
 
-  void SetControl(unsigned short value) {
-    setWord(0, value);
-  }                                                         ///< 1 reboot, 4 factory configuration, 5 factory firmware.
-  void SetArg1(unsigned short value) { setWord(1, value); } ///< 0 for all of these.
+  /// One of protocol::adminControl.
+  void SetControl(unsigned short value) { setWord(0, value); }
+  unsigned short GetControl() const { return word(0); }
+
+  /// 0 for all of these.
+  void SetArg1(unsigned short value) { setWord(1, value); }
+  unsigned short GetArg1() const { return word(1); }
+  void SetArg2(unsigned short value) { setWord(2, value); }
+  unsigned short GetArg2() const { return word(2); }
+  void SetArg3(unsigned short value) { setWord(3, value); }
+  unsigned short GetArg3() const { return word(3); }
+  void SetArg4(unsigned short value) { setWord(4, value); }
+  unsigned short GetArg4() const { return word(4); }
 
   int InvokeHandler(CommObj* receiver) override;
 

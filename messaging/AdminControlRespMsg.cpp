@@ -8,7 +8,7 @@ const MsgLayout AdminControlRespMsg::layout = {
     /*restoresFlags*/ false, /*rendersMtype*/ true,      {{"status", protocol::statusUnset}},
 };
 
-AdminControlRespMsg::AdminControlRespMsg() { setWord(0, 3); }
+AdminControlRespMsg::AdminControlRespMsg() { SetStatus(3); }
 
 void populate_msgbuff(void* buffer, int, const AdminControlRespMsg& message) {
   message.encodeTo(buffer, AdminControlRespMsg::layout);
@@ -18,7 +18,7 @@ MsgObj* AdminControlRespMsg::Create(const void* buffer) {
   traceError("AdminControlReqMsg::Create(): msgtype=%d", idIn(buffer));
   auto* message = static_cast<AdminControlRespMsg*>(MsgOf::Create(buffer));
   if (message != nullptr) {
-    traceError("KIP_ADMIN_CNTRL_RESP_MSG_ID:status = %d", message->word(0));
+    traceError("KIP_ADMIN_CNTRL_RESP_MSG_ID:status = %d", message->GetStatus());
   }
   return message;
 }

@@ -1,14 +1,14 @@
 #ifndef TEV_MESSAGING_ADMINCONTROLRESPMSG_H
 #define TEV_MESSAGING_ADMINCONTROLRESPMSG_H
 
-#include "messaging/MsgOf.h"
+#include "messaging/ResponseOf.h"
 
 /// Answers AdminControlReqMsg.
-class AdminControlRespMsg : public MsgOf<AdminControlRespMsg> {
+class AdminControlRespMsg : public ResponseOf<AdminControlRespMsg> {
 public:
   static const MsgLayout layout;
 
-  using MsgOf::MsgOf;
+  using ResponseOf::ResponseOf;
   AdminControlRespMsg(); ///< status 3, until a reply overwrites it
 
   MsgObj* Create(const void* buffer) override; ///< also traces on the standard error stream

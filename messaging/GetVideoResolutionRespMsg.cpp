@@ -15,8 +15,3 @@ const MsgLayout GetVideoResolutionRespMsg::layout = {
      {"hertz", 0, 10},
      {"sdp_std", 0, 10}},
 };
-
-GetVideoResolutionRespMsg::GetVideoResolutionRespMsg(unsigned long srcTid, unsigned long dstTid, unsigned short status)
-    : MsgOf(srcTid, dstTid) {
-  setWord(0, status);
-}

@@ -140,9 +140,11 @@ public:
   void* image() { return &_image; }
   const void* image() const { return &_image; }
 
-protected:
+  /// The payload words, in the order of the class's layout. `index` is less than MsgImage::wordsMax.
   uint16_t word(size_t index) const { return _image.words[index]; }
   void setWord(size_t index, uint16_t value) { _image.words[index] = value; }
+
+protected:
   void setDefaults(const MsgLayout& layout);
 
   // The shared mechanism, driven by a class's layout.

@@ -9,7 +9,7 @@ const MsgLayout SetAudioSourceReqMsg::layout = {
 
 SetAudioSourceReqMsg::SetAudioSourceReqMsg(unsigned long srcTid, unsigned long dstTid, unsigned short audiosrc)
     : MsgOf(srcTid, dstTid) {
-  setWord(0, audiosrc);
+  SetAudioSource(audiosrc);
 }
 
 unsigned short SetAudioSourceReqMsg::MapString2AudioSource(const std::string& name) {

@@ -13,7 +13,9 @@ public:
   using MsgOf::MsgOf;
   SetAudioSourceReqMsg(unsigned long srcTid, unsigned long dstTid, unsigned short audiosrc);
 
-  void SetAudioSource(unsigned short value) { setWord(0, value); } ///< 1 digital, 2 analog.
+  /// One of protocol::audioSource.
+  void SetAudioSource(unsigned short value) { setWord(0, value); }
+  unsigned short GetAudioSource() const { return word(0); }
 
   /// The source number of "digital" or "analog"; that of "digital" for any other text.
   static unsigned short MapString2AudioSource(const std::string& name);

@@ -1,15 +1,14 @@
 #ifndef TEV_MESSAGING_SETAUDIOSOURCERESPMSG_H
 #define TEV_MESSAGING_SETAUDIOSOURCERESPMSG_H
 
-#include "messaging/MsgOf.h"
+#include "messaging/ResponseOf.h"
 
 /// Answers SetAudioSourceReqMsg.
-class SetAudioSourceRespMsg : public MsgOf<SetAudioSourceRespMsg> {
+class SetAudioSourceRespMsg : public ResponseOf<SetAudioSourceRespMsg> {
 public:
   static const MsgLayout layout;
 
-  using MsgOf::MsgOf;
-  SetAudioSourceRespMsg(unsigned long srcTid, unsigned long dstTid, unsigned short status);
+  using ResponseOf::ResponseOf;
 
   int InvokeHandler(CommObj* receiver) override;
 };

@@ -10,8 +10,13 @@ public:
 
   using MsgOf::MsgOf;
 
-  void SetOnOff(unsigned short value) { setWord(0, value); }     ///< 0 off, 1 on.
-  void SetComponent(unsigned short value) { setWord(1, value); } ///< 255 stands for all.
+  /// One of protocol::logging: off, on.
+  void SetOnOff(unsigned short value) { setWord(0, value); }
+  unsigned short GetOnOff() const { return word(0); }
+
+  /// protocol::logging::allComponents for all.
+  void SetComponent(unsigned short value) { setWord(1, value); }
+  unsigned short GetComponent() const { return word(1); }
 
   int InvokeHandler(CommObj* receiver) override;
 };

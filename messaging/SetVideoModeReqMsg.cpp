@@ -9,7 +9,7 @@ const MsgLayout SetVideoModeReqMsg::layout = {
 
 SetVideoModeReqMsg::SetVideoModeReqMsg(unsigned long srcTid, unsigned long dstTid, unsigned short mode)
     : MsgOf(srcTid, dstTid) {
-  setWord(0, mode);
+  SetMode(mode);
 }
 
 unsigned short SetVideoModeReqMsg::MapString2Mode(const std::string& name) {

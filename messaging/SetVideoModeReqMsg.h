@@ -13,9 +13,9 @@ public:
   using MsgOf::MsgOf;
   SetVideoModeReqMsg(unsigned long srcTid, unsigned long dstTid, unsigned short mode);
 
-  void SetMode(unsigned short value) {
-    setWord(0, value);
-  } ///< 1 svideo, 2 composite, 3 component, 4 vga, 5 svga, 6 xga, 7 wxga, 8 dvi, 9 hdmi.
+  /// One of protocol::videoMode.
+  void SetMode(unsigned short value) { setWord(0, value); }
+  unsigned short GetMode() const { return word(0); }
 
   /// The mode number of a video format name; that of "hdmi" for any other text.
   static unsigned short MapString2Mode(const std::string& name);

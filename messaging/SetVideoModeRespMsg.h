@@ -1,15 +1,14 @@
 #ifndef TEV_MESSAGING_SETVIDEOMODERESPMSG_H
 #define TEV_MESSAGING_SETVIDEOMODERESPMSG_H
 
-#include "messaging/MsgOf.h"
+#include "messaging/ResponseOf.h"
 
 /// Answers SetVideoModeReqMsg.
-class SetVideoModeRespMsg : public MsgOf<SetVideoModeRespMsg> {
+class SetVideoModeRespMsg : public ResponseOf<SetVideoModeRespMsg> {
 public:
   static const MsgLayout layout;
 
-  using MsgOf::MsgOf;
-  SetVideoModeRespMsg(unsigned long srcTid, unsigned long dstTid, unsigned short status);
+  using ResponseOf::ResponseOf;
 
   int InvokeHandler(CommObj* receiver) override;
 };

@@ -10,10 +10,21 @@ public:
 
   using MsgOf::MsgOf;
 
-  void SetHorizontal(unsigned short value) { setWord(0, value); } ///< Pixels.
-  void SetVertical(unsigned short value) { setWord(1, value); }   ///< Lines.
-  void SetQualifier(unsigned short value) { setWord(2, value); }  ///< 1 progressive, 2 interlaced.
-  void SetHertz(unsigned short value) { setWord(3, value); }      ///< Frames a second.
+  /// Pixels.
+  void SetHorizontal(unsigned short value) { setWord(0, value); }
+  unsigned short GetHorizontal() const { return word(0); }
+
+  /// Lines.
+  void SetVertical(unsigned short value) { setWord(1, value); }
+  unsigned short GetVertical() const { return word(1); }
+
+  /// One of protocol::qualifier.
+  void SetQualifier(unsigned short value) { setWord(2, value); }
+  unsigned short GetQualifier() const { return word(2); }
+
+  /// Frames a second.
+  void SetHertz(unsigned short value) { setWord(3, value); }
+  unsigned short GetHertz() const { return word(3); }
 
   int InvokeHandler(CommObj* receiver) override;
 };

@@ -6,8 +6,3 @@ const MsgLayout SetVideoResolutionRespMsg::layout = {
     "SetVideoResolutionRespMsg", protocol::setVideoResolutionResp, PipeForm::native,
     /*restoresFlags*/ false,     /*rendersMtype*/ false,           {{"status", protocol::statusUnset}},
 };
-
-SetVideoResolutionRespMsg::SetVideoResolutionRespMsg(unsigned long srcTid, unsigned long dstTid, unsigned short status)
-    : MsgOf(srcTid, dstTid) {
-  setWord(0, status);
-}

@@ -1,15 +1,14 @@
 #ifndef TEV_MESSAGING_SETVIDEORESOLUTIONRESPMSG_H
 #define TEV_MESSAGING_SETVIDEORESOLUTIONRESPMSG_H
 
-#include "messaging/MsgOf.h"
+#include "messaging/ResponseOf.h"
 
 /// Answers SetVideoResolutionReqMsg.
-class SetVideoResolutionRespMsg : public MsgOf<SetVideoResolutionRespMsg> {
+class SetVideoResolutionRespMsg : public ResponseOf<SetVideoResolutionRespMsg> {
 public:
   static const MsgLayout layout;
 
-  using MsgOf::MsgOf;
-  SetVideoResolutionRespMsg(unsigned long srcTid, unsigned long dstTid, unsigned short status);
+  using ResponseOf::ResponseOf;
 
   int InvokeHandler(CommObj* receiver) override;
 };

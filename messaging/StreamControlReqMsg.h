@@ -10,8 +10,13 @@ public:
 
   using MsgOf::MsgOf;
 
-  void SetControl(unsigned short value) { setWord(0, value); } ///< 1 start, 2 stop.
-  void SetType(unsigned short value) { setWord(1, value); }    ///< 1 audio, 2 video, 3 both.
+  /// One of protocol::streamControl.
+  void SetControl(unsigned short value) { setWord(0, value); }
+  unsigned short GetControl() const { return word(0); }
+
+  /// One of protocol::streamType.
+  void SetType(unsigned short value) { setWord(1, value); }
+  unsigned short GetType() const { return word(1); }
 
   int InvokeHandler(CommObj* receiver) override;
 };

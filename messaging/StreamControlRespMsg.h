@@ -1,15 +1,14 @@
 #ifndef TEV_MESSAGING_STREAMCONTROLRESPMSG_H
 #define TEV_MESSAGING_STREAMCONTROLRESPMSG_H
 
-#include "messaging/MsgOf.h"
+#include "messaging/ResponseOf.h"
 
 /// Answers StreamControlReqMsg.
-class StreamControlRespMsg : public MsgOf<StreamControlRespMsg> {
+class StreamControlRespMsg : public ResponseOf<StreamControlRespMsg> {
 public:
   static const MsgLayout layout;
 
-  using MsgOf::MsgOf;
-  StreamControlRespMsg(unsigned long srcTid, unsigned long dstTid, unsigned short status);
+  using ResponseOf::ResponseOf;
 
   int InvokeHandler(CommObj* receiver) override;
 };

@@ -10,8 +10,13 @@ public:
 
   using MsgOf::MsgOf;
 
-  void SetSlot(unsigned short value) { setWord(0, value); }  ///< 1 to 16.
-  void SetScale(unsigned short value) { setWord(1, value); } ///< 1 to 8; 8 is full scale.
+  /// From protocol::snapshot::firstSlot to lastSlot.
+  void SetSlot(unsigned short value) { setWord(0, value); }
+  unsigned short GetSlot() const { return word(0); }
+
+  /// From protocol::snapshot::smallestScale to fullScale.
+  void SetScale(unsigned short value) { setWord(1, value); }
+  unsigned short GetScale() const { return word(1); }
 
   int InvokeHandler(CommObj* receiver) override;
 };

@@ -46,28 +46,33 @@ Row row(const char* name, unsigned answer, Fill fill, unsigned size, const char*
   return {name, answer, make, render, size, onQueue, onPipe, restoresFlags, mtype, fields};
 }
 
-void setWords(MsgObj& reply, std::initializer_list<uint16_t> words) {
-  std::copy(words.begin(), words.end(), static_cast<MsgImage*>(reply.image())->words);
+// The message with the payload 1, 2, 3, ...
+template <class Message>
+Message numbered() {
+  Message message;
+  for (size_t i = 0; i < MsgImage::wordsMax; ++i)
+    message.setWord(i, static_cast<uint16_t>(i + 1));
+  return message;
 }
 
 // clang-format off
 const std::vector<Row>& catalogue() {
   static const std::vector<Row> rows = {
     row<SetVideoModeReqMsg>("SetVideoModeReqMsg", 101, [](auto& m) { m.SetMode(9); }, 20, "5006400: 00 64 00 00 00 00 00 05 00 00 00 07 00 09 00 00 00 00 00 00", "05 00 64 00 64 00 00 00 05 00 00 00 07 00 00 00 09 00 00 00", true, "", "   mode    = 9\n"),
-    row<SetVideoModeRespMsg>("SetVideoModeRespMsg", 0, [](auto& m) { setWords(m, {258}); }, 20, "5006500: 00 65 00 00 00 00 00 05 00 00 00 07 01 02 00 00 00 00 00 00", "05 00 65 00 65 00 00 00 05 00 00 00 07 00 00 00 02 01 00 00", true, "", "   status  = 258\n"),
+    row<SetVideoModeRespMsg>("SetVideoModeRespMsg", 0, [](auto& m) { m.SetStatus(258); }, 20, "5006500: 00 65 00 00 00 00 00 05 00 00 00 07 01 02 00 00 00 00 00 00", "05 00 65 00 65 00 00 00 05 00 00 00 07 00 00 00 02 01 00 00", true, "", "   status  = 258\n"),
     row<GetVideoResolutionReqMsg>("GetVideoResolutionReqMsg", 103, [](auto& m) { (void)m; }, 16, "5006600: 00 66 00 00 00 00 00 05 00 00 00 07 00 00 00 00", "empty", true, "", ""),
-    row<GetVideoResolutionRespMsg>("GetVideoResolutionRespMsg", 0, [](auto& m) { setWords(m, {0, 1280, 720, 2, 30, 258}); }, 28, "5006700: 00 67 00 00 00 00 00 05 00 00 00 07 00 00 05 00 02 d0 00 02 00 1e 01 02 00 00 00 00", "05 00 67 00 67 00 00 00 05 00 00 00 07 00 00 00 00 00 00 05 d0 02 02 00 1e 00 02 01", false, "", "   status  = 0\n   horizontal = 1280\n   vertical   = 720\n   qualifier  = 2\n   hertz      = 30\n   sdp_std    = 258\n"),
+    row<GetVideoResolutionRespMsg>("GetVideoResolutionRespMsg", 0, [](auto& m) { m.SetStatus(0); m.SetHorizontal(1280); m.SetVertical(720); m.SetQualifier(2); m.SetHertz(30); m.SetSdpStd(258); }, 28, "5006700: 00 67 00 00 00 00 00 05 00 00 00 07 00 00 05 00 02 d0 00 02 00 1e 01 02 00 00 00 00", "05 00 67 00 67 00 00 00 05 00 00 00 07 00 00 00 00 00 00 05 d0 02 02 00 1e 00 02 01", false, "", "   status  = 0\n   horizontal = 1280\n   vertical   = 720\n   qualifier  = 2\n   hertz      = 30\n   sdp_std    = 258\n"),
     row<SetVideoResolutionReqMsg>("SetVideoResolutionReqMsg", 105, [](auto& m) { m.SetHorizontal(1280); m.SetVertical(720); m.SetQualifier(2); m.SetHertz(30); }, 24, "5006800: 00 68 00 00 00 00 00 05 00 00 00 07 05 00 02 d0 00 02 00 1e 00 00 00 00", "05 00 68 00 68 00 00 00 05 00 00 00 07 00 00 00 00 05 d0 02 02 00 1e 00", true, "", "   horizontal = 1280\n   vertical   = 720\n   qualifier  = 2\n   hertz      = 30\n"),
-    row<SetVideoResolutionRespMsg>("SetVideoResolutionRespMsg", 0, [](auto& m) { setWords(m, {258}); }, 20, "5006900: 00 69 00 00 00 00 00 05 00 00 00 07 01 02 00 00 00 00 00 00", "05 00 69 00 69 00 00 00 05 00 00 00 07 00 00 00 02 01 00 00", false, "", "   status  = 258\n"),
+    row<SetVideoResolutionRespMsg>("SetVideoResolutionRespMsg", 0, [](auto& m) { m.SetStatus(258); }, 20, "5006900: 00 69 00 00 00 00 00 05 00 00 00 07 01 02 00 00 00 00 00 00", "05 00 69 00 69 00 00 00 05 00 00 00 07 00 00 00 02 01 00 00", false, "", "   status  = 258\n"),
     row<StreamControlReqMsg>("StreamControlReqMsg", 107, [](auto& m) { m.SetControl(2); m.SetType(3); }, 20, "5006a00: 00 6a 00 00 00 00 00 05 00 00 00 07 00 02 00 03 00 00 00 00", "empty", true, "", "   control = 2\n   type    = 3\n"),
-    row<StreamControlRespMsg>("StreamControlRespMsg", 0, [](auto& m) { setWords(m, {258}); }, 20, "5006b00: 00 6b 00 00 00 00 00 05 00 00 00 07 01 02 00 00 00 00 00 00", "05 00 6b 00 6b 00 00 00 05 00 00 00 07 00 00 00 02 01 00 00", false, "", "   status  = 258\n"),
-    row<AdminControlReqMsg>("AdminControlReqMsg", 109, [](auto& m) { m.SetArg1(258); }, 28, "5006c00: 00 6c 00 00 00 00 00 05 00 00 00 07 00 02 01 02 00 00 00 00 00 00 00 00 00 00 00 00", "00 6c 00 05 00 6c 00 00 00 00 00 05 00 00 00 07 00 02 01 02 00 00 00 00 00 00 00 00", true, "   mtype   = 0x6c8005\n", "   control = 2\n   arg1    = 258\n   arg2    = 0\n   arg3    = 0\n   arg4    = 0\n"),
-    row<AdminControlRespMsg>("AdminControlRespMsg", 0, [](auto& m) { setWords(m, {258}); }, 20, "5006d00: 00 6d 00 00 00 00 00 05 00 00 00 07 01 02 00 00 00 00 00 00", "00 6d 00 05 00 6d 00 00 00 00 00 05 00 00 00 07 01 02 00 00", false, "   mtype   = 0x6d8005\n", "   status  = 258\n"),
+    row<StreamControlRespMsg>("StreamControlRespMsg", 0, [](auto& m) { m.SetStatus(258); }, 20, "5006b00: 00 6b 00 00 00 00 00 05 00 00 00 07 01 02 00 00 00 00 00 00", "05 00 6b 00 6b 00 00 00 05 00 00 00 07 00 00 00 02 01 00 00", false, "", "   status  = 258\n"),
+    row<AdminControlReqMsg>("AdminControlReqMsg", 109, [](auto& m) { m.SetArg1(258); m.SetArg2(2); m.SetArg3(3); m.SetArg4(4); }, 28, "5006c00: 00 6c 00 00 00 00 00 05 00 00 00 07 00 02 01 02 00 02 00 03 00 04 00 00 00 00 00 00", "00 6c 00 05 00 6c 00 00 00 00 00 05 00 00 00 07 00 02 01 02 00 02 00 03 00 04 00 00", true, "   mtype   = 0x6c8005\n", "   control = 2\n   arg1    = 258\n   arg2    = 2\n   arg3    = 3\n   arg4    = 4\n"),
+    row<AdminControlRespMsg>("AdminControlRespMsg", 0, [](auto& m) { m.SetStatus(258); }, 20, "5006d00: 00 6d 00 00 00 00 00 05 00 00 00 07 01 02 00 00 00 00 00 00", "00 6d 00 05 00 6d 00 00 00 00 00 05 00 00 00 07 01 02 00 00", false, "   mtype   = 0x6d8005\n", "   status  = 258\n"),
     row<TakeSnapshotReqMsg>("TakeSnapshotReqMsg", 111, [](auto& m) { m.SetSlot(7); m.SetScale(8); }, 20, "5006e00: 00 6e 00 00 00 00 00 05 00 00 00 07 00 07 00 08 00 00 00 00", "empty", true, "   mtype   = 0x6e8005\n", "   slot    = 7\n   scale   = 8\n"),
-    row<TakeSnapshotRespMsg>("TakeSnapshotRespMsg", 0, [](auto& m) { setWords(m, {258}); }, 20, "5006f00: 00 6f 00 00 00 00 00 05 00 00 00 07 01 02 00 00 00 00 00 00", "05 00 6f 00 6f 00 00 00 05 00 00 00 07 00 00 00 02 01 00 00", false, "   mtype   = 0x6f8005\n", "   status  = 258\n"),
+    row<TakeSnapshotRespMsg>("TakeSnapshotRespMsg", 0, [](auto& m) { m.SetStatus(258); }, 20, "5006f00: 00 6f 00 00 00 00 00 05 00 00 00 07 01 02 00 00 00 00 00 00", "05 00 6f 00 6f 00 00 00 05 00 00 00 07 00 00 00 02 01 00 00", false, "   mtype   = 0x6f8005\n", "   status  = 258\n"),
     row<SetLoggingModeReqMsg>("SetLoggingModeReqMsg", 0, [](auto& m) { m.SetOnOff(1); m.SetComponent(255); }, 20, "5007000: 00 70 00 00 00 00 00 05 00 00 00 07 00 01 00 ff 00 00 00 00", "05 00 70 00 70 00 00 00 05 00 00 00 07 00 00 00 01 00 ff 00", true, "", "   onoff   = 1\n   component = 255\n"),
     row<SetAudioSourceReqMsg>("SetAudioSourceReqMsg", 121, [](auto& m) { m.SetAudioSource(2); }, 20, "5007800: 00 78 00 00 00 00 00 05 00 00 00 07 00 02 00 00 00 00 00 00", "05 00 78 00 78 00 00 00 05 00 00 00 07 00 00 00 02 00 00 00", true, "", "   audiosrc = 2\n"),
-    row<SetAudioSourceRespMsg>("SetAudioSourceRespMsg", 0, [](auto& m) { setWords(m, {258}); }, 20, "5007900: 00 79 00 00 00 00 00 05 00 00 00 07 01 02 00 00 00 00 00 00", "05 00 79 00 79 00 00 00 05 00 00 00 07 00 00 00 02 01 00 00", true, "", "   status  = 258\n"),
+    row<SetAudioSourceRespMsg>("SetAudioSourceRespMsg", 0, [](auto& m) { m.SetStatus(258); }, 20, "5007900: 00 79 00 00 00 00 00 05 00 00 00 07 01 02 00 00 00 00 00 00", "05 00 79 00 79 00 00 00 05 00 00 00 07 00 00 00 02 01 00 00", true, "", "   status  = 258\n"),
   };
   return rows;
 }
@@ -121,9 +126,32 @@ TEST_F(Wire, EveryMessageHasItsBytesAndItsRendering) {
     const MsgPtr response(message->CreateResponse());
     EXPECT_EQ(response ? response->GetMsgType() : 0, row.answer);
     if (response == nullptr) continue;
-    const uint16_t status = static_cast<const MsgImage*>(response->image())->words[0];
-    EXPECT_EQ(status, row.answer == 109 ? 3 : 65535);
+    EXPECT_EQ(response->word(0), row.answer == 109 ? 3 : 65535);
   }
+}
+
+TEST_F(Wire, EveryFieldHasItsGetter) {
+  using Words = std::vector<int>;
+  const auto mode = numbered<SetVideoModeReqMsg>();
+  EXPECT_EQ(Words{mode.GetMode()}, Words{1});
+  const auto shown = numbered<GetVideoResolutionRespMsg>();
+  EXPECT_EQ((Words{shown.GetStatus(), shown.GetHorizontal(), shown.GetVertical(), shown.GetQualifier(),
+                   shown.GetHertz(), shown.GetSdpStd()}),
+            (Words{1, 2, 3, 4, 5, 6}));
+  const auto resolution = numbered<SetVideoResolutionReqMsg>();
+  EXPECT_EQ(
+      (Words{resolution.GetHorizontal(), resolution.GetVertical(), resolution.GetQualifier(), resolution.GetHertz()}),
+      (Words{1, 2, 3, 4}));
+  const auto stream = numbered<StreamControlReqMsg>();
+  EXPECT_EQ((Words{stream.GetControl(), stream.GetType()}), (Words{1, 2}));
+  const auto admin = numbered<AdminControlReqMsg>();
+  EXPECT_EQ((Words{admin.GetControl(), admin.GetArg1(), admin.GetArg2(), admin.GetArg3(), admin.GetArg4()}),
+            (Words{1, 2, 3, 4, 5}));
+  const auto snapshot = numbered<TakeSnapshotReqMsg>();
+  EXPECT_EQ((Words{snapshot.GetSlot(), snapshot.GetScale()}), (Words{1, 2}));
+  const auto logging = numbered<SetLoggingModeReqMsg>();
+  EXPECT_EQ((Words{logging.GetOnOff(), logging.GetComponent()}), (Words{1, 2}));
+  EXPECT_EQ(numbered<SetAudioSourceReqMsg>().GetAudioSource(), 1);
 }
 
 TEST_F(Wire, WhatIsDecodedIsWhatWasSent) {
