@@ -1,14 +1,15 @@
 #ifndef TEV_MESSAGING_ADMINCONTROLRESPMSG_H
 #define TEV_MESSAGING_ADMINCONTROLRESPMSG_H
 
-#include "messaging/ResponseOf.h"
+#include "messaging/MsgOf.h"
 
 /// Answers AdminControlReqMsg.
-class AdminControlRespMsg : public ResponseOf<AdminControlRespMsg> {
+class AdminControlRespMsg : public MsgOf<AdminControlRespMsg> {
 public:
   static const MsgLayout layout;
+  static constexpr size_t statusWord = 0;
 
-  using ResponseOf::ResponseOf;
+  using MsgOf::MsgOf;
   AdminControlRespMsg(); ///< status 3, until a reply overwrites it
 
   MsgObj* Create(const void* buffer) override; ///< also traces on the standard error stream

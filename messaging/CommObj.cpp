@@ -182,19 +182,21 @@ void CommObj::StopAll() {
 
 // ---- Receiving
 
+void CommObj::run() { runWhile(nullptr); }
+
 // Nothing with a destructor in this frame: the thread arrives here with asynchronous cancellation enabled.
-KR_UNWOUND_BY_CANCELLATION void CommObj::run() {
+KR_UNWOUND_BY_CANCELLATION void CommObj::runWhile(bool (*goOn)()) {
   const kr::CancelSetting before = kr::disableCancellation();
-  receiveLoop(before.state);
+  receiveLoop(before.state, goOn);
   kr::restoreCancellation(before);
 }
 
-[[gnu::noinline]] KR_UNWOUND_BY_CANCELLATION void CommObj::receiveLoop(int cancelState) {
+[[gnu::noinline]] KR_UNWOUND_BY_CANCELLATION void CommObj::receiveLoop(int cancelState, bool (*goOn)()) {
   const BlockingState handlers(cancelState);
   _pid = static_cast<uint16_t>(getpid());
   FloodGate unusable; // messages without a use
   char buffer[msgTypeSize + msgTextMax] = {};
-  for (;;) {
+  while (goOn == nullptr || goOn()) {
     if (receiveFromQueue(_queueId, buffer) < 0) {
       if (!handleReceiveFailure(errno, unusable)) return;
       continue;

@@ -96,11 +96,15 @@ public:
   /// thread.
   static void StopAll();
 
+protected:
+  /// run(), as long as `goOn`, which is called before each message is received, returns true.
+  void runWhile(bool (*goOn)());
+
 private:
   static constexpr int noDescriptor = -1;
 
   void enterTables();
-  void receiveLoop(int cancelState);
+  void receiveLoop(int cancelState, bool (*goOn)());
   bool handleReceiveFailure(int reason, FloodGate& unusable);
   bool readReply(MsgObj& reply);
   void openPipe();

@@ -1,14 +1,15 @@
 #ifndef TEV_MESSAGING_GETVIDEORESOLUTIONRESPMSG_H
 #define TEV_MESSAGING_GETVIDEORESOLUTIONRESPMSG_H
 
-#include "messaging/ResponseOf.h"
+#include "messaging/MsgOf.h"
 
 /// Answers GetVideoResolutionReqMsg.
-class GetVideoResolutionRespMsg : public ResponseOf<GetVideoResolutionRespMsg> {
+class GetVideoResolutionRespMsg : public MsgOf<GetVideoResolutionRespMsg> {
 public:
   static const MsgLayout layout;
+  static constexpr size_t statusWord = 0;
 
-  using ResponseOf::ResponseOf;
+  using MsgOf::MsgOf;
 
   /// Pixels.
   void SetHorizontal(unsigned short value) { setWord(1, value); }

@@ -19,7 +19,15 @@ public:
   MsgOf(unsigned long srcTid, unsigned long dstTid) : MsgObj(srcTid, dstTid, Self::layout.id) {
     setDefaults(Self::layout);
   }
+  MsgOf(unsigned long srcTid, unsigned long dstTid, unsigned short firstWord) : MsgOf(srcTid, dstTid) {
+    setWord(0, firstWord);
+  }
   explicit MsgOf(Exemplar exemplar) : MsgObj(exemplar, Self::layout.id) { setDefaults(Self::layout); }
+
+  /// Of a response that has one, which says so by a constant statusWord: what came of the request, by convention 0 for
+  /// success. protocol::statusUnset until it is set.
+  void SetStatus(unsigned short value) { setWord(Self::statusWord, value); }
+  unsigned short GetStatus() const { return word(Self::statusWord); }
 
   unsigned int size() const override { return Self::layout.size(); }
   MsgQOutStream& stream(MsgQOutStream& out) override { return out << *this; }

@@ -8,7 +8,7 @@
 
 namespace protocol {
 
-// ---- Tasks, and the ids of their queues, which are their task ids
+// ---- Tasks, the ids of their queues, which are their task ids, and the keys of the queues
 
 inline constexpr char consoleTask[] = "tCliAppTask"; ///< its id is that of the queue it gets
 inline constexpr char videoTask[] = "tVideoPhalTask";
@@ -19,6 +19,9 @@ constexpr int videoQueueId = 98307;
 constexpr int streamQueueId = 229383;
 constexpr int adminQueueId = 0;
 
+constexpr key_t videoQueueKey = 153001;
+constexpr key_t streamQueueKey = 153002;
+constexpr key_t adminQueueKey = 153003;
 constexpr key_t consoleQueueKey = 153191; ///< of the first shell; see shell/StartUp.cpp for further ones
 
 /// The named pipe on which a task receives replies: its name and its id.

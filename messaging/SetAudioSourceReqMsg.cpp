@@ -7,11 +7,6 @@ const MsgLayout SetAudioSourceReqMsg::layout = {
     /*restoresFlags*/ true, /*rendersMtype*/ false,      {{"audiosrc", 1}},
 };
 
-SetAudioSourceReqMsg::SetAudioSourceReqMsg(unsigned long srcTid, unsigned long dstTid, unsigned short audiosrc)
-    : MsgOf(srcTid, dstTid) {
-  SetAudioSource(audiosrc);
-}
-
 unsigned short SetAudioSourceReqMsg::MapString2AudioSource(const std::string& name) {
   using namespace protocol::audioSource;
   return name == "analog" ? analog : digital;

@@ -11,7 +11,6 @@ public:
   static const MsgLayout layout;
 
   using MsgOf::MsgOf;
-  SetAudioSourceReqMsg(unsigned long srcTid, unsigned long dstTid, unsigned short audiosrc);
 
   /// One of protocol::audioSource.
   void SetAudioSource(unsigned short value) { setWord(0, value); }

@@ -1,14 +1,15 @@
 #ifndef TEV_MESSAGING_SETAUDIOSOURCERESPMSG_H
 #define TEV_MESSAGING_SETAUDIOSOURCERESPMSG_H
 
-#include "messaging/ResponseOf.h"
+#include "messaging/MsgOf.h"
 
 /// Answers SetAudioSourceReqMsg.
-class SetAudioSourceRespMsg : public ResponseOf<SetAudioSourceRespMsg> {
+class SetAudioSourceRespMsg : public MsgOf<SetAudioSourceRespMsg> {
 public:
   static const MsgLayout layout;
+  static constexpr size_t statusWord = 0;
 
-  using ResponseOf::ResponseOf;
+  using MsgOf::MsgOf;
 
   int InvokeHandler(CommObj* receiver) override;
 };

@@ -7,11 +7,6 @@ const MsgLayout SetVideoModeReqMsg::layout = {
     /*restoresFlags*/ true, /*rendersMtype*/ false,    {{"mode", 3}},
 };
 
-SetVideoModeReqMsg::SetVideoModeReqMsg(unsigned long srcTid, unsigned long dstTid, unsigned short mode)
-    : MsgOf(srcTid, dstTid) {
-  SetMode(mode);
-}
-
 unsigned short SetVideoModeReqMsg::MapString2Mode(const std::string& name) {
   using namespace protocol::videoMode;
   static constexpr struct {

@@ -11,7 +11,6 @@ public:
   static const MsgLayout layout;
 
   using MsgOf::MsgOf;
-  SetVideoModeReqMsg(unsigned long srcTid, unsigned long dstTid, unsigned short mode);
 
   /// One of protocol::videoMode.
   void SetMode(unsigned short value) { setWord(0, value); }

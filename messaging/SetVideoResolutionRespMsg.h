@@ -1,14 +1,15 @@
 #ifndef TEV_MESSAGING_SETVIDEORESOLUTIONRESPMSG_H
 #define TEV_MESSAGING_SETVIDEORESOLUTIONRESPMSG_H
 
-#include "messaging/ResponseOf.h"
+#include "messaging/MsgOf.h"
 
 /// Answers SetVideoResolutionReqMsg.
-class SetVideoResolutionRespMsg : public ResponseOf<SetVideoResolutionRespMsg> {
+class SetVideoResolutionRespMsg : public MsgOf<SetVideoResolutionRespMsg> {
 public:
   static const MsgLayout layout;
+  static constexpr size_t statusWord = 0;
 
-  using ResponseOf::ResponseOf;
+  using MsgOf::MsgOf;
 
   int InvokeHandler(CommObj* receiver) override;
 };

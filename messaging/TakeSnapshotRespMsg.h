@@ -1,14 +1,15 @@
 #ifndef TEV_MESSAGING_TAKESNAPSHOTRESPMSG_H
 #define TEV_MESSAGING_TAKESNAPSHOTRESPMSG_H
 
-#include "messaging/ResponseOf.h"
+#include "messaging/MsgOf.h"
 
 /// Answers TakeSnapshotReqMsg.
-class TakeSnapshotRespMsg : public ResponseOf<TakeSnapshotRespMsg> {
+class TakeSnapshotRespMsg : public MsgOf<TakeSnapshotRespMsg> {
 public:
   static const MsgLayout layout;
+  static constexpr size_t statusWord = 0;
 
-  using ResponseOf::ResponseOf;
+  using MsgOf::MsgOf;
 
   MsgObj* Create(const void* buffer) override; ///< also traces on the standard error stream
   int InvokeHandler(CommObj* receiver) override;

@@ -20,14 +20,13 @@ struct ServiceTask {
   int queueId; // fixed, and known to all senders
   int queueKey;
 };
-inline constexpr std::array<ServiceTask, 3> serviceTasks = {{{protocol::videoTask, protocol::videoQueueId, 153001},
-                                                             {protocol::streamTask, protocol::streamQueueId, 153002},
-                                                             {protocol::adminTask, protocol::adminQueueId, 153003}}};
+inline constexpr std::array<ServiceTask, 3> serviceTasks = {
+    {{protocol::videoTask, protocol::videoQueueId, protocol::videoQueueKey},
+     {protocol::streamTask, protocol::streamQueueId, protocol::streamQueueKey},
+     {protocol::adminTask, protocol::adminQueueId, protocol::adminQueueKey}}};
 
 /// The exit status of a task that ends because of ServiceFault::dies.
 constexpr int injectedDeathStatus = 42;
-/// The id of the message that ends a task. Queues keep the order, so the task first serves what was sent before.
-constexpr unsigned short endMessageId = 65534;
 
 inline constexpr char snapshotPath[] = "/opt/tev/user/snapshots";
 inline constexpr char firmwareVersion[] = "v" TEV_SIM_FIRMWARE;

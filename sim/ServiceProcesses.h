@@ -15,14 +15,14 @@ namespace sim {
 
 class ServiceProcesses {
 public:
-  /// Creates the queues, starts `program` once per task and returns when all are ready. Throws std::runtime_error.
+  /// Starts `program` once per task and returns when all have their queues. Throws std::runtime_error.
   ServiceProcesses(Program program, const std::map<std::string, ServiceFault>& faults, BoardLog& log);
 
   /// To be called for each child process that has ended. Restarts a task, unless end() was called or the task has ended
   /// unexpectedly too often.
   void childEnded(pid_t child, int status);
 
-  /// Asks each task to end after it has served the messages in its queue. Kills a task that cannot be asked.
+  /// Asks each task to end, which first serves the messages in its queue. Kills a task whose queue is full.
   void end();
   bool allEnded() const;
   /// Kills those that still run.
@@ -35,7 +35,7 @@ private:
     int crashes = 0;
   };
 
-  void start(Process& process, int ready);
+  void start(Process& process);
   void startFirst(Process& process);
 
   Program _program;

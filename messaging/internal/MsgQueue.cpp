@@ -1,11 +1,14 @@
 #include "messaging/internal/MsgQueue.h"
 
 #include "messaging/internal/Blocking.h"
+#include "platform/Descriptor.h"
 #include "platform/internal/Uncancelled.h"
 
 #include <cerrno>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
+#include <fcntl.h>
 #include <pthread.h>
 #include <sys/ipc.h>
 #include <sys/msg.h>
@@ -30,7 +33,45 @@ bool isOwn(int queueId) {
          (about.msg_perm.mode & 0777U & ~static_cast<unsigned>(ownerAndGroup)) == 0;
 }
 
+constexpr int idTriesMax = 10; // while others choose an id, too
+
+// Chooses the id of the next queue. Returns 0 or an errno.
+int chooseNextId(int id) {
+  const kr::Descriptor next(open("/proc/sys/kernel/msg_next_id", O_WRONLY | O_CLOEXEC));
+  if (!next) return errno;
+  char number[16];
+  const int length = std::snprintf(number, sizeof number, "%d", id);
+  return write(next.get(), number, static_cast<size_t>(length)) == length ? 0 : errno;
+}
+
 } // namespace
+
+int obtainQueueWithId(int id, key_t key) {
+  if (key == IPC_PRIVATE) {
+    errno = EINVAL;
+    return -1;
+  }
+  int found = msgget(key, ownerAndGroup);
+  if (found < 0 && errno != ENOENT) return -1;
+  if (found == id) return 0;
+  errno = EEXIST;
+  if (found >= 0) return -1;
+  for (int tries = 0; tries < idTriesMax; ++tries) {
+    const int refusal = chooseNextId(id);
+    found = msgget(key, IPC_CREAT | IPC_EXCL | ownerAndGroup);
+    if (found == id) return 0;
+    if (found < 0) return -1;
+    if (msgctl(found, IPC_RMID, nullptr) != 0) return -1;
+    errno = refusal != 0 ? refusal : EEXIST;
+    if (refusal != 0) return -1;
+  }
+  return -1;
+}
+
+size_t messagesInQueue(int queueId) {
+  struct msqid_ds about {};
+  return msgctl(queueId, IPC_STAT, &about) == 0 ? about.msg_qnum : 0;
+}
 
 int obtainQueue(key_t key, bool ownOnly, QueueOrigin& origin) {
   origin = key != IPC_PRIVATE ? QueueOrigin::keyed : QueueOrigin::unkeyed;

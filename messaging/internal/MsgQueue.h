@@ -29,6 +29,14 @@ constexpr size_t msgTextMax = 512; ///< longest text that is received
 /// a key is made. Returns the queue's id, or -1 with msgget's errno.
 [[nodiscard]] int obtainQueue(key_t key, bool ownOnly, QueueOrigin& origin);
 
+/// Makes the queue with that key and that id, mode 0660, unless it exists. The id is chosen by
+/// /proc/sys/kernel/msg_next_id. Returns 0, or -1 with errno: EEXIST if another queue has the id or the key; EINVAL for
+/// IPC_PRIVATE; that of opening or writing msg_next_id if that failed and the queue got another id; or msgget's.
+[[nodiscard]] int obtainQueueWithId(int id, key_t key);
+
+/// Number of messages in a queue; 0 for one that is gone or cannot be read. For signal handlers, too.
+[[nodiscard]] size_t messagesInQueue(int queueId);
+
 /// Removes the next message, of any length, from the queue. Does not block. Returns 0, or -1
 /// with msgrcv's errno.
 [[nodiscard]] int dropFromQueue(int queueId);
