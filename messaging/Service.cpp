@@ -91,6 +91,11 @@ Service::Service(const char* taskName, int queueId, key_t queueKey) : Service(qu
   // Before the queue exists: whoever finds it may end the service. These fail only for signals that do not exist.
   for (size_t i = 0; i < std::size(endingSignals); ++i)
     (void)sigaction(endingSignals[i], &action, &actionsBefore[i]);
+  sigset_t unblocked;
+  (void)sigemptyset(&unblocked);
+  for (const int number : endingSignals)
+    (void)sigaddset(&unblocked, number);
+  (void)pthread_sigmask(SIG_UNBLOCK, &unblocked, nullptr);
   _active = true;
 
   if (obtainQueueWithId(queueId, queueKey) != 0) {

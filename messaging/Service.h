@@ -41,7 +41,8 @@ class Service {
 public:
   /// Makes the queue with that id and key, mode 0660, or takes over the one that an earlier process left, with what is
   /// in it; and the pipe "/tmp/<task name>.<queue id>". From here on SIGTERM and SIGINT end Run(), not the process.
-  /// `taskName` is cut to 23 characters, `queueKey` must not be IPC_PRIVATE. Throws std::bad_alloc.
+  /// Both are unblocked: who starts a service with them blocked can end it at any moment. `taskName` is cut to 23
+  /// characters, `queueKey` must not be IPC_PRIVATE. Throws std::bad_alloc.
   ///
   /// The id of a new queue is chosen by /proc/sys/kernel/msg_next_id, which takes CAP_CHECKPOINT_RESTORE or root.
   /// Where that is missing, the order decides in which all queues since the boot are made.

@@ -231,7 +231,7 @@ void BoardLoop::passSignals() {
   int number = 0;
   if (recv(_channel.get(), &number, sizeof number, 0) == sizeof number) {
     if (_command > 0) (void)kill(_command, number); // fails only if it has just ended
-  } else { // tev-sim was killed
+  } else {                                          // tev-sim was killed
     killAll();
     _exit(128 + SIGKILL); // ends the namespaces
   }
@@ -260,7 +260,10 @@ int runBoard(const Options& options, BoardInputs inputs) {
   std::vector<std::string> words = options.command;
   if (words.empty()) words = {directory + "/../shell/tev-cli"};
   const Program program = options.probe ? Program() : findProgram(words[0]);
-  Program service = findProgram(options.services.empty() ? directory + "/tev-service" : options.services);
+  std::map<std::string, Program> programs;
+  programs[""] = findProgram(directory + "/tev-service");
+  for (const auto& [task, name] : options.services)
+    programs[task] = findProgram(name);
   const std::string workingDirectory = currentDirectory();
 
   mountDirectories(options);
@@ -271,7 +274,7 @@ int runBoard(const Options& options, BoardInputs inputs) {
   Board board(options.board, log);
   // Before the nodes: the constructor waits for the tasks, nodes are not served meanwhile, and an emulator reads
   // /sys when it starts.
-  ServiceProcesses services(std::move(service), options.board.faults.services, log);
+  ServiceProcesses services(std::move(programs), options.board.faults.services, log);
   const std::unique_ptr<NodeServer> nodes = makeNodes(options, board, log);
   BoardLoop session(board, *nodes, services, inputs.channel);
   if (options.probe) return 0;

@@ -41,8 +41,9 @@ Making the board different (PATH is a node or tool of the board, or an ending th
                           task is stopped and its queue is full; absent: there is neither task nor queue
   --service-faults SEED:PERCENT
                           so many of all replies are faulty; the same seed gives the same faults
-  --service-program PROGRAM
-                          the service tasks are run by this program, one that was built for a board for instance
+  --service-program [NAME=]PROGRAM
+                          the service tasks, or the one with this name, are run by this program: one that was built for
+                          a board, or a service of your own
   --read-only-tmp         an empty /tmp in which nothing can be created
   --shared-tmp            the machine's /tmp instead of an empty one for this command only (--private-tmp)
 
@@ -117,15 +118,26 @@ std::string setTool(Options& options, const std::string& value) {
   return "";
 }
 
+bool isService(const std::string& name) {
+  return std::any_of(serviceTasks.begin(), serviceTasks.end(),
+                     [&](const ServiceTask& task) { return name == task.name; });
+}
+
 std::string setService(Options& options, const std::string& value) {
   const size_t equals = value.find('=');
   const std::string name = value.substr(0, equals);
   const std::string fault = equals == value.npos ? "" : value.substr(equals + 1);
-  const auto isName = [&](const ServiceTask& task) { return name == task.name; };
-  if (std::none_of(serviceTasks.begin(), serviceTasks.end(), isName)) return "there is no service " + name;
+  if (!isService(name)) return "there is no service " + name;
   const std::optional<ServiceFault> parsed = ServiceFault::parse(fault);
   if (!parsed) return "--service wants NAME=silent, late:MS, short, split, garbage, dies, full or absent";
   options.board.faults.services[name] = *parsed;
+  return "";
+}
+
+std::string setServiceProgram(Options& options, const std::string& value) {
+  const std::string name = value.substr(0, value.find('='));
+  const bool one = isService(name) && name != value;
+  options.services[one ? name : ""] = one ? value.substr(name.size() + 1) : value;
   return "";
 }
 
@@ -169,7 +181,7 @@ const std::vector<Option>& knownOptions() {
       {"--tool", true, setTool},
       {"--service", true, setService},
       {"--service-faults", true, setServiceFaults},
-      textOption("--service-program", &Options::services),
+      {"--service-program", true, setServiceProgram},
       {"--nodes", true, setNodeKind},
       pathOption("--missing", &Faults::missing),
       pathOption("--read-only", &Faults::readOnly),

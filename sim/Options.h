@@ -4,6 +4,7 @@
 
 #include "sim/Board.h"
 
+#include <map>
 #include <string>
 #include <variant>
 #include <vector>
@@ -19,8 +20,8 @@ struct Options {
   Tmp tmp = Tmp::own;
   std::string logFile; // empty: none
   std::string dumpFile;
-  std::string snapshots; // empty: in the board's memory only
-  std::string services;  // program of the service tasks; empty: from the build tree
+  std::string snapshots;                       // empty: in the board's memory only
+  std::map<std::string, std::string> services; // programs by the names of tasks; "" for the others
   bool logTimes = false;
   bool probe = false;
   bool status = false; // print a running board

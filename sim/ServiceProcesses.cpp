@@ -58,8 +58,9 @@ std::string errorOutput(const ServiceTask& task) {
 
 } // namespace
 
-ServiceProcesses::ServiceProcesses(Program program, const std::map<std::string, ServiceFault>& faults, BoardLog& log)
-    : _program(std::move(program)), _log(log) {
+ServiceProcesses::ServiceProcesses(std::map<std::string, Program> programs,
+                                   const std::map<std::string, ServiceFault>& faults, BoardLog& log)
+    : _programs(std::move(programs)), _log(log) {
   for (const ServiceTask& task : serviceTasks) {
     const auto found = faults.find(task.name);
     const ServiceFault::Kind fault = found != faults.end() ? found->second.kind : ServiceFault::none;
@@ -95,10 +96,12 @@ void ServiceProcesses::start(Process& process) {
   const kr::Descriptor nothing(open("/dev/null", O_RDONLY | O_CLOEXEC));
   const kr::Descriptor file(open(errorFile(*process.task).c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644));
   if (dup2(nothing.get(), 0) < 0 || dup2(file.get(), 1) < 0 || dup2(file.get(), 2) < 0) _exit(126);
-  sigset_t none;
-  (void)sigemptyset(&none); // neither this nor the next can fail
-  (void)sigprocmask(SIG_SETMASK, &none, nullptr);
-  startProgram(_program, {"tev-service", process.task->name});
+  sigset_t term;
+  (void)sigemptyset(&term); // none of these three can fail
+  (void)sigaddset(&term, SIGTERM);
+  (void)sigprocmask(SIG_SETMASK, &term, nullptr); // until the task can be ended by it
+  const auto own = _programs.find(process.task->name);
+  startProgram(own != _programs.end() ? own->second : _programs.at(""), {"tev-service", process.task->name});
 }
 
 void ServiceProcesses::childEnded(pid_t child, int status) {

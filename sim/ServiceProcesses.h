@@ -8,6 +8,7 @@
 
 #include <map>
 #include <optional>
+#include <string>
 #include <sys/types.h>
 #include <vector>
 
@@ -15,8 +16,10 @@ namespace sim {
 
 class ServiceProcesses {
 public:
-  /// Starts `program` once per task and returns when all have their queues. Throws std::runtime_error.
-  ServiceProcesses(Program program, const std::map<std::string, ServiceFault>& faults, BoardLog& log);
+  /// Starts the program of each task, or the one of "", and returns when all have their queues. Throws
+  /// std::runtime_error.
+  ServiceProcesses(std::map<std::string, Program> programs, const std::map<std::string, ServiceFault>& faults,
+                   BoardLog& log);
 
   /// To be called for each child process that has ended. Restarts a task, unless end() was called or the task has ended
   /// unexpectedly too often.
@@ -38,7 +41,7 @@ private:
   void start(Process& process);
   void startFirst(Process& process);
 
-  Program _program;
+  std::map<std::string, Program> _programs;
   BoardLog& _log;
   std::vector<Process> _processes;
   bool _ending = false;

@@ -121,6 +121,7 @@ Outcome play(Session session) {
 }
 
 std::string whyNotPlayable(Session session) {
+  (void)setenv("TEV_STREAM_SERVICE", TEV_STREAM_SERVICE_PATH, 0); // is in options
   trial::Child probe({"sh", "-c", tevSim() + " --probe " + session["options"]}, Streams::output);
   const std::string reason = probe.readTo();
   return probe.wait() == 0 ? "" : "no stand-in appliance here: " + reason;
