@@ -68,3 +68,18 @@ install(FILES ${PROJECT_BINARY_DIR}/tevConfig.cmake ${PROJECT_BINARY_DIR}/tevCon
 file(RELATIVE_PATH to_prefix /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 configure_file(packaging/dev/tev.pc.in ${PROJECT_BINARY_DIR}/tev.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/tev.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev EXCLUDE_FROM_ALL)
+
+# ---- Packages
+
+foreach(component runtime dev)
+  set(name libtev-dev)
+  if(component STREQUAL "runtime")
+    set(name libtev${TEV_SOVERSION})
+  endif()
+  install(FILES ${PROJECT_BINARY_DIR}/changelog.gz packaging/copyright
+    DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/${name} COMPONENT ${component} EXCLUDE_FROM_ALL)
+endforeach()
+install(FILES docs/services.md DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/libtev-dev COMPONENT dev EXCLUDE_FROM_ALL)
+install(DIRECTORY examples/stream-service DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/libtev-dev/examples
+  COMPONENT dev EXCLUDE_FROM_ALL)
+configure_file(packaging/dev/cpack.cmake.in ${PROJECT_BINARY_DIR}/CPackDevConfig.cmake @ONLY)

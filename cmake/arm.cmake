@@ -1,7 +1,7 @@
 # Common to the boards: Debian's cross compilers, and Debian's emulator for what is built to run on this machine.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR arm)
-set(CMAKE_INSTALL_LIBDIR lib/${TEV_TRIPLET} CACHE PATH "Debian's place for libraries of several architectures")
+set(CMAKE_INSTALL_LIBDIR lib/${TEV_TRIPLET}) # as Debian has it
 set(CMAKE_C_COMPILER ${TEV_TRIPLET}-gcc)
 set(CMAKE_CXX_COMPILER ${TEV_TRIPLET}-g++)
 set(CMAKE_FIND_ROOT_PATH /usr/${TEV_TRIPLET})
