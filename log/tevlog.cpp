@@ -85,7 +85,9 @@ public:
   }
 };
 
-tevlog::tevlog(const char* filename) : _filename(filename), _stream(new LogFile(_filename.c_str())), _enabled(false) {}
+tevlog::tevlog(const char* filename)
+    : _filename(filename != nullptr ? filename : ""), _stream(filename != nullptr ? new LogFile(filename) : nullptr),
+      _enabled(false) {}
 
 tevlog::~tevlog() {
   std::lock_guard<std::mutex> lock(logMutex);
@@ -113,9 +115,6 @@ tevlog& tevlog::operator=(tevlog& other) {
 bool tevlog::IsEnabled() const { return LogStep::isEnabled(*this); }
 
 int tevlog::Failure() const { return LogStep::failure(*this); }
-
-// Before all other static objects of the program: prototypes of messages write to it when they register.
-[[gnu::init_priority(200)]] tevlog log("/tmp/transient.log");
 
 void initlog(const char* filename) {
   try {

@@ -23,7 +23,7 @@ public:
   /// Creates or empties the file `filename` (of any length) and owns the stream on it. The log starts
   /// disabled. Only a regular file of the effective user's, with one name, which no other process writes as a log, is
   /// opened; no link is followed, and nothing blocks. A file that cannot be opened is not an error: what is written is
-  /// lost, and Failure() says why. Throws std::bad_alloc.
+  /// lost, and Failure() says why. Null: no file. Throws std::bad_alloc.
   explicit tevlog(const char* filename);
 
   /// Closes the file, if this object still owns one.
@@ -38,9 +38,9 @@ public:
   /// Whether output is written.
   [[nodiscard]] bool IsEnabled() const;
 
-  /// Why this log has no file: 0 if it has one; EBADF if it was assigned to another log; EBUSY if another process
-  /// writes a log of that name; EEXIST if there is something else under that name: no regular file, one of another
-  /// user, or one with several names; otherwise the system's errno.
+  /// Why this log has no file: 0 if it has one; EBADF if it was made without or assigned to another log; EBUSY if
+  /// another process writes a log of that name; EEXIST if there is something else under that name: no regular file, one
+  /// of another user, or one with several names; otherwise the system's errno.
   [[nodiscard]] int Failure() const;
 
 private:
@@ -54,7 +54,8 @@ private:
   bool _enabled;
 };
 
-/// The trace log of the process. Before main it is on "/tmp/transient.log", disabled; initlog gives it its real file.
+/// The trace log of the process. Before main it is on "/tmp/transient.log", disabled; initlog gives it its real file. A
+/// program that wants no trace log defines it itself, without a file; the library's is then not linked.
 extern tevlog log;
 
 /// Switches tev::log to a new file, created or emptied. The log is disabled afterwards. When memory runs out nothing

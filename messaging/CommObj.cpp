@@ -24,7 +24,6 @@
 
 namespace {
 
-constexpr int replyTimeoutMs = 3000;
 constexpr int drainCheckMs = 1;
 constexpr int readsMax = 3; // calls made to get a reply, or to drain the pipe
 
@@ -293,7 +292,7 @@ MsgObj* CommObj::ReadReplyMsg(MsgObj* request) {
 
 // Fills `reply` from the pipe. False if that did not work out, which is logged.
 bool CommObj::readReply(MsgObj& reply) {
-  const int ready = waitReadable(_pipeFd, replyTimeoutMs);
+  const int ready = waitReadable(_pipeFd, protocol::replyTimeoutMs);
   if (ready < 0) {
     const int reason = errno;
     tev::log << "CommObj::ReadReplyMsg(): select(...) error: errno= " << reason << tev::endl;

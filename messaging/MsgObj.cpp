@@ -106,11 +106,11 @@ void MsgObj::decodeFrom(const void* buffer, const MsgLayout& layout) {
     setWord(i, get16(bytes + wordsAt + 2 * i));
 }
 
-void MsgObj::writeTo(const MsgQOutStream& out, const MsgLayout& layout) const {
+void MsgObj::writeTo(MsgQOutStream& out, const MsgLayout& layout) const {
   unsigned char buffer[stagingSize];
   encodeTo(buffer, layout);
   // Sending is silent: a request that did not go out ends with the time-out of its reply.
-  (void)sendToQueue(out.GetMsgQId(), buffer, layout.size());
+  out.SetFailure(sendToQueue(out.GetMsgQId(), buffer, layout.size()) == 0 ? 0 : errno);
 }
 
 void MsgObj::writeTo(const PipeOutStream& out, const MsgLayout& layout) const {

@@ -100,7 +100,8 @@ public:
   /// Acts on the message, on the thread of the endpoint that received it.
   virtual int InvokeHandler(CommObj* receiver) = 0;
 
-  /// Writes the message to a queue or pipe. Failures are silent. Returns the stream.
+  /// Writes the message to a queue or pipe. Failures are silent; that of a queue is kept in the stream. Returns the
+  /// stream.
   virtual MsgQOutStream& stream(MsgQOutStream& out) = 0;
   virtual PipeOutStream& stream(PipeOutStream& out) = 0;
 
@@ -149,7 +150,7 @@ protected:
 
   // The shared mechanism, driven by a class's layout.
   void encodeTo(void* buffer, const MsgLayout& layout) const; ///< fills the queue form, 4 + size() bytes
-  void writeTo(const MsgQOutStream& out, const MsgLayout& layout) const;
+  void writeTo(MsgQOutStream& out, const MsgLayout& layout) const;
   void writeTo(const PipeOutStream& out, const MsgLayout& layout) const;
   void renderTo(tev::tevlog& out, const MsgLayout& layout) const;
   void decodeFrom(const void* buffer, const MsgLayout& layout); ///< header and payload of a queue form

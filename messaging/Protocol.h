@@ -27,6 +27,8 @@ constexpr key_t consoleQueueKey = 153191; ///< of the first shell; see shell/Sta
 /// The named pipe on which a task receives replies: its name and its id.
 inline constexpr char replyPipeFormat[] = "/tmp/%s.%d";
 
+constexpr int replyTimeoutMs = 3000; ///< how long the sender of a synchronous request waits for its reply
+
 // ---- Messages. Requests are even, a response is its request's id plus one.
 
 enum MessageId : uint16_t {
