@@ -1,6 +1,7 @@
 #include "commands/AudioSourceCmd.h"
 
 #include "commands/Console.h"
+#include "commands/Report.h"
 #include "commands/ServiceRequest.h"
 #include "commands/Words.h"
 #include "messaging/SetAudioSourceReqMsg.h"
@@ -10,8 +11,9 @@
 bool AudioSourceCmd::operator()(const ArgVec& args) {
   const ServiceProxies proxies(protocol::videoTask);
   if (isQuery(args)) {
-    printLine(std::cerr, "audio-source: get - TBD"); // no message asks for the current source
-  } else if (args.size() == 2 && isOneOf(args[1], {"digital", "analog"})) {
+    Report::present->notThere("the current source"); // no message asks for it
+    printLine(std::cerr, "audio-source: get - TBD");
+  } else if (args.size() == 2 && isOneOf(args[1], "digital|analog")) {
     ServiceRequest<SetAudioSourceReqMsg> request(proxies);
     request->SetAudioSource(SetAudioSourceReqMsg::MapString2AudioSource(args[1]));
     request.exchange();

@@ -6,7 +6,7 @@
 #include <string>
 
 /// Runs `tool`, the path of a board tool, through the system shell, with the console as its standard streams, and waits
-/// for its end. Returns false if it could not be run at all; the tool's own exit status is not looked at.
+/// for its end. Returns false if it could not be run at all; the tool's own exit status is only reported (Report.h).
 [[nodiscard]] bool runBoardTool(const std::string& tool);
 
 /// The same with `word` as the tool's only argument, exactly as typed, with any characters. A command line of

@@ -1,7 +1,8 @@
-// What every shell command is. The shell keeps commands in its registry and calls them.
+// What every command is. Programs keep commands in a registry and call them.
 #ifndef TEV_COMMANDS_CMDFUNCTOR_H
 #define TEV_COMMANDS_CMDFUNCTOR_H
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -26,5 +27,8 @@ public:
   /// The summary in the short help listing.
   virtual const char* getshort() = 0;
 };
+
+/// Commands by key, in byte order, which is the order of every help listing.
+using CmdMap = std::map<std::string, CmdFunctor*>;
 
 #endif

@@ -11,6 +11,14 @@ void print(std::ostream& out, std::string_view text) {
 
 void printLine(std::ostream& out, std::string_view text) { print(out, std::string(text) + '\n'); }
 
+void fillStandardDescriptors() {
+  int fd = 0;
+  do {
+    fd = open("/dev/null", O_RDWR);
+  } while (fd >= 0 && fd <= STDERR_FILENO);
+  if (fd >= 0) (void)close(fd); // all standard descriptors are open
+}
+
 unsigned waitForConsole() {
   unsigned changed = 0;
   for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {

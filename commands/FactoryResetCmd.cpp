@@ -29,7 +29,7 @@ int putSnFailed(const char* reason) {
 } // namespace
 
 bool FactoryResetCmd::operator()(const ArgVec& args) {
-  if (args.size() != 2 || !isOneOf(args[1], {"config", "firmware"})) {
+  if (args.size() != 2 || !isOneOf(args[1], "config|firmware")) {
     printIncorrectParameters(getkey(), getshort());
     return false;
   }

@@ -2,10 +2,13 @@
 #define TEV_COMMANDS_FACTORYRESETCMD_H
 
 #include "commands/CmdFunctor.h"
+#include "commands/Form.h"
 
 /// `factory`: asks for the configuration or the firmware to go back to factory defaults.
 class FactoryResetCmd : public CmdFunctor {
 public:
+  static constexpr Form forms[] = {{"config|firmware", Form::changes}};
+
   bool operator()(const ArgVec& args) override;
   const char* getkey() override;
   const char* getlong() override;

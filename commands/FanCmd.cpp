@@ -2,6 +2,7 @@
 
 #include "commands/Console.h"
 #include "commands/Node.h"
+#include "commands/Report.h"
 #include "commands/Words.h"
 
 #include <cstdint>
@@ -32,7 +33,9 @@ std::optional<int32_t> showSettingAndCount() {
   const Node tachLow(tachLowNode, O_RDONLY);
   const Node tachHigh(tachHighNode, O_RDONLY);
   if (!speed.isOpen() || !tachLow.isOpen() || !tachHigh.isOpen()) return std::nullopt;
-  printLine(std::cout, "fan setting [0-63]: " + std::to_string(decimalIn(speed.read(3))));
+  const int setting = decimalIn(speed.read(3));
+  Report::present->number("setting", setting);
+  printLine(std::cout, "fan setting [0-63]: " + std::to_string(setting));
   const uint32_t low = hexIn(tachLow.read(5));
   const uint32_t high = hexIn(tachHigh.read(5));
   return static_cast<int32_t>((high << 8) + low);
@@ -45,10 +48,12 @@ void showStatus() {
     return;
   }
   if (*count == 0) {
+    Report::present->notThere("the tachometer's count");
     printLine(std::cerr, "error: tachometer count is 0; make sure tachometer count is enabled!");
     return;
   }
   const int rpm = static_cast<int>(tachCountToRpm / static_cast<float>(*count));
+  Report::present->number("rpm", rpm);
   printLine(std::cout, "fan rpm: " + std::to_string(rpm));
 }
 

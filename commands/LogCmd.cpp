@@ -1,11 +1,8 @@
 #include "commands/LogCmd.h"
 
-#include "commands/Console.h"
 #include "commands/ServiceRequest.h"
 #include "commands/Words.h"
 #include "messaging/SetLoggingModeReqMsg.h"
-
-#include <iostream>
 
 namespace {
 
@@ -20,11 +17,11 @@ void switchLogging(bool on) {
 
 bool LogCmd::operator()(const ArgVec& args) {
   if (args.size() < 3) {
-    printLine(std::cerr, "log: insufficient args");
-  } else if (!isOneOf(args[1], {"enable", "disable"})) {
-    printLine(std::cerr, "log: unsupported choice[" + args[1] + "]");
+    printWrongWords("log: insufficient args");
+  } else if (!isOneOf(args[1], "enable|disable")) {
+    printWrongWords("log: unsupported choice[" + args[1] + "]");
   } else if (args[2] != "all") {
-    printLine(std::cerr, "log: unsupported component[" + args[2] + "]");
+    printWrongWords("log: unsupported component[" + args[2] + "]");
   } else {
     switchLogging(args[1] == "enable");
   }

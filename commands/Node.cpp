@@ -1,36 +1,47 @@
 #include "commands/Node.h"
 
 #include "commands/Console.h"
+#include "commands/Report.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
 #include <iostream>
 #include <unistd.h>
 
-Node::Node(const char* path, int flags) : _file(open(path, flags | O_CLOEXEC)) {}
+Node::Node(const char* path, int flags) : _path(path), _file(open(path, flags | O_CLOEXEC)) {
+  if (!isOpen()) Report::present->systemFailed(_path, errno);
+}
 
 std::string Node::read(size_t size) const {
   char buffer[readSizeMax + 1] = {};
   const ssize_t got = ::read(_file.get(), buffer, std::min(size, readSizeMax));
+  if (got < 0) Report::present->systemFailed(_path, errno);
   return got > 0 ? buffer : "";
 }
 
 void Node::write(std::string_view text) const {
   const ssize_t written = ::write(_file.get(), text.data(), text.size());
-  (void)written;
+  if (written != static_cast<ssize_t>(text.size())) Report::present->systemFailed(_path, written < 0 ? errno : EIO);
 }
 
 void printNodeNotFound(std::string_view path) {
   printLine(std::cerr, "error: couldn't find node [" + std::string(path) + "] on the system");
 }
 
-int decimalIn(const std::string& text) {
-  int value = 0;
-  return std::sscanf(text.c_str(), "%d", &value) == 1 ? value : 0;
+namespace {
+
+template <class Number>
+Number numberIn(const std::string& text, const char* format) {
+  Number value = 0;
+  if (std::sscanf(text.c_str(), format, &value) == 1) return value;
+  Report::present->notThere("a number");
+  return 0;
 }
 
-unsigned int hexIn(const std::string& text) {
-  unsigned int value = 0;
-  return std::sscanf(text.c_str(), "%x", &value) == 1 ? value : 0;
-}
+} // namespace
+
+int decimalIn(const std::string& text) { return numberIn<int>(text, "%d"); }
+
+unsigned int hexIn(const std::string& text) { return numberIn<unsigned int>(text, "%x"); }

@@ -2,6 +2,7 @@
 
 #include "commands/Console.h"
 #include "commands/Node.h"
+#include "commands/Report.h"
 #include "commands/ServiceRequest.h"
 #include "commands/Words.h"
 #include "messaging/StreamControlReqMsg.h"
@@ -27,7 +28,9 @@ void showStatus() {
     printLine(std::cerr, "error: couldn't determine the streaming status");
     return;
   }
-  printLine(std::cout, streaming.read(2).substr(0, 1) == "1" ? "streaming is: on" : "streaming is: off");
+  const bool on = streaming.read(2).substr(0, 1) == "1";
+  Report::present->flag("streaming", on);
+  printLine(std::cout, on ? "streaming is: on" : "streaming is: off");
 }
 
 } // namespace
@@ -39,7 +42,7 @@ bool StreamCmd::operator()(const ArgVec& args) {
     return false;
   }
   const std::string type = args.size() > 2 ? args[2] : "both";
-  if (isOneOf(args[1], {"start", "stop"}) && isOneOf(type, {"audio", "video", "both"})) {
+  if (isOneOf(args[1], "start|stop") && isOneOf(type, "audio|video|both")) {
     control(proxies, args[1], type);
   } else {
     printIncorrectParameters(getkey(), getshort());

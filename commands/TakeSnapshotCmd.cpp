@@ -25,7 +25,7 @@ void takeSnapshot(const ServiceProxies& proxies, int slot, int scale) {
 bool TakeSnapshotCmd::operator()(const ArgVec& args) {
   const ServiceProxies proxies(protocol::videoTask);
   if (args.size() == 1) {
-    printLine(std::cerr, "error: insufficient args");
+    printWrongWords("error: insufficient args");
     printLine(std::cerr, std::string("usage: ") + getkey() + " " + getshort());
     return false;
   }
@@ -35,7 +35,7 @@ bool TakeSnapshotCmd::operator()(const ArgVec& args) {
   if (slot >= firstSlot && slot <= MAX_SLOT && scale >= smallestScale && scale <= fullScale) {
     takeSnapshot(proxies, slot, scale);
   } else {
-    printLine(std::cerr, "error: bad args");
+    printWrongWords("error: bad args");
   }
   return false;
 }

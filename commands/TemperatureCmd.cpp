@@ -2,6 +2,7 @@
 
 #include "commands/Console.h"
 #include "commands/Node.h"
+#include "commands/Report.h"
 #include "commands/Words.h"
 
 #include <fcntl.h>
@@ -28,9 +29,9 @@ void setSetpoint(const std::string& word) {
   setpoint.write(raw);
 }
 
-std::string celsius(const std::string& raw) {
-  return std::to_string(decimalIn(raw) + rawToCelsius) + " degrees Celsius";
-}
+int celsiusIn(const std::string& raw) { return decimalIn(raw) + rawToCelsius; }
+
+std::string celsiusText(int celsius) { return std::to_string(celsius) + " degrees Celsius"; }
 
 struct Status {
   std::string alert, temperature, setpoint; // as the nodes have them
@@ -52,9 +53,14 @@ void showStatus() {
     return;
   }
   const bool alerting = status->alert.substr(0, 1) == "0";
+  const int celsius = celsiusIn(status->temperature);
+  const int setpoint = celsiusIn(status->setpoint);
+  Report::present->flag("alert", alerting);
+  Report::present->number("celsius", celsius);
+  Report::present->number("setpoint", setpoint);
   printLine(std::cout, std::string("temperature alert status: *** ") + (alerting ? "on" : "off") + " ***");
-  printLine(std::cout, "temperature: " + celsius(status->temperature));
-  printLine(std::cout, "temperature high point setting: " + celsius(status->setpoint));
+  printLine(std::cout, "temperature: " + celsiusText(celsius));
+  printLine(std::cout, "temperature high point setting: " + celsiusText(setpoint));
 }
 
 } // namespace

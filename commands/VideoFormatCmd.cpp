@@ -2,6 +2,7 @@
 
 #include "commands/Console.h"
 #include "commands/Node.h"
+#include "commands/Report.h"
 #include "commands/ServiceRequest.h"
 #include "commands/Words.h"
 #include "messaging/SetVideoModeReqMsg.h"
@@ -25,7 +26,9 @@ void showFormat() {
     printLine(std::cerr, "error: couldn't determine the video-format");
     return;
   }
-  printLine(std::cout, "video-format: " + format.read(15)); // a newline from the driver is printed as part of it
+  const std::string text = format.read(15);
+  Report::present->text("format", text.substr(0, text.find('\n')));
+  printLine(std::cout, "video-format: " + text); // a newline from the driver is printed as part of it
 }
 
 } // namespace
@@ -34,8 +37,7 @@ bool VideoFormatCmd::operator()(const ArgVec& args) {
   const ServiceProxies proxies(protocol::videoTask);
   if (isQuery(args)) {
     showFormat();
-  } else if (args.size() == 2 &&
-             isOneOf(args[1], {"hdmi", "dvi", "wxga", "xga", "svga", "vga", "component", "svideo", "composite"})) {
+  } else if (args.size() == 2 && isOneOf(args[1], formats)) {
     setFormat(proxies, args[1]);
   } else {
     printIncorrectParameters(getkey(), "<format|status|?>");

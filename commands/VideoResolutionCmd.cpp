@@ -1,11 +1,13 @@
 #include "commands/VideoResolutionCmd.h"
 
 #include "commands/Console.h"
+#include "commands/Report.h"
 #include "commands/ServiceRequest.h"
 #include "commands/Words.h"
 #include "messaging/GetVideoResolutionReqMsg.h"
 #include "messaging/SetVideoResolutionReqMsg.h"
 
+#include <cstdio>
 #include <iostream>
 
 namespace {
@@ -15,39 +17,22 @@ using protocol::qualifier::interlaced;
 using protocol::qualifier::progressive;
 
 struct Resolution {
-  const char* word;
-  unsigned short horizontal;
-  unsigned short vertical;
-  unsigned short qualifier;
-  unsigned short hertz;
+  unsigned short horizontal = 0;
+  unsigned short vertical = 0;
+  unsigned short qualifier = interlaced;
+  unsigned short hertz = 0;
 };
 
-// What is accepted. The television standards have 488 lines, where a word that spells its values out has 480.
-constexpr Resolution resolutions[] = {
-    {"1920x1080p@30", 1920, 1080, progressive, 30},
-    {"1920x1080i@30", 1920, 1080, interlaced, 30},
-    {"1280x720p@30", 1280, 720, progressive, 30},
-    {"720x480p@30", 720, 480, progressive, 30},
-    {"720x480i@30", 720, 480, interlaced, 30},
-    {"720x576p@50", 720, 576, progressive, 50},
-    {"720x576i@50", 720, 576, interlaced, 50},
-    {"720x576p@25", 720, 576, progressive, 25},
-    {"720x576i@25", 720, 576, interlaced, 25},
-    {"720x576i@30", 720, 576, interlaced, 30},
-    {"640x480p@30", 640, 480, progressive, 30},
-    {"800x600p@30", 800, 600, progressive, 30},
-    {"1024x768p@30", 1024, 768, progressive, 30},
-    {"1280x768p@30", 1280, 768, progressive, 30},
-    {"ntsc", 720, 488, interlaced, 60},
-    {"pal-bghid", 720, 576, interlaced, 50},
-    {"pal-m", 720, 488, interlaced, 60},
-};
-
-const Resolution* resolutionNamed(const std::string& word) {
-  for (const Resolution& resolution : resolutions) {
-    if (word == resolution.word) return &resolution;
-  }
-  return nullptr;
+// Of a word that is accepted. The television standards have 488 lines, where a word that spells its values out has 480.
+Resolution resolutionNamed(const std::string& word) {
+  if (word == "ntsc" || word == "pal-m") return {720, 488, interlaced, 60};
+  if (word == "pal-bghid") return {720, 576, interlaced, 50};
+  Resolution resolution;
+  char letter = 'i';
+  (void)std::sscanf(word.c_str(), "%hux%hu%c@%hu", &resolution.horizontal, &resolution.vertical, &letter,
+                    &resolution.hertz); // has all four
+  if (letter == 'p') resolution.qualifier = progressive;
+  return resolution;
 }
 
 void setResolution(const ServiceProxies& proxies, const Resolution& resolution) {
@@ -67,20 +52,24 @@ void showResolution(const ServiceProxies& proxies) {
     return;
   }
   logReply(logLabel, *reply);
+  const bool isProgressive = reply->GetQualifier() == progressive;
+  Report::present->number("horizontal", reply->GetHorizontal());
+  Report::present->number("vertical", reply->GetVertical());
+  Report::present->flag("progressive", isProgressive);
+  Report::present->number("hertz", reply->GetHertz());
   printLine(std::cerr, "video-resolution: " + std::to_string(reply->GetHorizontal()) + "x" +
-                           std::to_string(reply->GetVertical()) + (reply->GetQualifier() == progressive ? "p" : "i") +
-                           "@" + std::to_string(reply->GetHertz()));
+                           std::to_string(reply->GetVertical()) + (isProgressive ? "p" : "i") + "@" +
+                           std::to_string(reply->GetHertz()));
 }
 
 } // namespace
 
 bool VideoResolutionCmd::operator()(const ArgVec& args) {
   const ServiceProxies proxies(protocol::videoTask);
-  const Resolution* resolution = args.size() == 2 ? resolutionNamed(args[1]) : nullptr;
   if (isQuery(args)) {
     showResolution(proxies);
-  } else if (resolution != nullptr) {
-    setResolution(proxies, *resolution);
+  } else if (args.size() == 2 && isOneOf(args[1], resolutions)) {
+    setResolution(proxies, resolutionNamed(args[1]));
   } else {
     printIncorrectParameters(getkey(), "<HxV@R|status|?>");
   }

@@ -1,25 +1,47 @@
 #include "commands/Words.h"
 
 #include "commands/Console.h"
+#include "commands/Report.h"
 
 #include <algorithm>
 #include <climits>
 #include <cstdlib>
 #include <iostream>
 
-bool isQuery(const ArgVec& args) { return args.size() == 1 || isOneOf(args[1], {"status", "?"}); }
+void splitLine(const std::string& line, ArgVec& words) {
+  constexpr const char* delimiters = " \t";
+  words.clear();
+  size_t start = line.find_first_not_of(delimiters);
+  while (start != std::string::npos) {
+    const size_t end = line.find_first_of(delimiters, start);
+    words.push_back(line.substr(start, end - start));
+    start = line.find_first_not_of(delimiters, end);
+  }
+}
 
-bool isOneOf(std::string_view word, std::initializer_list<const char*> accepted) {
-  return std::any_of(accepted.begin(), accepted.end(), [word](const char* candidate) { return word == candidate; });
+bool isQuery(const ArgVec& args) { return args.size() == 1 || isOneOf(args[1], "status|?"); }
+
+bool isOneOf(std::string_view word, std::string_view accepted) {
+  for (size_t start = 0; start <= accepted.size();) {
+    const size_t end = std::min(accepted.find('|', start), accepted.size());
+    if (accepted.substr(start, end - start) == word) return true;
+    start = end + 1;
+  }
+  return false;
+}
+
+void printWrongWords(std::string_view line) {
+  Report::present->wrongWords();
+  printLine(std::cerr, line);
 }
 
 void printIncorrectParameters(std::string_view key, std::string_view pattern) {
-  printLine(std::cerr, "error: incorrect parameter(s) to <" + std::string(key) + "> command");
+  printWrongWords("error: incorrect parameter(s) to <" + std::string(key) + "> command");
   printLine(std::cerr, "usage: " + std::string(key) + " " + std::string(pattern));
 }
 
 void printUnsupportedSubcommand(std::string_view word) {
-  printLine(std::cerr, "error: subcmd [" + std::string(word) + "] is not supported.");
+  printWrongWords("error: subcmd [" + std::string(word) + "] is not supported.");
 }
 
 int wordToInt(const std::string& word) {

@@ -3,6 +3,7 @@
 // byte; what reaches the services and the board tools keeps its form, and replies are read as the protocol says.
 #include "fuzz/StandIns.h"
 
+#include "commands/Words.h"
 #include "log/tevlog.h"
 #include "messaging/CommObj.h"
 #include "messaging/Protocol.h"

@@ -1,21 +1,7 @@
 #include "shell/CmdMap.h"
 
-#include "commands/AudioSourceCmd.h"
-#include "commands/FactoryResetCmd.h"
-#include "commands/FanCmd.h"
-#include "commands/LogCmd.h"
-#include "commands/MacCmd.h"
-#include "commands/RebootCmd.h"
-#include "commands/SerialNumberCmd.h"
-#include "commands/StreamCmd.h"
-#include "commands/TakeSnapshotCmd.h"
-#include "commands/TemperatureCmd.h"
-#include "commands/VideoFormatCmd.h"
-#include "commands/VideoResolutionCmd.h"
-#include "commands/VlanCmd.h"
+#include "commands/Commands.h"
 #include "shell/ExitCmd.h"
-#include "shell/HelpCmd.h"
-#include "shell/VersionCmd.h"
 
 CmdMap gCmdMap;
 
@@ -31,20 +17,6 @@ void enter(CmdFunctor* command) {
 } // namespace
 
 void initmap() {
-  enter(new HelpCmd(gCmdMap));
-  enter(new AudioSourceCmd);
-  enter(new MacCmd);
-  enter(new SerialNumberCmd);
-  enter(new TemperatureCmd);
-  enter(new FanCmd);
-  enter(new VlanCmd);
-  enter(new FactoryResetCmd);
-  enter(new LogCmd);
-  enter(new StreamCmd);
-  enter(new TakeSnapshotCmd);
-  enter(new VideoFormatCmd);
-  enter(new VideoResolutionCmd);
-  enter(new RebootCmd);
-  enter(new VersionCmd);
+  enterCommands(gCmdMap, [](CmdFunctor* command, const Forms&) { enter(command); });
   enter(new ExitCmd);
 }

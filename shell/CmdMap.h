@@ -4,12 +4,6 @@
 
 #include "commands/CmdFunctor.h"
 
-#include <map>
-#include <string>
-
-/// Keys in byte order, which is the order of every help listing.
-using CmdMap = std::map<std::string, CmdFunctor*>;
-
 /// All commands by key. Empty until initmap(); the objects live until the process ends.
 extern CmdMap gCmdMap;
 

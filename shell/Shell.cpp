@@ -1,6 +1,7 @@
 #include "shell/Shell.h"
 
 #include "commands/Console.h"
+#include "commands/Words.h"
 #include "shell/CmdMap.h"
 
 #include <exception>
@@ -12,7 +13,6 @@ CmdHistory history;
 namespace {
 
 constexpr std::streamsize lineBufferSize = 128; // 127 characters and the terminator
-constexpr const char* delimiters = " \t";
 
 // Looks word 0 up and calls its command; true asks for the line to be remembered.
 bool runCommand(const ArgVec& words, std::ostream& out) {
@@ -36,16 +36,6 @@ void runLine(const char* buffer, ArgVec& words, std::ostream& out) {
 }
 
 } // namespace
-
-void splitLine(const std::string& line, ArgVec& words) {
-  words.clear();
-  size_t start = line.find_first_not_of(delimiters);
-  while (start != std::string::npos) {
-    const size_t end = line.find_first_of(delimiters, start);
-    words.push_back(line.substr(start, end - start));
-    start = line.find_first_not_of(delimiters, end);
-  }
-}
 
 void runPromptLoop(std::istream& in, std::ostream& out) {
   char buffer[lineBufferSize] = {};

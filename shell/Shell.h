@@ -2,7 +2,6 @@
 #ifndef TEV_SHELL_SHELL_H
 #define TEV_SHELL_SHELL_H
 
-#include "commands/CmdFunctor.h"
 #include "shell/CmdHistory.h"
 
 #include <iosfwd>
@@ -13,10 +12,6 @@ extern const char* const prompt;
 
 /// The line that an empty line runs again. Main thread only.
 extern CmdHistory history;
-
-/// Splits a line on blanks and tabs into `words`, which is cleared first. There is no quoting; every other character,
-/// a carriage return included, belongs to a word.
-void splitLine(const std::string& line, ArgVec& words);
 
 /// Prompts, reads lines of at most 127 characters and runs them with the commands of gCmdMap, until a read fails: at
 /// the end of the input, or at a line of 128 characters or more. One prompt goes to `out`, flushed, before every read.

@@ -9,7 +9,6 @@
 
 #include <cerrno>
 #include <csignal>
-#include <fcntl.h>
 #include <iostream>
 #include <new>
 #include <string>
@@ -20,16 +19,6 @@
 namespace {
 
 // ---- Before the static objects
-
-// A descriptor 0, 1 or 2 that is closed at the start would be given to the first file that the program opens, and
-// console text would end up in that file, or worse, in the reply pipe. So the gaps are filled with /dev/null.
-void fillStandardDescriptors() {
-  int fd = 0;
-  do {
-    fd = open("/dev/null", O_RDWR);
-  } while (fd >= 0 && fd <= STDERR_FILENO);
-  if (fd >= 0) (void)close(fd); // all standard descriptors are open
-}
 
 unsigned consoleDidNotWait = 0; // before: see waitForConsole()
 

@@ -6,7 +6,7 @@
 //                     numbers; makes the standard descriptors wait; lets a write beyond the file-size limit fail
 //   constructor 102   static objects cannot catch what they throw: without memory, one line and exit status 1. Comes
 //                     after the standard descriptors are sure to be open
-//   constructor 200   tev::log (log/tevlog.cpp), to which prototypes of messages write when they register
+//   constructor 200   tev::log (log/log.cpp), to which prototypes of messages write when they register
 //   static objects
 //   startShell()      trace log, terminal, the shell's own task, commands
 //

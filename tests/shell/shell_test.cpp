@@ -1,3 +1,4 @@
+#include "commands/Words.h"
 #include "shell/CmdHistory.h"
 #include "shell/CmdMap.h"
 #include "shell/Shell.h"

@@ -1,6 +1,7 @@
-#include "shell/HelpCmd.h"
+#include "commands/HelpCmd.h"
 
 #include "commands/Console.h"
+#include "commands/Report.h"
 
 #include <cstring>
 #include <iostream>
@@ -14,6 +15,7 @@ constexpr const char* dashRule = "----------------------------------------------
 constexpr const char* hashRule = "#############################################################";
 
 void printLongText(const std::string& key, CmdFunctor& command) {
+  Report::present->text(key, command.getlong());
   printLine(std::cerr, key + ":\n");
   printLine(std::cerr, command.getlong());
 }
@@ -30,6 +32,7 @@ bool HelpCmd::operator()(const ArgVec& args) {
   }
   const auto found = wordGiven ? _commands.find(args[1]) : _commands.end();
   if (found == _commands.end()) {
+    if (wordGiven) Report::present->wrongWords();
     printShortListing();
     return false;
   }
@@ -43,6 +46,7 @@ void HelpCmd::printShortListing() const {
   const size_t width = std::strlen(spacer);
   printLine(std::cerr, hashRule);
   for (const auto& [key, command] : _commands) {
+    Report::present->text(key, command->getshort());
     const size_t pad = key.size() < width ? width - key.size() : 0;
     printLine(std::cerr, indent + key + std::string(pad + 1, ' ') + "- " + command->getshort());
   }

@@ -1,11 +1,17 @@
-#include "shell/VersionCmd.h"
+#include "commands/VersionCmd.h"
 
 #include "commands/Console.h"
+#include "commands/Report.h"
 
 #include <iostream>
 
+namespace {
+constexpr const char* version = "v2.1.112";
+}
+
 bool VersionCmd::operator()(const ArgVec&) {
-  printLine(std::cerr, "firmware version: v2.1.112");
+  Report::present->text("version", version);
+  printLine(std::cerr, std::string("firmware version: ") + version);
   return false;
 }
 

@@ -1,11 +1,14 @@
-#ifndef TEV_SHELL_HELPCMD_H
-#define TEV_SHELL_HELPCMD_H
+#ifndef TEV_COMMANDS_HELPCMD_H
+#define TEV_COMMANDS_HELPCMD_H
 
-#include "shell/CmdMap.h"
+#include "commands/CmdFunctor.h"
+#include "commands/Form.h"
 
 /// `help`: the summaries of all commands, or the help text of one or of all.
 class HelpCmd : public CmdFunctor {
 public:
+  static constexpr Form forms[] = {{"", Form::reads}, {"long", Form::reads}, {"<command>", Form::reads}};
+
   static const char* const indent; ///< before every key of the short listing
   static const char* const spacer; ///< as wide as the longest key, 16 blanks
 

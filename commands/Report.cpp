@@ -1,0 +1,7 @@
+#include "commands/Report.h"
+
+namespace {
+Report ignored;
+}
+
+Report* Report::present = &ignored;
