@@ -126,28 +126,6 @@ SocketMessage answer(Board& board, const SocketMessage& question) {
   return {"unknown question"};
 }
 
-// Returns the pipes in /tmp that processes of the board have open.
-std::set<std::string> openPipes() {
-  std::set<std::string> pipes;
-  std::error_code error; // a process that has just ended has no descriptors
-  for (const auto& process : std::filesystem::directory_iterator("/proc", error)) {
-    for (const auto& file : std::filesystem::directory_iterator(process.path() / "fd", error)) {
-      const std::string path = std::filesystem::read_symlink(file, error);
-      struct stat about = {};
-      if (path.rfind("/tmp/", 0) == 0 && stat(path.c_str(), &about) == 0 && S_ISFIFO(about.st_mode)) pipes.insert(path);
-    }
-  }
-  return pipes;
-}
-
-// Kills all processes of the board but this one, and removes their pipes: /tmp may be the machine's.
-void killAll() {
-  const std::set<std::string> pipes = openPipes();
-  (void)kill(-1, SIGKILL); // fails only if there is no other
-  for (const std::string& path : pipes)
-    (void)unlink(path.c_str()); // fails only if it has just been removed
-}
-
 // Serves the board while the command runs.
 class BoardLoop {
 public:
@@ -251,8 +229,7 @@ void writeDump(const Board& board, const kr::Descriptor& file) {
 } // namespace
 
 int runBoard(const Options& options, BoardInputs inputs) {
-  // The namespaces end with this process. It must end with tev-sim, also if that is killed. Later the closed channel
-  // ends it.
+  // The namespaces end with this process. It must end with tev-sim, also if that is killed.
   check(prctl(PR_SET_PDEATHSIG, SIGKILL), "prctl");
   const std::string directory = programDirectory();
   const kr::Descriptor tool(
@@ -289,7 +266,6 @@ int runBoard(const Options& options, BoardInputs inputs) {
     startProgram(program, words);
   }
   detachStandardStreams();
-  check(prctl(PR_SET_PDEATHSIG, 0), "prctl");
   const int status = session.run(command);
   if (inputs.dump) writeDump(board, inputs.dump);
   return status;
