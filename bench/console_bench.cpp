@@ -1,4 +1,4 @@
-// The console as a whole, beside a small system shell: its start, and its lines.
+// The programs as a whole, beside small system shells: their start, and the console's lines.
 #include "bench/Bench.h"
 
 #include <cerrno>
@@ -52,6 +52,8 @@ const bool registered = [] {
   const auto nothing = [] { return std::string("/dev/null"); };
   bench::compare("process, start to prompt to end of input", "dash -c :", {1.5, 1, bench::Clock::wall, 20},
                  runs({TEV_CLI_PATH}, nothing), runs({"/bin/dash", "-c", ":"}, nothing));
+  bench::compare("tevctl version", "busybox ash -c :", {1.2, 1, bench::Clock::wall, 20},
+                 runs({TEV_CTL_PATH, "version"}, nothing), runs({"/bin/busybox", "ash", "-c", ":"}, nothing));
   bench::compare("200,000 lines, each a line and a prompt", "dash, as many echo x", {2.0, 1, bench::Clock::wall, 1},
                  runs({TEV_CLI_PATH}, [] { return fileOf("lines", "x"); }),
                  runs({"/bin/dash"}, [] { return fileOf("echoes", "echo x"); }));

@@ -1,7 +1,7 @@
 # Packages: script/package makes the .deb with this, and from it a .tar.gz for boards without dpkg.
 
 # Debian wants manual page and changelog compressed, and without a time stamp in it.
-foreach(document docs/tev-cli.1 packaging/changelog)
+foreach(document docs/tev-cli.1 docs/tevctl.1 packaging/changelog)
   get_filename_component(name ${document} NAME)
   set(source ${PROJECT_SOURCE_DIR}/${document})
   set(output ${PROJECT_BINARY_DIR}/${name}.gz)
@@ -9,7 +9,8 @@ foreach(document docs/tev-cli.1 packaging/changelog)
   list(APPEND documents ${output})
 endforeach()
 add_custom_target(tev_documents ALL DEPENDS ${documents})
-install(FILES ${PROJECT_BINARY_DIR}/tev-cli.1.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+install(FILES ${PROJECT_BINARY_DIR}/tev-cli.1.gz ${PROJECT_BINARY_DIR}/tevctl.1.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+install(FILES packaging/tevctl.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME tevctl)
 install(FILES ${PROJECT_BINARY_DIR}/changelog.gz DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(FILES packaging/copyright DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(DIRECTORY packaging/examples DESTINATION ${CMAKE_INSTALL_DOCDIR})
@@ -43,7 +44,8 @@ set(CPACK_DEBIAN_PACKAGE_DESCRIPTION
 "An interactive shell for the console of the board. It reads and sets the
 board's hardware (temperature, fan, Ethernet switch, identity) and asks the
 appliance's services for video formats and resolutions, streams, snapshots,
-audio sources, logging, reboot and factory reset.")
+audio sources, logging, reboot and factory reset. tevctl runs one command
+for a script and ends with a status that says what became of it.")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/postrm)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 # dpkg-shlibdeps knows this machine's libraries only, so the least versions that have all the symbols are named here.

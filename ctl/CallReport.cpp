@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -165,6 +166,9 @@ void CallReport::toolEnded(std::string_view tool, int status) {
   const std::string output = contentsOf(_toolFile);
   for (const int fd : {_toolFile, _standardOutput, _standardError})
     (void)close(fd); // there is nothing to lose
+  // An interrupt from the terminal is meant for this process as well, which ignored it meanwhile.
+  if (status >= 0 && WIFSIGNALED(status) && (WTERMSIG(status) == SIGINT || WTERMSIG(status) == SIGQUIT))
+    (void)raise(WTERMSIG(status)); // cannot fail
   if (status < 0) {
     systemFailed(tool, reason);
   } else if (status == 0) {
