@@ -32,16 +32,20 @@ void printNodeNotFound(std::string_view path) {
 
 namespace {
 
-template <class Number>
-Number numberIn(const std::string& text, const char* format) {
-  Number value = 0;
-  if (std::sscanf(text.c_str(), format, &value) == 1) return value;
-  Report::present->notThere("a number");
-  return 0;
+void report(int scanned) {
+  if (scanned != 1) Report::present->notThere("a number");
 }
 
 } // namespace
 
-int decimalIn(const std::string& text) { return numberIn<int>(text, "%d"); }
+int decimalIn(const std::string& text) {
+  int value = 0;
+  report(std::sscanf(text.c_str(), "%d", &value));
+  return value;
+}
 
-unsigned int hexIn(const std::string& text) { return numberIn<unsigned int>(text, "%x"); }
+unsigned int hexIn(const std::string& text) {
+  unsigned int value = 0;
+  report(std::sscanf(text.c_str(), "%x", &value));
+  return value;
+}

@@ -6,12 +6,13 @@
 #include <iostream>
 
 namespace {
-constexpr const char* version = "v2.1.112";
-}
+constexpr std::string_view label = "firmware version: ";
+constexpr std::string_view line = "firmware version: v2.1.112";
+} // namespace
 
 bool VersionCmd::operator()(const ArgVec&) {
-  Report::present->text("version", version);
-  printLine(std::cerr, std::string("firmware version: ") + version);
+  Report::present->text("version", line.substr(label.size()));
+  printLine(std::cerr, line);
   return false;
 }
 
