@@ -13,7 +13,7 @@
 
 namespace {
 
-constexpr off_t toolOutputMax = 64 * 1024; // what is kept of it
+constexpr off_t toolOutputMax = 65536; // what is kept of it
 
 std::string quoted(std::string_view text) {
   static constexpr char digits[] = "0123456789abcdef";

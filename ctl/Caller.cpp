@@ -166,9 +166,15 @@ ExitStatus Caller::print(const std::string& printed) {
   return status;
 }
 
-ExitStatus Caller::failed(ExitStatus status, const std::string& subject, const std::string& reason) {
+ExitStatus Caller::wrongOptions(const std::string& reason) {
   _report.begin("", 0);
-  _report.fail(status, subject, reason);
+  _report.fail(exitWrongWords, "", reason + " (see tevctl --help)");
+  return print("");
+}
+
+ExitStatus Caller::systemFailed(const std::string& what, int reason) {
+  _report.begin("", _line);
+  _report.systemFailed(what, reason);
   return print("");
 }
 
@@ -184,8 +190,7 @@ ExitStatus Caller::runBatch(FILE* in) {
     if (status != exitDone && !_options.keepGoing) return first;
   }
   if (ferror(in) == 0 && feof(in) != 0) return first;
-  const std::string reason = std::strerror(errno);
-  return failed(exitInternal, _options.batchFile, "the lines cannot be read: " + reason);
+  return systemFailed(_options.batchFile.empty() ? "standard input" : _options.batchFile, errno);
 }
 
 ExitStatus Caller::list() {
@@ -194,7 +199,7 @@ ExitStatus Caller::list() {
     for (const Form& form : forms)
       text += (form.effect == Form::reads ? "reads   " : "changes ") + lineOf(key, form) + "\n";
   const int reason = writeAll(STDOUT_FILENO, text);
-  return reason == 0 ? exitDone : failed(exitInternal, "", std::string("standard output: ") + std::strerror(reason));
+  return reason == 0 ? exitDone : systemFailed("standard output", reason);
 }
 
 std::string Caller::usage(const CmdMap::value_type& command) const {

@@ -28,8 +28,9 @@ public:
   /// Prints all forms of all commands, one in a line, and whether each only reads.
   ExitStatus list();
 
-  /// Prints the outcome of what is no command.
-  ExitStatus failed(ExitStatus status, const std::string& subject, const std::string& reason);
+  /// Print the outcome of a call that is about no command: its options are wrong, or the system refused `what`.
+  ExitStatus wrongOptions(const std::string& reason);
+  ExitStatus systemFailed(const std::string& what, int reason);
 
 private:
   void begin(const std::string& command, unsigned line);

@@ -9,7 +9,6 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <fcntl.h>
 #include <iostream>
 #include <unistd.h>
@@ -29,15 +28,14 @@ FILE* openStandardInput() {
 
 ExitStatus runBatch(Caller& caller, const std::string& file) {
   FILE* const in = file.empty() ? openStandardInput() : fopen(file.c_str(), "re");
-  if (in == nullptr)
-    return caller.failed(exitNotThere, file, (file.empty() ? "standard input" : file) + ": " + std::strerror(errno));
+  if (in == nullptr) return caller.systemFailed(file.empty() ? "standard input" : file, errno);
   const ExitStatus status = caller.runBatch(in);
   (void)fclose(in); // it was only read
   return status;
 }
 
 ExitStatus act(Caller& caller, const Options& options, const std::string& wrong) {
-  if (!wrong.empty()) return caller.failed(exitWrongWords, "", wrong + " (see tevctl --help)");
+  if (!wrong.empty()) return caller.wrongOptions(wrong);
   if (options.action == Options::Action::list) return caller.list();
   CallTask::removeLeftovers();
   return options.action == Options::Action::batch ? runBatch(caller, options.batchFile) : caller.run(options.words);
