@@ -27,6 +27,14 @@ int writeAll(int fd, std::string_view text) {
   return 0;
 }
 
+// Prints on standard output.
+ExitStatus printOutput(const std::string& text) {
+  const int reason = writeAll(STDOUT_FILENO, text);
+  if (reason == 0) return exitDone;
+  (void)writeAll(STDERR_FILENO, std::string("tevctl: standard output: ") + std::strerror(reason) + "\n");
+  return exitInternal;
+}
+
 bool isInteger(std::string_view text, int& value) {
   const auto result = std::from_chars(text.data(), text.data() + text.size(), value);
   return result.ec == std::errc() && result.ptr == text.data() + text.size();
@@ -159,11 +167,7 @@ ExitStatus Caller::print(const std::string& printed) {
   }
   std::string output = _report.json();
   if (!_options.json) output = status == exitDone ? _report.toolOutput() + printed : "";
-  if (const int reason = writeAll(STDOUT_FILENO, output); reason != 0) {
-    (void)writeAll(STDERR_FILENO, std::string("tevctl: standard output: ") + std::strerror(reason) + "\n");
-    return exitInternal;
-  }
-  return status;
+  return printOutput(output) == exitDone ? status : exitInternal;
 }
 
 ExitStatus Caller::wrongOptions(const std::string& reason) {
@@ -198,8 +202,7 @@ ExitStatus Caller::list() {
   for (const auto& [key, forms] : _forms)
     for (const Form& form : forms)
       text += (form.effect == Form::reads ? "reads   " : "changes ") + lineOf(key, form) + "\n";
-  const int reason = writeAll(STDOUT_FILENO, text);
-  return reason == 0 ? exitDone : systemFailed("standard output", reason);
+  return printOutput(text);
 }
 
 std::string Caller::usage(const CmdMap::value_type& command) const {

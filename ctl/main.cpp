@@ -41,9 +41,8 @@ ExitStatus act(Caller& caller, const Options& options, const std::string& wrong)
   return options.action == Options::Action::batch ? runBatch(caller, options.batchFile) : caller.run(options.words);
 }
 
-int call(int argc, char** argv) {
+int call(Options& options, int argc, char** argv) {
   ending::watch();
-  Options options;
   const std::string wrong = options.read(argc, argv);
   if (wrong.empty() && options.action == Options::Action::help) {
     std::cout << Options::helpText << std::flush;
@@ -54,19 +53,26 @@ int call(int argc, char** argv) {
   return act(caller, options, wrong);
 }
 
+// Needs no memory.
+void report(int fd, std::string_view text) {
+  const ssize_t written = write(fd, text.data(), text.size());
+  (void)written; // there is no other way to report it
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
   fillStandardDescriptors();
   const unsigned didNotWait = waitForConsole();
   int status = exitInternal;
+  Options options;
   try {
-    status = call(argc, argv);
+    status = call(options, argc, argv);
   } catch (const std::exception&) { // no memory
     ending::removeGuarded();
-    static constexpr char text[] = "tevctl: out of memory\n";
-    const ssize_t written = write(STDERR_FILENO, text, sizeof text - 1);
-    (void)written; // there is no other way to report it
+    report(STDERR_FILENO, "tevctl: out of memory\n");
+    if (options.json)
+      report(STDOUT_FILENO, "{\"command\":null,\"outcome\":\"internal\",\"reason\":\"out of memory\"}\n");
   }
   stopWaitingForConsole(didNotWait);
   return status;
