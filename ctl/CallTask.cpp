@@ -11,6 +11,7 @@
 #include <ctime>
 #include <poll.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <sys/msg.h>
 #include <vector>
 

@@ -1,7 +1,7 @@
 #ifndef TEV_CTL_CALLTASK_H
 #define TEV_CTL_CALLTASK_H
 
-#include "platform/internal/Descriptor.h"
+#include "platform/Descriptor.h"
 
 #include <cstddef>
 

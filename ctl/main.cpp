@@ -5,7 +5,7 @@
 #include "ctl/Caller.h"
 #include "ctl/Ending.h"
 #include "log/tevlog.h"
-#include "platform/internal/Descriptor.h"
+#include "platform/Descriptor.h"
 
 #include <cerrno>
 #include <cstdio>

@@ -126,6 +126,19 @@ SocketMessage answer(Board& board, const SocketMessage& question) {
   return {"unknown question"};
 }
 
+// Removes the pipes in /tmp that processes of the board have open: /tmp may be the machine's.
+void removePipes() {
+  std::error_code error; // a process that has just ended has no descriptors
+  for (const auto& process : std::filesystem::directory_iterator("/proc", error)) {
+    for (const auto& file : std::filesystem::directory_iterator(process.path() / "fd", error)) {
+      const std::string path = std::filesystem::read_symlink(file, error);
+      struct stat about = {};
+      if (path.rfind("/tmp/", 0) == 0 && stat(path.c_str(), &about) == 0 && S_ISFIFO(about.st_mode))
+        (void)unlink(path.c_str()); // fails only if it has just been removed
+    }
+  }
+}
+
 // Serves the board while the command runs.
 class BoardLoop {
 public:
@@ -210,8 +223,8 @@ void BoardLoop::passSignals() {
   if (recv(_channel.get(), &number, sizeof number, 0) == sizeof number) {
     if (_command > 0) (void)kill(_command, number); // fails only if it has just ended
   } else {                                          // tev-sim was killed
-    killAll();
-    _exit(128 + SIGKILL); // ends the namespaces
+    removePipes();
+    _exit(128 + SIGKILL); // ends the namespaces and all processes in them
   }
 }
 
@@ -229,7 +242,8 @@ void writeDump(const Board& board, const kr::Descriptor& file) {
 } // namespace
 
 int runBoard(const Options& options, BoardInputs inputs) {
-  // The namespaces end with this process. It must end with tev-sim, also if that is killed.
+  // The namespaces end with this process. It must end with tev-sim, also if that is killed. Later the closed channel
+  // ends it.
   check(prctl(PR_SET_PDEATHSIG, SIGKILL), "prctl");
   const std::string directory = programDirectory();
   const kr::Descriptor tool(
@@ -266,6 +280,7 @@ int runBoard(const Options& options, BoardInputs inputs) {
     startProgram(program, words);
   }
   detachStandardStreams();
+  check(prctl(PR_SET_PDEATHSIG, 0), "prctl");
   const int status = session.run(command);
   if (inputs.dump) writeDump(board, inputs.dump);
   return status;
