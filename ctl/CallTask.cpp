@@ -11,8 +11,8 @@
 #include <ctime>
 #include <poll.h>
 #include <sys/file.h>
-#include <sys/stat.h>
 #include <sys/msg.h>
+#include <sys/stat.h>
 #include <vector>
 
 namespace {

@@ -45,6 +45,4 @@ bool coverTmp() {
 
 } // namespace
 
-std::string whyNotIsolated() {
-  return obstacle == 0 ? "" : std::string("no namespaces: ") + std::strerror(obstacle);
-}
+std::string whyNotIsolated() { return obstacle == 0 ? "" : std::string("no namespaces: ") + std::strerror(obstacle); }
