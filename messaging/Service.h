@@ -113,6 +113,13 @@ public:
   explicit Served(Exemplar exemplar) : Message(exemplar) {}
   explicit Served(const Message& message) : Message(message) {}
 
+  /// Has messages of the class decoded to objects of this one. The prototype lives as long as the process, like the
+  /// registry that it enters.
+  static void registerPrototype() {
+    static const auto* const prototype = new Served(Exemplar());
+    (void)prototype;
+  }
+
   MsgObj* Create(const void* buffer) override {
     const std::unique_ptr<MsgObj> decoded(Message::Create(buffer));
     return decoded != nullptr ? new (std::nothrow) Served(static_cast<const Message&>(*decoded)) : nullptr;
@@ -122,9 +129,7 @@ public:
 
 template <class Message, class Handler>
 void Service::Handle(Handler handler) {
-  // Lives as long as the process, like the registry that it enters here.
-  static const auto* const prototype = new Served<Message>(Exemplar());
-  (void)prototype;
+  Served<Message>::registerPrototype();
   _handlers[Message::layout.id] = [this, handler = std::move(handler)](const MsgObj& received) mutable {
     const auto& message = static_cast<const Message&>(received);
     if constexpr (std::is_invocable_v<Handler&, const Message&>) {

@@ -115,7 +115,7 @@ TEST_F(Services, AnswerTheConsoleOnItsPipeAndOthersOnTheirQueues) {
   snapshot.SetSlot(7);
   sent(snapshot, true);
   sent(request, true); // in the queue when SIGTERM arrives
-  (void)trace();
+  EXPECT_EQ(trace().find("duplicate"), std::string::npos);
   EXPECT_EQ(service.Run(), 0);
 
   StreamControlRespMsg stream(id, console, 3);
