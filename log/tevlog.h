@@ -55,7 +55,8 @@ private:
 };
 
 /// The trace log of the process. Before main it is on "/tmp/transient.log", disabled; initlog gives it its real file. A
-/// program that wants no trace log defines it itself, without a file; the library's is then not linked.
+/// program that wants no trace log defines it itself, without a file; the static library's is then not linked. Not with
+/// the shared library, which would construct the program's object a second time.
 extern tevlog log;
 
 /// Switches tev::log to a new file, created or emptied. The log is disabled afterwards. When memory runs out nothing
