@@ -79,7 +79,7 @@ foreach(component runtime dev)
   install(FILES ${PROJECT_BINARY_DIR}/changelog.gz packaging/copyright
     DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/${name} COMPONENT ${component} EXCLUDE_FROM_ALL)
 endforeach()
-install(FILES docs/services.md DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/libtev-dev COMPONENT dev EXCLUDE_FROM_ALL)
+install(FILES docs/services.md docs/messages.md docs/exchange.md DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/libtev-dev COMPONENT dev EXCLUDE_FROM_ALL)
 install(DIRECTORY examples/stream-service DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/libtev-dev/examples
   COMPONENT dev EXCLUDE_FROM_ALL)
 configure_file(packaging/dev/cpack.cmake.in ${PROJECT_BINARY_DIR}/CPackDevConfig.cmake @ONLY)
