@@ -31,15 +31,17 @@ constexpr std::chrono::seconds endTimeout(3);
 
 // Mounts the board's directories, empty and private.
 void mountDirectories(const Options& options) {
-  check(unshare(CLONE_NEWNS), "mount namespace");
-  check(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr), "mount namespace");
+  if (!options.inPlace) {
+    check(unshare(CLONE_NEWNS), "mount namespace");
+    check(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr), "mount namespace");
+  }
   // Only a directory opened in this mount namespace can be bound. Open it before a mount of the board hides it.
   kr::Descriptor snapshots;
   if (const std::string& directory = options.snapshots; !directory.empty()) {
     snapshots = kr::Descriptor(check(open(directory.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC), directory));
   }
   // A container may forbid this. Then the old /proc stays, which shows other process ids than the command has.
-  (void)mount("proc", "/proc", "proc", MS_NOSUID | MS_NODEV | MS_NOEXEC, nullptr);
+  if (!options.inPlace) (void)mount("proc", "/proc", "proc", MS_NOSUID | MS_NODEV | MS_NOEXEC, nullptr);
   mountPrivateDirectory("/opt/tev", 0755);
   makeDirectories("/opt/tev/user");
   mountPrivateDirectory("/mnt/tev", 0755);

@@ -19,7 +19,7 @@ struct BoardInputs {
 };
 
 /// Sets up the board, runs the command on it and returns the exit status for tev-sim. The caller must be process 1 of
-/// a process namespace and block all signals. Throws std::runtime_error if the set-up fails.
+/// a process namespace, except with `inPlace`, and block all signals. Throws std::runtime_error if the set-up fails.
 [[nodiscard]] int runBoard(const Options& options, BoardInputs inputs);
 
 } // namespace sim

@@ -43,7 +43,8 @@ private:
   void addPath(const std::string& path, int node);
   fuse_ino_t find(fuse_ino_t parent, std::string_view name) const;
   struct stat attributes(fuse_ino_t inode) const;
-  size_t nodeOf(fuse_ino_t inode) const { return static_cast<size_t>(_entries[inode - 1].node); }
+  const Entry& entryOf(fuse_ino_t inode) const { return _entries[static_cast<size_t>(inode - 1)]; }
+  size_t nodeOf(fuse_ino_t inode) const { return static_cast<size_t>(entryOf(inode).node); }
   void list(fuse_req_t request, fuse_ino_t directory, size_t size, off_t offset) const;
 
   Board& _board;
@@ -108,7 +109,7 @@ struct stat FuseNodes::attributes(fuse_ino_t inode) const {
   struct stat out = {};
   out.st_ino = inode;
   out.st_nlink = 1;
-  if (_entries[inode - 1].node < 0) {
+  if (entryOf(inode).node < 0) {
     out.st_mode = S_IFDIR | 0755;
   } else {
     const BoardNode& node = _board.nodes()[nodeOf(inode)];
@@ -119,7 +120,7 @@ struct stat FuseNodes::attributes(fuse_ino_t inode) const {
 }
 
 void FuseNodes::list(fuse_req_t request, fuse_ino_t directory, size_t size, off_t offset) const {
-  std::vector<fuse_ino_t> inodes = {directory, _entries[directory - 1].parent};
+  std::vector<fuse_ino_t> inodes = {directory, entryOf(directory).parent};
   for (size_t i = 1; i < _entries.size(); ++i) {
     if (_entries[i].parent == directory) inodes.push_back(i + 1);
   }
@@ -127,7 +128,7 @@ void FuseNodes::list(fuse_req_t request, fuse_ino_t directory, size_t size, off_
   size_t used = 0;
   for (auto i = static_cast<size_t>(offset); i < inodes.size(); ++i) {
     const struct stat about = attributes(inodes[i]);
-    const char* name = i == 0 ? "." : i == 1 ? ".." : _entries[inodes[i] - 1].name.c_str();
+    const char* name = i == 0 ? "." : i == 1 ? ".." : entryOf(inodes[i]).name.c_str();
     const size_t needed =
         fuse_add_direntry(request, out.data() + used, size - used, name, &about, static_cast<off_t>(i + 1));
     if (needed > size - used) break;

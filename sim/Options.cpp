@@ -50,6 +50,7 @@ Making the board different (PATH is a node or tool of the board, or an ending th
 Other:
   --nodes fuse|files      how the nodes are made: by a file system of tev-sim's own, which sees each write, or as plain
                           files that are watched; without this option files are used only where /dev/fuse is refused
+  --in-place              this machine becomes the board: for a virtual machine that is nothing else
   --probe                 run no command; tell whether tev-sim can work on this machine
   --help                  this text
 
@@ -195,6 +196,7 @@ const std::vector<Option>& knownOptions() {
       {"--pid", true, setPid},
       flag("--status", [](Options& o) { o.status = true; }),
       flag("--watch", [](Options& o) { o.status = o.watch = true; }),
+      flag("--in-place", [](Options& o) { o.inPlace = true; }),
       flag("--probe", [](Options& o) { o.probe = true; }),
       flag("--help", [](Options& o) { o.help = true; }),
   };

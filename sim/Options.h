@@ -23,6 +23,7 @@ struct Options {
   std::string snapshots;                       // empty: in the board's memory only
   std::map<std::string, std::string> services; // programs by the names of tasks; "" for the others
   bool logTimes = false;
+  bool inPlace = false; // without namespaces: this machine is the board
   bool probe = false;
   bool status = false; // print a running board
   bool watch = false;  // and repeat it

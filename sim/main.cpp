@@ -41,7 +41,7 @@ int launch(const Options& options) {
   check(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends), "socketpair");
   kr::Descriptor channel(ends[0]);
   inputs.channel = kr::Descriptor(ends[1]);
-  enterNamespaces();
+  if (!options.inPlace) enterNamespaces();
   const pid_t board = check(fork(), "fork");
   if (board == 0) {
     (void)channel.close(); // the parent's end

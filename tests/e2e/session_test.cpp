@@ -33,9 +33,12 @@ void PrintTo(const Session& session, std::ostream* out) { *out << session.at("se
 
 TEST_P(Played, ComesOutAsWritten) {
   Session expected = GetParam();
-  if (const std::string obstacle = whyNotPlayable(expected); !obstacle.empty()) GTEST_SKIP() << obstacle;
   const Outcome outcome = play(expected);
-  EXPECT_EQ(outcome.status, std::atoi(expected["status"].c_str()));
+  const int status = std::atoi(expected["status"].c_str());
+  if (outcome.status == 125 && status != 125) {
+    if (const std::string obstacle = whyNotPlayable(expected); !obstacle.empty()) GTEST_SKIP() << obstacle;
+  }
+  EXPECT_EQ(outcome.status, status);
   EXPECT_EQ(outcome.out, expected["out"]);
   EXPECT_EQ(outcome.err, expected["err"]);
   if (expected.count("board") != 0) {
