@@ -97,12 +97,14 @@ inline __attribute__((format(printf, 1, 2))) std::string format(const char* form
 /// Lets `work` wait on a thread of either cancellation type and expects that it has to be cancelled to end.
 inline void expectCancellable(const std::function<void()>& work) {
   for (const int type : {PTHREAD_CANCEL_DEFERRED, PTHREAD_CANCEL_ASYNCHRONOUS}) {
-    std::atomic<bool> ended{false};
+    std::atomic<bool> began{false}, ended{false};
     std::thread thread([&] {
       (void)pthread_setcanceltype(type, nullptr);
+      began = true;
       work();
       ended = true;
     });
+    waitUntil([&] { return began.load(); });
     krThreadSuspend(50); // for it to wait; else it is cancelled where it begins to
     EXPECT_EQ(pthread_cancel(thread.native_handle()), 0);
     thread.join();

@@ -87,7 +87,8 @@ TEST(Thread, SpawnsArePrintedAndLogged) {
     EXPECT_EQ(stackSize >> 20 == 1, row.spawn == joinable); // the others get the system's default
     EXPECT_EQ(console, row.shownStack == nullptr
                            ? ""
-                           : "krThreadSpawn " + name + row.shownStack + format(" p:50 tid:%lu\n", tid));
+                           : "krThreadSpawn " + name + row.shownStack +
+                                 format(row.spawn == detached ? " p:50 tid:%ld\n" : " p:50 tid:%lu\n", tid));
     const auto [said, linux] = expectedPriority(tid, 50, 80);
     const std::string id = row.shown(tid), self = row.shown(krThreadIdSelf());
     const std::string lines = said + format("Thread [%s] (tid = %s); Linux Priority = %d; spawned by tid = %s\n",
