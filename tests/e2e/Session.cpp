@@ -105,6 +105,7 @@ Outcome play(Session session) {
   (void)setenv("TEV_SIM", tevSim().c_str(), 1);
   (void)setenv("TEV_SOURCE", TEV_SOURCE_PATH, 1);
   (void)setenv("TEV_PUT_SN", TEV_PUT_SN_PATH, 0);
+  (void)setenv("TEV_STREAM_SERVICE", TEV_STREAM_SERVICE_PATH, 0);
 
   Outcome outcome;
   const std::string command = session["command"].empty() ? cli : session["command"];
@@ -123,7 +124,6 @@ Outcome play(Session session) {
 }
 
 std::string whyNotPlayable(Session session) {
-  (void)setenv("TEV_STREAM_SERVICE", TEV_STREAM_SERVICE_PATH, 0); // is in options
   trial::Child probe({"sh", "-c", tevSim() + " --probe " + session["options"]}, Streams::output);
   const std::string reason = probe.readTo();
   return probe.wait() == 0 ? "" : "no stand-in appliance here: " + reason;
