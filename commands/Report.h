@@ -7,7 +7,7 @@
 
 #include <string_view>
 
-/// As this class is, nobody listens. Commands call the present one on the main thread; it does not throw anything but
+/// This class does nothing with what is reported. Commands call the present one on the main thread; it throws only
 /// std::bad_alloc. Texts are valid during the call only.
 class Report {
 public:

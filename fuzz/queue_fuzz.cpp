@@ -1,5 +1,5 @@
-// Queue buffers through every class's Create: whatever the bytes, what is decoded can be logged, and is encoded as the
-// same message again.
+// Any queue buffer through every class's Create: what is decoded can be logged, and is encoded as the same message
+// again.
 #include "fuzz/StandIns.h"
 
 #include "messaging/Messages.h"

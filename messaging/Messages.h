@@ -1,4 +1,4 @@
-// All fifteen messages, for code that handles every one of them.
+// All messages, for code that handles every one of them.
 #ifndef TEV_MESSAGING_MESSAGES_H
 #define TEV_MESSAGING_MESSAGES_H
 

@@ -88,7 +88,7 @@ Service::Service(const char* taskName, int queueId, key_t queueKey) : Service(qu
   struct sigaction action {};
   action.sa_handler = endServing;
   action.sa_flags = SA_RESTART;
-  // Before the queue exists: whoever finds it may end the service. These fail only for signals that do not exist.
+  // Before the queue exists: a process that finds it may end the service. This fails only for unknown signals.
   for (size_t i = 0; i < std::size(endingSignals); ++i)
     (void)sigaction(endingSignals[i], &action, &actionsBefore[i]);
   sigset_t unblocked;

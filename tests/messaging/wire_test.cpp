@@ -1,4 +1,4 @@
-// The bytes of all fifteen messages, on real queues and pipes, and the way back.
+// The bytes of all messages, on real queues and pipes, and the way back.
 
 #include "tests/messaging/Fixture.h"
 
