@@ -120,7 +120,9 @@ void play(const Round& round, Seen& seen, const std::string& program, const std:
   (void)signal(SIGALRM, [](int) { _exit(1); }); // cannot fail
   (void)alarm(limit);
   sim::BoardLog log;
-  const sim::ServiceProcesses services(sim::findProgram(service), {}, log);
+  std::map<std::string, sim::Program> programs;
+  programs.emplace("", sim::findProgram(service));
+  const sim::ServiceProcesses services(std::move(programs), {}, log);
   runAs(round.other(), [&] {
     if (round.has(openQueue) || round.has(closedQueue))
       check(msgget(protocol::consoleQueueKey, IPC_CREAT | (round.has(openQueue) ? 0666 : 0)), "msgget");
