@@ -11,7 +11,7 @@ class MsgObj;
 /// id, and the reply pipe of that id. A reply on it can only belong to that request.
 ///
 /// The queue has a mode that no other program gives its queues, and the pipe is locked (flock) until its owner
-/// ends. So what a killed call left behind can be told from what is in use.
+/// ends. That distinguishes what a killed call left behind from what is in use.
 class CallTask {
 public:
   /// Makes queue and pipe, and guards them (Ending.h). isMade() is false if that fails, with errno.
